@@ -1,0 +1,28 @@
+# The shared library. Its objects are a target of their own, which the tests link too: they reach internals and can make
+# allocations fail.
+add_library(pictra_objects OBJECT)
+target_link_libraries(pictra_objects PUBLIC pictra_flags)
+target_compile_options(pictra_objects PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti
+                                              -fno-threadsafe-statics>)
+set_target_properties(pictra_objects PROPERTIES POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden
+                                                VISIBILITY_INLINES_HIDDEN ON)
+foreach(folder core io convert codec)
+  include(${folder}/sources.cmake)
+endforeach()
+
+# Linked by the C driver and with every symbol accounted for, so that nothing of the C++ run time can creep in. CMake
+# would add that run time because the objects are C++.
+set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "")
+set(CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES "")
+add_library(pictra SHARED $<TARGET_OBJECTS:pictra_objects>)
+target_include_directories(pictra PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+                                         $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+target_link_libraries(pictra PRIVATE $<BUILD_INTERFACE:pictra_flags>)
+target_link_options(pictra PRIVATE -static-libgcc -Wl,--no-as-needed,-z,relro,-z,now)
+if(NOT PICTRA_SANITIZE)
+  target_link_options(pictra PRIVATE -Wl,-z,defs)
+endif()
+set_target_properties(pictra PROPERTIES LINKER_LANGUAGE C VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+
+install(TARGETS pictra LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY include/pictra DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})

@@ -1,0 +1,2 @@
+target_sources(pictra_objects PRIVATE
+)

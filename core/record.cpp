@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: MIT
+//
+// Storage of image records: allocation, its undoing, and the merge of fields between records.
+#include "core/record.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+using namespace img;
+
+img_status img_alloc(img_record *record, img_alloc_result *result) {
+    *result = 0;
+    const bool wants_palette = is_palette(record->format) && !has(*record, IMG_F_PALETTE);
+    uint64_t pixel_bytes = 0;
+    uint32_t stride = 0;
+    if (!has(*record, storage_flags)) {
+        // Kept: the row size wraps at 32 bits, as the fields that it goes into do; only the whole is tested.
+        stride = (((bits_per_pixel(record->format) * record->width + 7) >> 3) + 3) & ~uint32_t{3};
+        pixel_bytes = uint64_t{record->height} * stride;
+    }
+    const uint64_t palette_bytes = wants_palette ? record->ncolors * uint32_t{sizeof(uint32_t)} : 0;
+    if (pixel_bytes > UINT32_MAX || pixel_bytes + palette_bytes > UINT32_MAX) return IMG_ST_NOMEM;
+    if (pixel_bytes + palette_bytes == 0) return IMG_ST_OK;
+
+    auto *block = static_cast<uint8_t *>(malloc(pixel_bytes + palette_bytes));
+    if (!block) return IMG_ST_NOMEM;
+    if (pixel_bytes) {
+        *result |= IMG_ALLOC_PIXELS;
+        record->flags |= IMG_F_DIRECT;
+        record->data = block;
+        record->stride = stride;
+    }
+    if (palette_bytes) {
+        *result |= IMG_ALLOC_PALETTE;
+        record->flags |= IMG_F_PALETTE;
+        record->palette = reinterpret_cast<uint32_t *>(block + pixel_bytes);
+    }
+    return IMG_ST_OK;
+}
+
+namespace img {
+
+void Storage::release(img_record &record, img_alloc_result made) {
+    if (made & IMG_ALLOC_PIXELS) {
+        free(record.data);
+        record.flags &= ~img_flags{IMG_F_DIRECT};
+    } else if (made & IMG_ALLOC_PALETTE) {
+        free(record.palette);
+    }
+    if (made & IMG_ALLOC_PALETTE) record.flags &= ~img_flags{IMG_F_PALETTE};
+}
+
+void imgcpy(img_record &dst, const img_record &src, img_flags mask) {
+    const img_flags wanted = mask & src.flags & ~dst.flags;
+    if (wanted & IMG_F_WIDTH) dst.width = src.width;
+    if (wanted & IMG_F_HEIGHT) dst.height = src.height;
+    if (wanted & IMG_F_FORMAT) dst.format = src.format;
+    dst.flags |= wanted & (shape_flags | IMG_F_CODEC_MARK);
+    if ((wanted & storage_flags) && !has(dst, storage_flags)) {
+        memcpy(&dst.data, &src.data, sizeof src.data);
+        memcpy(&dst.access_arg, &src.access_arg, sizeof src.access_arg);
+        dst.flags |= wanted & storage_flags;
+    }
+}
+
+void copy_palette(img_record &dst, const img_record &src) {
+    if (!has(src, IMG_F_PALETTE) || !has(dst, IMG_F_PALETTE)) return;
+    const uint32_t count = smaller(src.ncolors, dst.ncolors);
+    if (count) memcpy(dst.palette, src.palette, size_t{count} * sizeof *dst.palette);
+}
+
+} // namespace img

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+//
+// What every operation needs to know of a record: sizes of rows, which fields are there, storage that is undone on
+// failure. No pixel is touched here.
+#pragma once
+
+#include "pictra/pictra.h"
+
+namespace img {
+
+inline constexpr img_flags storage_flags = IMG_F_DIRECT | IMG_F_ACCESS;
+inline constexpr img_flags size_flags = IMG_F_WIDTH | IMG_F_HEIGHT;
+inline constexpr img_flags shape_flags = IMG_F_FORMAT | size_flags;
+
+constexpr uint32_t bits_per_pixel(img_format format) { return format & IMG_FMT_BPP_MASK; }
+constexpr bool is_palette(img_format format) { return format & IMG_FMT_PAL; }
+constexpr bool has(const img_record &record, img_flags flag) { return record.flags & flag; }
+constexpr bool has_all(const img_record &record, img_flags flags) { return (record.flags & flags) == flags; }
+
+// Bytes that n pixels take, and where pixel n begins: pixels of 1 and 4 bits round up to a byte, also as an offset.
+constexpr uint64_t run_bytes(img_format format, uint64_t n) { return (bits_per_pixel(format) * n + 7) >> 3; }
+
+// Bytes of a row that the library allocates: the one stride rule.
+constexpr uint64_t row_bytes(img_format format, uint64_t n) { return (run_bytes(format, n) + 3) & ~uint64_t{3}; }
+
+constexpr uint32_t smaller(uint32_t a, uint32_t b) { return a < b ? a : b; }
+constexpr uint64_t larger(uint64_t a, uint64_t b) { return a > b ? a : b; }
+
+// First byte of a row of a record with a pixel buffer.
+inline uint8_t *row_at(const img_record &record, uint64_t y) {
+    return static_cast<uint8_t *>(record.data) + y * record.stride;
+}
+
+// Takes what dst lacks, src has and mask names: width, height, format, the codec's mark, storage. Palette, colour count
+// and transparency stay. Nothing is allocated: storage is shared.
+void imgcpy(img_record &dst, const img_record &src, img_flags mask);
+
+// Copies the entries of src's palette into dst's, as far as both reach.
+void copy_palette(img_record &dst, const img_record &src);
+
+// The storage that img_alloc gives a record, taken back again unless keep() is called.
+class Storage {
+public:
+    explicit Storage(img_record &record) : record_(record) {}
+    Storage(const Storage &) = delete;
+    Storage &operator=(const Storage &) = delete;
+    ~Storage() { release(record_, made_); }
+
+    img_status allocate() { return img_alloc(&record_, &made_); }
+    bool made_palette() const { return made_ & IMG_ALLOC_PALETTE; }
+    void keep() { made_ = 0; }
+
+    // Frees what img_alloc made and clears its flags.
+    static void release(img_record &record, img_alloc_result made);
+
+private:
+    img_record &record_;
+    img_alloc_result made_ = 0;
+};
+
+} // namespace img

@@ -1,0 +1,4 @@
+target_sources(pictra_objects PRIVATE
+  core/abi.cpp
+  core/record.cpp
+)

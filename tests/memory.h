@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+//
+// Allocations of the library under test: made to fail at will, and counted. The test program is linked with --wrap for
+// malloc and its kin, so everything that its own objects allocate passes through here, and nothing of other libraries.
+#pragma once
+
+#include <stddef.h>
+
+namespace memory {
+
+// While it lives, the n-th allocation (from 1) fails; 0 lets all succeed. Blocks taken in its time are tracked.
+class Watch {
+public:
+    explicit Watch(size_t fail_at = 0);
+    ~Watch();
+    bool failed() const; // the n-th allocation was reached
+    size_t live() const; // blocks taken since the start and not freed
+};
+
+// Runs attempt(n) with the n-th allocation failing, n = 1, 2, ..., until one attempt does not reach its n-th. attempt
+// checks the outcome itself.
+template <typename Attempt> size_t for_each_failure(Attempt attempt) {
+    for (size_t n = 1;; n++) {
+        bool reached;
+        {
+            Watch watch(n);
+            attempt(n, watch);
+            reached = watch.failed();
+        }
+        if (!reached) return n - 1;
+    }
+}
+
+} // namespace memory
