@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The layouts that separately built programs and modules rely on. Assertions and nothing else.
+#include "core/registry.h"
 #include "pictra/backend.h"
 
 #include <stddef.h>
@@ -89,3 +90,12 @@ FIELD(io_stream, pushback, 144);
 FIELD(io_stream, pushback_capacity, 152);
 FIELD(io_stream, pushback_count, 156);
 static_assert(sizeof(io_stream) == 160);
+
+FIELD(img_codec, state, 0);
+FIELD(img_codec, extensions, 8);
+FIELD(img_codec, mime_types, 16);
+FIELD(img_codec, path, 24);
+FIELD(img_codec, module, 32);
+FIELD(img_codec, funcs, 40);
+FIELD(img_codec, next, 96);
+static_assert(sizeof(img_codec) == 104);

@@ -66,7 +66,17 @@ void imgcpy(img_record &dst, const img_record &src, img_flags mask) {
 void copy_palette(img_record &dst, const img_record &src) {
     if (!has(src, IMG_F_PALETTE) || !has(dst, IMG_F_PALETTE)) return;
     const uint32_t count = smaller(src.ncolors, dst.ncolors);
-    if (count) memcpy(dst.palette, src.palette, size_t{count} * sizeof *dst.palette);
+    for (uint32_t i = 0; i < count; i++) dst.palette[i] = src.palette[i];
+    for (uint32_t i = count; i < dst.ncolors; i++) dst.palette[i] = 0;
+}
+
+img_status allocate_storage(img_record &record, img_alloc_result &made) {
+    const bool row_wraps = run_bits(record.format, record.width) > UINT32_MAX;
+    if (row_wraps && record.height && !has(record, storage_flags)) {
+        made = 0;
+        return IMG_ST_NOMEM;
+    }
+    return img_alloc(&record, &made);
 }
 
 } // namespace img

@@ -17,8 +17,10 @@ constexpr bool is_palette(img_format format) { return format & IMG_FMT_PAL; }
 constexpr bool has(const img_record &record, img_flags flag) { return record.flags & flag; }
 constexpr bool has_all(const img_record &record, img_flags flags) { return (record.flags & flags) == flags; }
 
+constexpr uint64_t run_bits(img_format format, uint64_t n) { return bits_per_pixel(format) * n; }
+
 // Bytes that n pixels take, and where pixel n begins: pixels of 1 and 4 bits round up to a byte, also as an offset.
-constexpr uint64_t run_bytes(img_format format, uint64_t n) { return (bits_per_pixel(format) * n + 7) >> 3; }
+constexpr uint64_t run_bytes(img_format format, uint64_t n) { return (run_bits(format, n) + 7) >> 3; }
 
 // Bytes of a row that the library allocates: the one stride rule.
 constexpr uint64_t row_bytes(img_format format, uint64_t n) { return (run_bytes(format, n) + 3) & ~uint64_t{3}; }
@@ -35,8 +37,11 @@ inline uint8_t *row_at(const img_record &record, uint64_t y) {
 // and transparency stay. Nothing is allocated: storage is shared.
 void imgcpy(img_record &dst, const img_record &src, img_flags mask);
 
-// Copies the entries of src's palette into dst's, as far as both reach.
+// Fills dst's palette with the entries of src's, as far as they reach, and with 0.
 void copy_palette(img_record &dst, const img_record &src);
+
+// img_alloc, refusing rows whose size would wrap: what is written into a row must fit it.
+img_status allocate_storage(img_record &record, img_alloc_result &made);
 
 // The storage that img_alloc gives a record, taken back again unless keep() is called.
 class Storage {
@@ -46,7 +51,7 @@ public:
     Storage &operator=(const Storage &) = delete;
     ~Storage() { release(record_, made_); }
 
-    img_status allocate() { return img_alloc(&record_, &made_); }
+    img_status allocate() { return allocate_storage(record_, made_); }
     bool made_palette() const { return made_ & IMG_ALLOC_PALETTE; }
     void keep() { made_ = 0; }
 

@@ -1,2 +1,7 @@
 target_sources(pictra_objects PRIVATE
+  io/fd_backend.cpp
+  io/mem_backend.cpp
+  io/read.cpp
+  io/stream.cpp
+  io/write.cpp
 )

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+//
+// Writing: small pieces wait in the buffer, large ones go straight to the backend.
+#include "io/stream.h"
+
+#include <errno.h>
+#include <string.h>
+
+using namespace img;
+
+uint32_t io_ostream_write(io_stream *self, const void *src, uint32_t length) {
+    if (!has_mode(*self, IO_WRITE)) return 0;
+    const auto *in = static_cast<const uint8_t *>(src);
+    uint32_t accepted = 0;
+    if (self->buffer && self->count) {
+        accepted = smaller(self->count, length);
+        if (accepted) memcpy(self->buffer + self->position, in, accepted);
+        self->count -= accepted;
+        self->position += accepted;
+    }
+    const uint32_t rest = length - accepted;
+    if (!rest) return accepted;
+    if (io_ostream_flush(self) != 0) return accepted;
+
+    in += accepted;
+    if (rest < self->buffer_size && have_buffer(*self)) {
+        memcpy(self->buffer, in, rest);
+        self->position = rest;
+        self->count = self->buffer_size - rest;
+        return accepted + rest;
+    }
+    // A backend's write operation only reads what it is given.
+    return accepted + transfer(*self, const_cast<uint8_t *>(in), smaller(self->limit, rest));
+}
+
+int io_ostream_flush(io_stream *self) {
+    if (!self->buffer || !self->position) return 0;
+    const uint32_t moved = transfer(*self, self->buffer, smaller(self->limit, self->position));
+    self->count += moved;
+    self->position -= moved;
+    if (!self->position) return 0;
+    if (moved) memmove(self->buffer, self->buffer + moved, self->position);
+    errno = EFBIG;
+    return -1;
+}
+
+int64_t io_ostream_seek(io_stream *self, int32_t offset, int whence) {
+    if (!has_mode(*self, IO_WRITE) || io_ostream_flush(self) != 0) return -1;
+    if (!self->backend_seek) {
+        errno = ESPIPE;
+        return -1;
+    }
+    return self->backend_seek(self->handle, offset, whence);
+}
+
+uint32_t io_ostream_read(io_stream *self, void *dst, uint32_t length) {
+    if (!has_mode(*self, IO_WRITE) || io_ostream_flush(self) != 0) return 0;
+    // Kept: this is the backend's write operation, and the limit is neither asked nor counted down.
+    const uint32_t moved = self->backend_write(self->handle, dst, length);
+    self->transferred += moved;
+    return moved;
+}
