@@ -6,6 +6,7 @@ target_compile_options(pictra_objects PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exc
                                               -fno-threadsafe-statics>)
 set_target_properties(pictra_objects PROPERTIES POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden
                                                 VISIBILITY_INLINES_HIDDEN ON)
+include(cmake/variants.cmake)
 foreach(folder core io convert codec)
   include(${folder}/sources.cmake)
 endforeach()

@@ -1,2 +1,7 @@
 target_sources(pictra_objects PRIVATE
+  convert/copy.cpp
+  convert/expand.cpp
+  convert/pairs.cpp
+  convert/routines.cpp
 )
+pictra_add_variants(convert/kernels.cpp)

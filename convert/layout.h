@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: MIT
+//
+// The pixel layouts as values, and what follows from a pair of them. Data and consteval functions only: this header is
+// compiled for several instruction sets, and an inline function could be linked from one into another.
+#pragma once
+
+#include <stdint.h>
+
+namespace img {
+
+// Where a channel lies in the word of a pixel; no bits if the layout lacks it.
+struct Field {
+    uint8_t shift, bits;
+
+    consteval uint32_t mask() const { return ((uint32_t{1} << bits) - 1) << shift; }
+};
+
+// A pixel is a word in host byte order, but for 24 bits, whose first byte in memory is always the lowest.
+struct Layout {
+    uint8_t bytes; // of a pixel in memory, 1 to 4
+    bool swapped;  // 16 bits: stored in the other byte order
+    Field r, g, b, a;
+};
+
+// The layout in the other byte order. Channels of 32-bit pixels are whole bytes, so there the fields just move.
+consteval Layout other_order(Layout l) {
+    if (l.bytes == 2) return {2, !l.swapped, l.r, l.g, l.b, l.a};
+    const auto mirrored = [](Field f) { return Field{f.bits ? uint8_t(24 - f.shift) : uint8_t(0), f.bits}; };
+    return {4, false, mirrored(l.r), mirrored(l.g), mirrored(l.b), mirrored(l.a)};
+}
+
+consteval Layout without_alpha(Layout l) { return {l.bytes, l.swapped, l.r, l.g, l.b, {}}; }
+
+namespace layout {
+
+// Grey is three channels in one place.
+inline constexpr Layout g8{1, false, {0, 8}, {0, 8}, {0, 8}, {}};
+inline constexpr Layout a8{1, false, {}, {}, {}, {0, 8}};
+inline constexpr Layout argb1555he{2, false, {10, 5}, {5, 5}, {0, 5}, {15, 1}};
+inline constexpr Layout argb1555oe = other_order(argb1555he);
+inline constexpr Layout xrgb1555he = without_alpha(argb1555he);
+inline constexpr Layout xrgb1555oe = without_alpha(argb1555oe);
+inline constexpr Layout rgb565he{2, false, {11, 5}, {5, 6}, {0, 5}, {}};
+inline constexpr Layout rgb565oe = other_order(rgb565he);
+inline constexpr Layout bgr888{3, false, {16, 8}, {8, 8}, {0, 8}, {}};
+inline constexpr Layout rgb888{3, false, {0, 8}, {8, 8}, {16, 8}, {}};
+inline constexpr Layout argb8888he{4, false, {16, 8}, {8, 8}, {0, 8}, {24, 8}};
+inline constexpr Layout argb8888oe = other_order(argb8888he);
+inline constexpr Layout xrgb8888he = without_alpha(argb8888he);
+inline constexpr Layout xrgb8888oe = without_alpha(argb8888oe);
+inline constexpr Layout abgr8888he{4, false, {0, 8}, {8, 8}, {16, 8}, {24, 8}};
+inline constexpr Layout abgr8888oe = other_order(abgr8888he);
+inline constexpr Layout xbgr8888he = without_alpha(abgr8888he);
+inline constexpr Layout xbgr8888oe = without_alpha(abgr8888oe);
+
+} // namespace layout
+
+// What becomes of a pixel. Grey is the sum of the channels, each with its weight, in 256ths.
+enum class Rule : uint8_t { repack, luma, green_luma };
+
+struct Weights {
+    uint8_t r, g, b;
+};
+
+consteval Weights weights(Rule rule) {
+    // Kept: of ABGR sources only green counts, so their white is 150. Callers rely on the values.
+    return rule == Rule::green_luma ? Weights{0, 151, 0} : Weights{77, 151, 28};
+}
+
+// The weight of a raw field: fields of 5 and 6 bits are not widened for grey, their weights are scaled instead.
+consteval uint16_t raw_weight(Field f, uint8_t weight) { return uint16_t(weight << (8 - f.bits)); }
+
+// A repacking, word to word: which bits move by which distance, and which are set.
+struct Moves {
+    static constexpr int farthest = 31;
+
+    uint32_t left[farthest + 1];  // left[n]: bits of the result that come from n places below
+    uint32_t right[farthest + 1]; // right[n]: from n places above
+    uint32_t set;                 // alpha that the source lacks
+};
+
+// Channels widen by repeating their top bits and narrow by dropping low ones, so counted from the top, bit i of a
+// channel of the result is bit i mod n of a channel of n bits.
+consteval Moves moves(Layout src, Layout dst) {
+    Moves m{};
+    const Field from[] = {src.r, src.g, src.b, src.a}, to[] = {dst.r, dst.g, dst.b, dst.a};
+    for (int channel = 0; channel < 4; channel++) {
+        const Field f = from[channel], t = to[channel];
+        if (!f.bits) m.set |= t.mask();
+        for (int i = 0; f.bits && i < t.bits; i++) {
+            const int source = f.shift + f.bits - 1 - i % f.bits, result = t.shift + t.bits - 1 - i;
+            (result >= source ? m.left[result - source] : m.right[source - result]) |= uint32_t{1} << result;
+        }
+    }
+    return m;
+}
+
+} // namespace img

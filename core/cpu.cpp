@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: MIT
+//
+// What the CPU can do, asked of itself. The compiler's own __builtin_cpu_supports is not used: its data is filled by a
+// constructor, which would run when the library is loaded.
+#include "core/cpu.h"
+
+#include <stdint.h>
+
+#include <initializer_list>
+
+#if defined(__x86_64__)
+#include <cpuid.h>
+#endif
+
+namespace img::cpu {
+
+constinit std::atomic<Variant> chosen{undecided};
+
+#if defined(__x86_64__)
+namespace {
+
+// A bit of CPUID leaf 7 by the name of the compiler's flag, with the register state it needs from the system.
+enum Register { ebx, ecx };
+struct Feature {
+    Register where;
+    int bit;
+    uint32_t state;
+};
+
+constexpr uint32_t avx_state = 0x06, avx512_state = 0xe6; // of XCR0: which registers are saved between threads
+
+[[maybe_unused]] constexpr Feature avx2{ebx, 5, avx_state}, bmi2{ebx, 8, 0}, avx512f{ebx, 16, avx512_state},
+    avx512dq{ebx, 17, avx512_state}, avx512bw{ebx, 30, avx512_state}, avx512vl{ebx, 31, avx512_state},
+    avx512vbmi{ecx, 1, avx512_state}, avx512vnni{ecx, 11, avx512_state};
+
+uint32_t saved_state() {
+    uint32_t a, b, c, d;
+    if (!__get_cpuid(1, &a, &b, &c, &d) || !(c & bit_OSXSAVE)) return 0;
+    uint32_t low, high;
+    __asm__("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
+    return low;
+}
+
+bool has_all(std::initializer_list<Feature> features) {
+    uint32_t a, registers[2] = {}, d;
+    if (!__get_cpuid_count(7, 0, &a, &registers[ebx], &registers[ecx], &d)) return features.size() == 0;
+    const uint32_t state = saved_state();
+    for (const Feature &f : features)
+        if (!(registers[f.where] >> f.bit & 1) || (state & f.state) != f.state) return false;
+    return true;
+}
+
+} // namespace
+#else
+namespace {
+bool has_all(std::initializer_list<int>) { return true; } // base needs nothing
+} // namespace
+#endif
+
+bool runs(Variant variant) {
+    switch (variant) {
+#define VARIANT(name, ...)                                                                                             \
+    case Variant::name:                                                                                                \
+        return has_all({__VA_ARGS__});
+#include "core/variants.inc"
+    default:
+        return false;
+    }
+}
+
+Variant choose() {
+    Variant best{};
+    for (int v = best; v < variant_count; v++)
+        if (runs(Variant(v))) best = Variant(v);
+    force(best);
+    return best;
+}
+
+void force(Variant variant) { chosen.store(variant, std::memory_order_relaxed); }
+
+} // namespace img::cpu
