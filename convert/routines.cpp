@@ -12,7 +12,7 @@ const Kernels &active_kernels() {
 #define VARIANT(name, ...) &name::kernels,
 #include "core/variants.inc"
     };
-    return *of[cpu::variant()];
+    return *of[int(cpu::variant())];
 }
 
 } // namespace img

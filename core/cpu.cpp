@@ -14,7 +14,7 @@
 
 namespace img::cpu {
 
-constinit std::atomic<Variant> chosen{undecided};
+constinit std::atomic<Variant> chosen{Variant::undecided};
 
 #if defined(__x86_64__)
 namespace {
@@ -70,7 +70,7 @@ bool runs(Variant variant) {
 
 Variant choose() {
     Variant best{};
-    for (int v = best; v < variant_count; v++)
+    for (int v = 0; v < int(Variant::count); v++)
         if (runs(Variant(v))) best = Variant(v);
     force(best);
     return best;

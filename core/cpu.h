@@ -10,11 +10,11 @@
 
 namespace img::cpu {
 
-enum Variant : int {
+enum class Variant : int {
 #define VARIANT(name, ...) name,
 #include "core/variants.inc"
-    variant_count,
-    undecided
+    count,
+    undecided = count
 };
 
 extern std::atomic<Variant> chosen;
@@ -25,7 +25,7 @@ Variant choose();
 // The variant in use. The CPU is asked on first use, because the library runs no code when it is loaded.
 inline Variant variant() {
     const Variant v = chosen.load(std::memory_order_relaxed);
-    return v != undecided ? v : choose();
+    return v != Variant::undecided ? v : choose();
 }
 
 bool runs(Variant variant);
