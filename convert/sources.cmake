@@ -3,5 +3,6 @@ target_sources(pictra_objects PRIVATE
   convert/expand.cpp
   convert/pairs.cpp
   convert/routines.cpp
+  convert/transform.cpp
 )
 pictra_add_variants(convert/kernels.cpp)

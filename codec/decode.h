@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: MIT
+//
+// One frame being decoded: what the driver in decode.cpp and its default callouts share.
+#pragma once
+
+#include "core/owned.h"
+#include "core/record.h"
+
+namespace img {
+
+enum DecodeState : uint32_t {
+    pixels_allocated = IMG_ALLOC_PIXELS,
+    palette_allocated = IMG_ALLOC_PALETTE,
+    decode_set_up = 0x4,
+    expands_palette = 0x8, // line function is expand
+    key_becomes_alpha = 0x10
+};
+
+struct DecodeContext {
+    img_decode_callouts callouts; // the codec's table; data is this context
+    img_record image;             // the codec's record
+    uint32_t state;               // DecodeState bits
+    const img_decode_callouts *caller;
+    img_record *record; // the caller's
+    uint8_t *scratch;   // owned: one line, and behind it the palette
+    uint8_t *palette;   // in the caller's format
+    union {
+        img_cvt_func convert;
+        img_expand_func expand;
+    };
+    uint8_t *next_line; // where the next row goes, whatever its number; null if the number decides
+    int64_t line_step;  // bytes from one row to the next
+    uint32_t key;       // key_becomes_alpha
+
+    uint32_t lines_left;      // rows that next_line may still take
+    uint32_t line_width;      // pixels that the scratch line holds
+    uint32_t palette_entries; // entries that the palette holds
+};
+
+// The table of default callouts, with the optional ones where the caller has them.
+img_decode_callouts default_callouts(DecodeContext &context);
+
+// Makes the pixels of the key's colour transparent. False for depths that cannot be.
+bool key_to_alpha(img_format format, uint32_t key, uint8_t *pixels, uint32_t count);
+
+// The access function of the codec's record: converts a run and puts it where the caller's record has it.
+int img_decode_access(void *context, uint32_t x, uint32_t y, uint32_t count, void *line);
+
+// Runs the line function.
+inline void convert_line(const DecodeContext &context, const void *src, void *dst, uint32_t count) {
+    if (context.state & expands_palette)
+        context.expand(src, dst, count, context.palette);
+    else
+        context.convert(src, dst, count);
+}
+
+} // namespace img

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+//
+// The encode driver: runs a codec for one frame and gives it the caller's pixels.
+#include "codec/encode.h"
+
+#include "core/registry.h"
+
+using namespace img;
+
+namespace {
+
+img_status ready_to_encode(img_codec &codec) {
+    if (const img_status status = codec_init(&codec)) return status;
+    return codec.funcs.encode_frame ? IMG_ST_OK : IMG_ST_NOTSUP;
+}
+
+} // namespace
+
+img_status img_encode_begin(img_codec *codec, io_handle *stream, void **state) {
+    if (const img_status status = ready_to_encode(*codec)) return status;
+    return codec->funcs.encode_begin ? codec->funcs.encode_begin(stream, state) : img_status{IMG_ST_OK};
+}
+
+img_status img_encode_frame(img_codec *codec, io_handle *stream, const img_encode_callouts *callouts, img_record *image,
+                            void **state) {
+    static constexpr img_encode_callouts none{};
+    if (const img_status status = ready_to_encode(*codec)) return status;
+
+    EncodeContext context{};
+    context.image = *image;
+    context.caller = callouts ? callouts : &none;
+    context.record = image;
+    context.callouts = default_callouts(context);
+
+    const img_status status = codec->funcs.encode_frame(stream, &context.callouts, &context.image, state);
+    (status ? context.callouts.abort : context.callouts.frame)(&context, &context.image);
+    return status;
+}
+
+img_status img_encode_finish(img_codec *codec, io_handle *stream, void **state) {
+    const bool initialised = codec->state & codec_initialised;
+    return initialised && codec->funcs.encode_finish ? codec->funcs.encode_finish(stream, state)
+                                                     : img_status{IMG_ST_OK};
+}
+
+namespace img {
+
+int img_encode_access(void *data, uint32_t x, uint32_t y, uint32_t count, void *out) {
+    auto &context = *static_cast<EncodeContext *>(data);
+    const img_record &record = *context.record;
+    if (!count) return 0;
+    if (has(record, IMG_F_ACCESS)) {
+        count = smaller(count, record.width); // as much as the line holds
+        record.access(record.access_arg, x, y, count, context.line);
+        img_dtransform_apply(context.transform, context.line, out, count);
+        return 0;
+    }
+    // Kept: the row's offset is counted in 32 bits.
+    const uint8_t *line = static_cast<const uint8_t *>(record.data) + uint32_t{y * record.stride};
+    if (context.next_line) {
+        if (!context.lines_left) return 0;
+        line = context.next_line;
+        if (--context.lines_left) context.next_line += context.line_step;
+    }
+    if (x) line += run_bytes(record.format, x);
+    img_dtransform_apply(context.transform, line, out, count);
+    return 0;
+}
+
+} // namespace img

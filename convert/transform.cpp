@@ -1,0 +1,123 @@
+// SPDX-License-Identifier: MIT
+//
+// The data transform: a conversion between two records' formats, prepared once and applied to runs or to whole images.
+#include "convert/transform.h"
+
+#include "convert/rows.h"
+
+#include <string.h>
+
+using namespace img;
+
+namespace {
+
+img_status create_conversion(const img_record &src, const img_record &dst, Transform &state) {
+    const img_cvt_func convert = img_convert_getfunc(src.format, dst.format);
+    if (!convert) return IMG_ST_BADFMT;
+    state = allocate_zeroed<img_dtransform_state>();
+    if (!state) return IMG_ST_NOMEM;
+    state->convert = convert;
+    return IMG_ST_OK;
+}
+
+img_status create_expansion(const img_record &src, const img_record &dst, Transform &state) {
+    if (!is_palette(src.format)) return IMG_ST_BADFMT;
+    if (!has(src, IMG_F_PALETTE)) return IMG_ST_BADARG;
+    const img_expand_func expand = img_expand_getfunc(src.format, dst.format);
+    if (!expand) return IMG_ST_BADFMT;
+    const img_cvt_func convert = img_convert_getfunc(FMT_ARGB8888HE, dst.format);
+    if (!convert) return IMG_ST_BADFMT;
+
+    // The record's own palette serves where it is in the format wanted and no index can lie behind its end.
+    const uint64_t entries = full_palette(src.format, src.ncolors);
+    const bool own = dst.format == FMT_ARGB8888HE && entries == src.ncolors;
+    const uint64_t palette_bytes = own ? 0 : run_bytes(dst.format, entries);
+    state = Transform{static_cast<img_dtransform_state *>(calloc(1, sizeof(img_dtransform_state) + palette_bytes))};
+    if (!state) return IMG_ST_NOMEM;
+    state->kind = transform_expands;
+    state->expand = expand;
+    state->palette = src.palette;
+    if (!own) {
+        void *palette = state.get() + 1;
+        convert(src.palette, palette, src.ncolors);
+        state->palette = palette;
+    }
+    return IMG_ST_OK;
+}
+
+// The bytes of a line that rows must be held in on the way. A row that is fetched goes straight into the destination's
+// row where it fits, to be converted there.
+uint64_t line_bytes(const img_record &src, const img_record &dst, uint32_t width) {
+    const uint64_t src_bytes = run_bytes(src.format, width), dst_bytes = run_bytes(dst.format, width);
+    if (has(dst, IMG_F_DIRECT)) return has(src, IMG_F_DIRECT) || src_bytes <= dst_bytes ? 0 : src_bytes;
+    return has(src, IMG_F_DIRECT) ? dst_bytes : larger(src_bytes, dst_bytes);
+}
+
+img_status move_rows(const img_record &src_record, const img_record &dst_record, const img_dtransform_state &state,
+                     bool upside_down) {
+    const uint32_t width = smaller(src_record.width, dst_record.width);
+    const uint32_t height = smaller(src_record.height, dst_record.height);
+    if (!width || !height) return IMG_ST_OK;
+    if (!has(src_record, storage_flags) || !has(dst_record, storage_flags)) return IMG_ST_BADARG;
+    const uint64_t bytes = line_bytes(src_record, dst_record, width);
+    const Owned<uint8_t> line{bytes ? allocate<uint8_t>(bytes) : Owned<uint8_t>{}};
+    if (bytes && !line) return IMG_ST_NOMEM;
+
+    const Rows src{src_record}, dst{dst_record};
+    // Kept: between two access functions the last row goes first.
+    const bool last_first = !src.direct() && !dst.direct();
+    for (uint32_t i = 0; i < height; i++) {
+        const uint32_t src_y = last_first ? height - 1 - i : i;
+        const uint32_t dst_y = upside_down ? height - 1 - src_y : src_y;
+        uint8_t *out = dst.direct() ? dst.at(dst_y) : line.get();
+        uint8_t *in = src.direct() ? src.at(src_y) : line ? line.get() : out;
+        if (!src.direct()) src.pass(0, src_y, width, in);
+        img_dtransform_apply(&state, in, out, width);
+        if (!dst.direct()) dst.pass(0, dst_y, width, out);
+    }
+    return IMG_ST_OK;
+}
+
+img_status copy_image(const img_record &src, img_record &dst, bool upside_down) {
+    if (!has_all(src, shape_flags)) return IMG_ST_BADARG;
+    if (!has(dst, IMG_F_FORMAT) && is_palette(src.format)) dst.ncolors = src.ncolors;
+    imgcpy(dst, src, shape_flags);
+
+    img_dtransform_state *created;
+    if (const img_status status = img_dtransform_create(&src, &dst, &created)) return status;
+    const Transform state{created};
+    Storage storage{dst};
+    if (const img_status status = storage.allocate()) return status;
+    if (storage.made_palette()) {
+        copy_palette(dst, src);
+        dst.flags |= src.flags & IMG_F_PAL_ALPHA;
+    }
+    if (const img_status status = move_rows(src, dst, *state.get(), upside_down)) return status;
+    storage.keep();
+    return IMG_ST_OK;
+}
+
+} // namespace
+
+img_status img_dtransform_create(const img_record *src, const img_record *dst, img_dtransform_state **state) {
+    *state = nullptr;
+    if (!has(*src, IMG_F_FORMAT) || !has(*dst, IMG_F_FORMAT)) return IMG_ST_BADARG;
+    Transform made;
+    const bool same_kind = is_palette(src->format) == is_palette(dst->format);
+    const img_status status = same_kind ? create_conversion(*src, *dst, made) : create_expansion(*src, *dst, made);
+    *state = made.release();
+    return status;
+}
+
+void img_dtransform_apply(const img_dtransform_state *state, const void *src, void *dst, uint32_t count) {
+    if (state->kind & transform_expands)
+        state->expand(src, dst, count, state->palette);
+    else
+        state->convert(src, dst, count);
+}
+
+void img_dtransform_free(img_dtransform_state *state) { free(state); }
+
+img_status img_dtransform(const img_record *src, img_record *dst) { return copy_image(*src, *dst, false); }
+
+img_status img_dtransform_bu(const img_record *src, img_record *dst) { return copy_image(*src, *dst, true); }

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+//
+// The data transform's state, and what its users share.
+#pragma once
+
+#include "core/owned.h"
+#include "core/record.h"
+
+struct img_dtransform_state {
+    uint32_t kind; // img::transform_expands or 0
+    union {
+        img_cvt_func convert;
+        img_expand_func expand;
+    };
+    const void *palette; // expansion: the entries in the destination's format, often those that follow this record
+};
+
+namespace img {
+
+inline constexpr uint32_t transform_expands = 0x1;
+
+// Releases the state that img_dtransform_create gave.
+using Transform = Owned<img_dtransform_state>;
+
+// Entries that a palette needs so that every index of the format finds one.
+constexpr uint64_t full_palette(img_format format, uint32_t ncolors) {
+    return larger(ncolors, uint64_t{1} << bits_per_pixel(format));
+}
+
+} // namespace img

@@ -1,0 +1,424 @@
+// SPDX-License-Identifier: MIT
+#include "core/registry.h"
+#include "tests/fake_codec.h"
+#include "tests/memory.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+class Decode : public testing::Test {
+protected:
+    Decode() { script = {}; }
+    ~Decode() override {
+        if (record.flags & IMG_F_DIRECT && !own) free(record.data);
+        codec_release(codec);
+    }
+
+    img_status decode(const img_decode_callouts *callouts = nullptr) {
+        void *state = nullptr;
+        const img_status status = img_decode_frame(codec, nullptr, callouts, &record, &state);
+        return status;
+    }
+
+    void ask(img_format format, img_flags flags = 0) {
+        record.format = format;
+        record.flags |= IMG_F_FORMAT | flags;
+    }
+    void ask_size(uint32_t width, uint32_t height) {
+        record.width = width;
+        record.height = height;
+        record.flags |= IMG_F_WIDTH | IMG_F_HEIGHT;
+    }
+    // A 3x2 picture in one format.
+    void picture(img_format format) {
+        script.width = 3;
+        script.height = 2;
+        script.formats = {format};
+        script.pixels.resize(tight_row(format, 3) * 2);
+        for (size_t i = 0; i < script.pixels.size(); i++) script.pixels[i] = static_cast<uint8_t>(17 * i + 3);
+    }
+    Bytes row(uint32_t y) const {
+        const uint8_t *at = static_cast<uint8_t *>(record.data) + y * record.stride;
+        return {at, at + tight_row(record.format, record.width)};
+    }
+    // Rows that an access function receives.
+    void collect() {
+        record.flags |= IMG_F_ACCESS;
+        record.access = [](void *arg, uint32_t x, uint32_t y, uint32_t count, void *line) {
+            auto &self = *static_cast<Decode *>(arg);
+            const auto *at = static_cast<uint8_t *>(line);
+            self.collected.emplace_back(at, at + tight_row(self.record.format, count));
+            script.note("row(" + std::to_string(x) + "," + std::to_string(y) + "," + std::to_string(count) + ")");
+            return 1; // not examined
+        };
+        record.access_arg = this;
+    }
+    void provide(uint8_t *pixels, uint32_t stride) {
+        own = true;
+        record.data = pixels;
+        record.stride = stride;
+        record.flags |= IMG_F_DIRECT;
+    }
+
+    img_lib_handle handle{};
+    img_codec *codec = img_codec_register(&handle, fake_codec, "fake", nullptr);
+    img_record record{};
+    bool own = false;
+    std::vector<Bytes> collected;
+};
+
+TEST_F(Decode, ValidateAsksInOrderAndRemembersTheLastAnswer) {
+    img_codec *bare = img_codec_register(&handle, bare_codec, nullptr, nullptr);
+    img_codec *broken = img_codec_register_dll(&handle, "/nonexistent.so", nullptr, nullptr);
+    uint32_t index = 99;
+    const auto validate = [&](std::vector<img_codec *> c) {
+        return img_decode_validate(c.data(), static_cast<uint32_t>(c.size()), nullptr, &index);
+    };
+    EXPECT_EQ(validate({}), IMG_ST_NOCODEC);
+    EXPECT_EQ(validate({bare, broken}), IMG_ST_MODULE);
+    EXPECT_EQ(validate({bare, broken}), IMG_ST_NOTSUP) << "opened once";
+    script.validate = 4;
+    EXPECT_EQ(validate({bare, codec}), IMG_ST_RESERVED4);
+    EXPECT_EQ(index, 99u);
+    script.validate = 0;
+    EXPECT_EQ(validate({bare, codec, codec}), IMG_ST_OK);
+    EXPECT_EQ(index, 1u);
+    void *state = nullptr;
+    EXPECT_EQ(img_decode_begin(bare, nullptr, &state), IMG_ST_NOTSUP);
+    EXPECT_EQ(img_decode_frame(bare, nullptr, nullptr, &record, &state), IMG_ST_MODULE);
+    EXPECT_EQ(img_decode_finish(bare, nullptr, &state), IMG_ST_OK);
+    codec_release(bare);
+    codec_release(broken);
+}
+
+TEST_F(Decode, AnEmptyRecordTakesThePictureAsItIs) {
+    picture(FMT_RGB888);
+    record.user = 0x123456789;
+    script.flags = IMG_F_CODEC_MARK;
+    ASSERT_EQ(decode(), IMG_ST_OK);
+    EXPECT_EQ(record.flags, IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | IMG_F_DIRECT | IMG_F_CODEC_MARK);
+    EXPECT_EQ(record.stride, 12u);
+    EXPECT_EQ(script.image.data, record.data) << "the codec wrote there itself";
+    EXPECT_EQ(script.image.user, 0x123456789u);
+    EXPECT_EQ(row(0), Bytes(script.pixels.begin(), script.pixels.begin() + 9));
+    EXPECT_EQ(row(1), Bytes(script.pixels.begin() + 9, script.pixels.end()));
+}
+
+TEST_F(Decode, CalloutsComeInOrderWithTheCallersData) {
+    picture(FMT_PAL8);
+    script.palette = {0xff000000, 0xffffffff};
+    script.key = 1;
+    const img_decode_callouts callouts = logging_decode_callouts();
+    ASSERT_EQ(decode(&callouts), IMG_ST_OK);
+    EXPECT_EQ(script.log, "frame choose(1) setup(2) palette(2,1520) key(1) value(1,2,3,4) =9 "
+                          "scanline(2,2,0,ffffffffffffffff) done");
+    EXPECT_TRUE(record.flags & IMG_F_TRANSP);
+    EXPECT_EQ(record.transparency8, 1u);
+    EXPECT_EQ(record.palette, reinterpret_cast<uint32_t *>(static_cast<uint8_t *>(record.data) + 8));
+
+    script.log.clear();
+    script.setup_status = 30;
+    record = {};
+    EXPECT_EQ(decode(&callouts), 30u);
+    EXPECT_EQ(script.log, "frame choose(1) setup(2) setup(0)") << "not set up: no abort";
+    EXPECT_FALSE(record.flags & IMG_F_DIRECT);
+}
+
+TEST_F(Decode, FormatChoice) {
+    picture(FMT_RGB888);
+    const auto choice = [&](img_format wanted, std::vector<img_format> offered) {
+        script.formats = offered;
+        record = {};
+        ask(wanted, IMG_F_WANT_ALPHA);
+        collect();
+        const img_status status = decode();
+        return status == IMG_ST_NOCONV ? UINT32_MAX : script.chosen;
+    };
+    script.pixels.resize(24);
+    EXPECT_EQ(choice(FMT_ARGB8888OE, {FMT_BGR888, FMT_XRGB8888HE, FMT_ARGB8888HE}), 2u);
+    EXPECT_EQ(choice(FMT_RGB888, {FMT_BGR888, FMT_XRGB8888HE, FMT_RGB888}), 2u) << "exact";
+    EXPECT_EQ(choice(FMT_RGB565HE, {FMT_XRGB8888HE, FMT_BGR888}), 0u) << "the first of equals";
+    EXPECT_EQ(choice(FMT_RGB565HE, {FMT_ARGB8888HE, FMT_G8, FMT_XRGB8888HE}), 2u);
+    EXPECT_EQ(choice(FMT_PAL8, {FMT_RGB888, FMT_G8}), UINT32_MAX);
+    EXPECT_EQ(choice(FMT_ARGB8888HE, {}), UINT32_MAX);
+    EXPECT_EQ(script.chosen, 0u) << "an empty offer is answered with 0";
+    script.palette = {1, 2};
+    EXPECT_EQ(choice(FMT_XRGB8888HE, {FMT_RGB888, FMT_PAL8, FMT_XRGB1555HE}), 0u);
+
+    const img_decode_callouts callouts = logging_decode_callouts();
+    script.formats = {FMT_RGB888, FMT_G8};
+    script.palette = {};
+    script.choice = 7;
+    record = {};
+    EXPECT_EQ(decode(&callouts), IMG_ST_NOCONV);
+    EXPECT_EQ(script.chosen, 7u) << "the caller's index as it is";
+    // A caller that picks nothing but sets a format means that one.
+    img_decode_callouts setting = callouts;
+    setting.choose_format = [](void *, img_record *r, const img_format *, uint32_t n) {
+        r->format = FMT_G8;
+        r->flags |= IMG_F_FORMAT;
+        return n;
+    };
+    EXPECT_EQ(decode(&setting), IMG_ST_OK);
+    EXPECT_EQ(script.chosen, 1u);
+}
+
+TEST_F(Decode, AlphaIsStrippedUnlessWantedOrOnBothSides) {
+    struct Case {
+        img_format codec, asked;
+        img_flags flags;
+        img_format result;
+    };
+    for (const auto &[from, asked, flags, result] : {Case{FMT_RGB888, FMT_ARGB8888HE, 0, FMT_XRGB8888HE},
+                                                     Case{FMT_RGB888, FMT_ARGB8888HE, IMG_F_WANT_ALPHA, FMT_ARGB8888HE},
+                                                     Case{FMT_ARGB8888HE, FMT_ABGR8888OE, 0, FMT_ABGR8888OE}}) {
+        picture(from);
+        record = {};
+        ask(asked, flags);
+        ASSERT_EQ(decode(), IMG_ST_OK);
+        EXPECT_EQ(record.format, result);
+        free(record.data);
+        record = {};
+    }
+}
+
+TEST_F(Decode, SizeHints) {
+    picture(FMT_G8);
+    ask_size(9, 9);
+    record.flags |= IMG_F_SIZE_HINT;
+    ASSERT_EQ(decode(), IMG_ST_OK);
+    EXPECT_EQ(record.width, 3u);
+    EXPECT_EQ(record.height, 2u);
+    free(record.data);
+
+    record = {};
+    script.flags = IMG_F_SIZE_HINT;
+    img_decode_callouts callouts{};
+    callouts.choose_format = [](void *, img_record *r, const img_format *, uint32_t) -> uint32_t {
+        r->width = 1;
+        return 0;
+    };
+    callouts.setup = [](void *, img_record *, uint32_t) -> img_status { return 40; };
+    script.setup_status = 40;
+    EXPECT_EQ(decode(&callouts), 40u);
+    EXPECT_EQ(script.image.width, 1u) << "written back for the codec to decode at";
+}
+
+TEST_F(Decode, RunsAreClippedToTheCallersSize) {
+    picture(FMT_G8);
+    script.pixels = {1, 2, 3, 4, 5, 6};
+    uint8_t pixels[12];
+    for (const uint32_t flags : {uint32_t{IMG_SETUP_TOPDOWN}, uint32_t{IMG_SETUP_BOTTOMUP}, 0u}) {
+        for (const uint32_t width : {2u, 3u, 4u}) {
+            for (const uint32_t height : {1u, 2u, 3u}) {
+                memset(pixels, 0xee, sizeof pixels);
+                record = {};
+                ask(FMT_G8);
+                ask_size(width, height);
+                provide(pixels, 4);
+                script.setup_flags = flags;
+                ASSERT_EQ(decode(), IMG_ST_OK);
+                for (uint32_t y = 0; y < 3; y++)
+                    for (uint32_t x = 0; x < 4; x++) {
+                        const bool inside = x < std::min(width, 3u) && y < std::min(height, 2u);
+                        ASSERT_EQ(pixels[4 * y + x], inside ? script.pixels[3 * y + x] : 0xee)
+                            << flags << " " << width << "x" << height << " at " << x << "," << y;
+                    }
+            }
+        }
+    }
+}
+
+TEST_F(Decode, SequentialRowsIgnoreTheirNumberAndStopAtTheEnd) {
+    picture(FMT_G8);
+    script.pixels = {1, 2, 3, 4, 5, 6};
+    uint8_t pixels[16] = {};
+    ask(FMT_XRGB1555HE);
+    ask_size(3, 2);
+    provide(pixels, 6);
+    script.extra_rows = 5;
+    for (const uint32_t flags : {IMG_SETUP_TOPDOWN, IMG_SETUP_BOTTOMUP}) {
+        script.setup_flags = flags;
+        EXPECT_EQ(decode(), IMG_ST_OK);
+        EXPECT_EQ(pixels[12], 0);
+    }
+}
+
+TEST_F(Decode, RunsWithinARow) {
+    picture(FMT_G8);
+    script.pixels = {8, 16, 24, 32, 40, 48};
+    script.run = 2;
+    script.setup_flags = 0;
+    ask(FMT_XRGB1555HE);
+    ASSERT_EQ(decode(), IMG_ST_OK);
+    EXPECT_EQ(row(1), (Bytes{0x84, 0x90, 0xa5, 0x94, 0xc6, 0x98}));
+    free(record.data);
+    record = {};
+    ask(FMT_XRGB1555HE);
+    collect();
+    script.log.clear();
+    ASSERT_EQ(decode(), IMG_ST_OK);
+    EXPECT_EQ(script.log, "frame row(0,0,2) row(2,0,1) row(0,1,2) row(2,1,1)");
+    EXPECT_EQ(collected[3], (Bytes{0xc6, 0x98}));
+}
+
+TEST_F(Decode, PalettesExpandOnce) {
+    picture(FMT_PAL8);
+    script.palette = {0xff102030, 0x80405060};
+    script.pixels = {0, 1, 0, 1, 255, 1};
+    ask(FMT_RGB888);
+    ASSERT_EQ(decode(), IMG_ST_OK);
+    EXPECT_TRUE(script.image.flags & IMG_F_PALETTE);
+    EXPECT_EQ(row(0), (Bytes{0x10, 0x20, 0x30, 0x40, 0x50, 0x60, 0x10, 0x20, 0x30}));
+    EXPECT_EQ(row(1), (Bytes{0x40, 0x50, 0x60, 0, 0, 0, 0x40, 0x50, 0x60})) << "no entry: black";
+    free(record.data);
+
+    script.palette.clear();
+    record = {};
+    ask(FMT_RGB888);
+    EXPECT_EQ(decode(), IMG_ST_NOCONV) << "no colours";
+    EXPECT_FALSE(record.flags & IMG_F_DIRECT);
+}
+
+TEST_F(Decode, PalettesAreKeptForPaletteFormats) {
+    picture(FMT_PAL1);
+    script.palette = {0xff102030, 0x80405060};
+    script.pixels = {0xa0, 0x40};
+    script.flags = IMG_F_PAL_ALPHA;
+    ask(FMT_PAL8);
+    ASSERT_EQ(decode(), IMG_ST_OK);
+    EXPECT_EQ(row(0), (Bytes{1, 0, 1}));
+    EXPECT_EQ(record.ncolors, 2u);
+    EXPECT_EQ(record.palette[1], 0x80405060u);
+    EXPECT_TRUE(record.flags & IMG_F_PAL_ALPHA);
+    free(record.data);
+
+    record = {};
+    const img_decode_callouts callouts = logging_decode_callouts();
+    script.palette_status = 0; // handled: the library's copy is the caller's business
+    ASSERT_EQ(decode(&callouts), IMG_ST_OK);
+    free(record.data);
+    record = {};
+    script.palette_status = 1;
+    ASSERT_EQ(decode(&callouts), IMG_ST_OK);
+    EXPECT_EQ(record.palette[0], 0xff102030u);
+}
+
+TEST_F(Decode, ColourKeyIsStoredInTheRecordsForm) {
+    struct Case {
+        img_format codec, caller;
+        uint32_t key, stored;
+    };
+    for (const auto &[from, to, key, stored] :
+         {Case{FMT_G8, FMT_G8, 0x7f, 0x7f}, Case{FMT_G8, FMT_RGB888, 0x7f, 0xff7f7f7f},
+          Case{FMT_RGB888, FMT_RGB565HE, 0x0000ff, 0xf800}, Case{FMT_RGB888, FMT_XBGR8888OE, 0x0000ff, 0xffff0000},
+          Case{FMT_PAL1, FMT_PAL1, 1, 1}, Case{FMT_PAL4, FMT_XRGB8888HE, 2, 0xff000022},
+          Case{FMT_PAL1, FMT_RGB565HE, 1, 0x0002}, Case{FMT_PAL8, FMT_PAL8, 2, 2}}) {
+        picture(from);
+        if (from & IMG_FMT_PAL) script.palette = {0xff000000, 0xff000011, 0xff000022};
+        script.key = key;
+        record = {};
+        ask(to);
+        ASSERT_EQ(decode(), IMG_ST_OK);
+        EXPECT_TRUE(record.flags & IMG_F_TRANSP);
+        const uint32_t mask = depth(to) >= 24 ? UINT32_MAX : depth(to) == 16 ? 0xffff : 0xff;
+        EXPECT_EQ(record.transparency & mask, stored) << std::hex << from << " " << to;
+        free(record.data);
+        record = {};
+    }
+}
+
+TEST_F(Decode, ColourKeyBecomesAlpha) {
+    const auto pixels = [&](img_format from, img_format to, Bytes bytes, uint32_t key) {
+        picture(from);
+        script.pixels = bytes;
+        script.width = static_cast<uint32_t>(bytes.size()) * 8 / depth(from);
+        script.height = 1;
+        script.key = key;
+        record = {};
+        ask(to, IMG_F_WANT_ALPHA);
+        EXPECT_EQ(decode(), IMG_ST_OK);
+        EXPECT_FALSE(record.flags & IMG_F_TRANSP);
+        const Bytes result = row(0);
+        free(record.data);
+        record = {};
+        return result;
+    };
+    EXPECT_EQ(pixels(FMT_XRGB8888OE, FMT_ARGB8888HE, {0, 1, 2, 3, 0, 1, 2, 4}, 0xff010203),
+              (Bytes{3, 2, 1, 0, 4, 2, 1, 255}));
+    EXPECT_EQ(pixels(FMT_XRGB8888HE, FMT_ARGB8888OE, {3, 2, 1, 0}, 0xff010203), (Bytes{0, 1, 2, 3}));
+    EXPECT_EQ(pixels(FMT_G8, FMT_ARGB1555HE, {8, 16}, 0x8421), (Bytes{0, 0x80, 0x42, 0x88})) << "alpha stays";
+    EXPECT_EQ(pixels(FMT_G8, FMT_ARGB1555OE, {8}, 0x8421), (Bytes{0x80, 0}));
+    script.palette = {0xff000010, 0xff000020};
+    EXPECT_EQ(pixels(FMT_PAL8, FMT_ARGB8888HE, {0, 1}, 1), (Bytes{0x10, 0, 0, 0xff, 0x20, 0, 0, 0}));
+    EXPECT_EQ(pixels(FMT_PAL8, FMT_ARGB1555HE, {0, 1}, 1), (Bytes{2, 0x80, 4, 0}));
+
+    // A depth that has no such routine hands nothing over.
+    picture(FMT_G8);
+    script.key = 3;
+    record = {};
+    ask(FMT_A8, IMG_F_WANT_ALPHA);
+    script.formats = {FMT_ARGB8888HE};
+    script.pixels.resize(24);
+    collect();
+    ASSERT_EQ(decode(), IMG_ST_OK);
+    EXPECT_TRUE(collected.empty());
+}
+
+TEST_F(Decode, FailuresReleaseWhatWasMade) {
+    picture(FMT_PAL8);
+    script.palette = {1, 2};
+    script.frame = 4;
+    const img_decode_callouts callouts = logging_decode_callouts();
+    for (const img_format format : {FMT_PAL8, FMT_RGB888}) {
+        const memory::Watch watch;
+        record = {};
+        script.log.clear();
+        ask(format);
+        EXPECT_EQ(decode(&callouts), IMG_ST_RESERVED4);
+        EXPECT_TRUE(script.log.ends_with(" abort")) << script.log;
+        EXPECT_FALSE(record.flags & (IMG_F_DIRECT | IMG_F_PALETTE));
+        EXPECT_EQ(watch.live(), 0u);
+    }
+    uint8_t pixels[8] = {};
+    record = {};
+    ask(FMT_PAL8);
+    ask_size(3, 2);
+    provide(pixels, 4);
+    EXPECT_EQ(decode(), IMG_ST_RESERVED4);
+    EXPECT_TRUE(record.flags & IMG_F_DIRECT) << "the caller's own stays";
+    EXPECT_FALSE(record.flags & IMG_F_PALETTE);
+}
+
+TEST_F(Decode, FailingAllocations) {
+    picture(FMT_PAL8);
+    script.palette = {1, 2};
+    for (const bool access : {false, true}) {
+        const size_t count = memory::for_each_failure([&](size_t, const memory::Watch &watch) {
+            record = {};
+            ask(FMT_RGB888);
+            if (access) collect();
+            const img_status status = decode();
+            EXPECT_EQ(status, watch.failed() ? IMG_ST_NOMEM : IMG_ST_OK);
+            if (status == IMG_ST_OK && !access) free(record.data);
+            EXPECT_EQ(watch.live(), 0u);
+            record = {};
+        });
+        EXPECT_EQ(count, access ? 1u : 2u) << "scratch, and the image";
+    }
+}
+
+TEST_F(Decode, RowsThatWouldWrapAreRefused) {
+    picture(FMT_G8);
+    script.width = 0x20000001; // the row's size wraps at 32 bits
+    script.height = 1;
+    ask(FMT_RGB888);
+    EXPECT_EQ(decode(), IMG_ST_NOMEM);
+}
+
+} // namespace

@@ -1,0 +1,189 @@
+// SPDX-License-Identifier: MIT
+#include "core/registry.h"
+#include "tests/fake_codec.h"
+#include "tests/memory.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+class Encode : public testing::Test {
+protected:
+    Encode() { script = {}; }
+    ~Encode() override { codec_release(codec); }
+
+    // A 3x2 image in a buffer with padded rows.
+    void use(img_format format, Bytes first, Bytes second) {
+        pixels = first;
+        pixels.resize(20);
+        second.resize(20);
+        pixels.insert(pixels.end(), second.begin(), second.end());
+        image = {};
+        image.data = pixels.data();
+        image.stride = 20;
+        image.width = 3;
+        image.height = 2;
+        image.format = format;
+        image.flags = IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | IMG_F_DIRECT;
+    }
+    void use_palette() {
+        image.palette = palette;
+        image.ncolors = 2;
+        image.flags |= IMG_F_PALETTE;
+    }
+    void use_access() {
+        image.flags = (image.flags & ~img_flags{IMG_F_DIRECT}) | IMG_F_ACCESS;
+        image.access = [](void *arg, uint32_t x, uint32_t y, uint32_t count, void *line) {
+            auto &self = *static_cast<Encode *>(arg);
+            script.note("row(" + std::to_string(x) + "," + std::to_string(y) + "," + std::to_string(count) + ")");
+            const uint8_t *at = self.pixels.data() + 20 * y + tight_row(self.image.format, x);
+            memcpy(line, at, tight_row(self.image.format, count));
+            return 1;
+        };
+        image.access_arg = this;
+    }
+    img_status encode(std::vector<img_format> formats, const img_encode_callouts *callouts = nullptr) {
+        script.formats = formats;
+        script.log.clear();
+        void *state = nullptr;
+        return img_encode_frame(codec, nullptr, callouts, &image, &state);
+    }
+
+    img_lib_handle handle{};
+    img_codec *codec = img_codec_register(&handle, fake_codec, "fake", nullptr);
+    img_record image{};
+    Bytes pixels;
+    uint32_t palette[2] = {0xff102030, 0xff405060};
+};
+
+TEST_F(Encode, TheImagesOwnFormatIsReadInPlace) {
+    use(FMT_G8, {1, 2, 3}, {4, 5, 6});
+    ASSERT_EQ(encode({FMT_RGB888, FMT_G8}), IMG_ST_OK);
+    EXPECT_EQ(script.chosen, 1u);
+    EXPECT_EQ(script.image.data, pixels.data());
+    EXPECT_EQ(script.written, (Bytes{1, 2, 3, 4, 5, 6}));
+    EXPECT_EQ(script.log, "frame palette=11 key=11");
+    use_access();
+    ASSERT_EQ(encode({FMT_G8}), IMG_ST_OK);
+    EXPECT_EQ(script.log, "frame palette=11 key=11 row(0,0,3) row(0,1,3)");
+    EXPECT_EQ(script.image.access_arg, this);
+    EXPECT_EQ(script.written, (Bytes{1, 2, 3, 4, 5, 6}));
+}
+
+TEST_F(Encode, ConvertsInEveryOrderFromEitherStorage) {
+    for (const bool access : {false, true}) {
+        for (const uint32_t flags : {uint32_t{IMG_SETUP_TOPDOWN}, uint32_t{IMG_SETUP_BOTTOMUP}, 0u, 6u}) {
+            for (const uint32_t run : {0u, 2u}) {
+                if (run && flags && !access) continue; // in order, rows are whole
+                use(FMT_G8, {1, 2, 3}, {4, 5, 6});
+                if (access) use_access();
+                script.setup_flags = flags;
+                script.run = run;
+                ASSERT_EQ(encode({FMT_RGB888}), IMG_ST_OK);
+                EXPECT_EQ(script.written, (Bytes{1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4, 5, 5, 5, 6, 6, 6}))
+                    << access << flags << run;
+            }
+        }
+    }
+}
+
+TEST_F(Encode, ChoosesTheClosestFormat) {
+    use(FMT_PAL8, {0, 1, 0}, {1, 0, 1});
+    use_palette();
+    ASSERT_EQ(encode({FMT_G8, FMT_RGB565HE, FMT_RGB888}), IMG_ST_OK);
+    EXPECT_EQ(script.chosen, 1u) << "palette against colour counts more than the depth; the first of equals";
+    EXPECT_EQ(encode({FMT_PAL1, FMT_PAL4}), IMG_ST_NOCONV);
+    EXPECT_EQ(script.chosen, 2u);
+    EXPECT_EQ(encode({}), IMG_ST_NOCONV);
+    EXPECT_EQ(script.chosen, 0u);
+
+    img_encode_callouts callouts = logging_encode_callouts();
+    script.choice = 1;
+    image.flags &= ~img_flags{IMG_F_PALETTE};
+    ASSERT_EQ(encode({FMT_RGB888, FMT_G8}, &callouts), IMG_ST_OK);
+    EXPECT_EQ(script.chosen, 1u) << "the caller's choice, without conversion";
+    EXPECT_EQ(script.written, (Bytes{0, 1, 0, 1, 0, 1}));
+    script.choice = 2;
+    EXPECT_EQ(encode({FMT_RGB888, FMT_G8}, &callouts), IMG_ST_BADARG) << "the library's choice needs the palette";
+}
+
+TEST_F(Encode, CalloutsComeInOrderWithTheCallersData) {
+    use(FMT_PAL8, {0, 1, 0}, {1, 0, 1});
+    use_palette();
+    const img_encode_callouts callouts = logging_encode_callouts();
+    script.choice = 9;
+    ASSERT_EQ(encode({FMT_RGB888}, &callouts), IMG_ST_OK);
+    EXPECT_EQ(script.log, "frame choose(1) setup(2) palette(1520) key() palette=21 key=22 scanline(5,6,7,8) done");
+    script.frame = 4;
+    EXPECT_EQ(encode({FMT_RGB888}, &callouts), IMG_ST_RESERVED4);
+    EXPECT_TRUE(script.log.ends_with(" abort")) << script.log;
+    script.setup_status = 33;
+    EXPECT_EQ(encode({FMT_RGB888}, &callouts), 33u);
+    EXPECT_EQ(script.log, "frame choose(1) setup(2)") << "not set up: no abort";
+}
+
+TEST_F(Encode, PaletteAndColourKey) {
+    use(FMT_PAL8, {0, 1, 0}, {1, 0, 1});
+    use_palette();
+    image.flags |= IMG_F_TRANSP;
+    image.transparency8 = 1;
+    ASSERT_EQ(encode({FMT_PAL8}), IMG_ST_OK);
+    EXPECT_EQ(script.log, "frame palette=0 key=0");
+    EXPECT_EQ(script.written_palette, (std::vector<uint32_t>{0xff102030, 0xff405060}));
+    EXPECT_EQ(script.written_key, 1u);
+    script.written_key = 0;
+    ASSERT_EQ(encode({FMT_BGR888}), IMG_ST_OK);
+    EXPECT_EQ(script.written_key, 0x405060u) << "in the format that is written";
+
+    use(FMT_XBGR8888HE, {}, {});
+    image.flags |= IMG_F_TRANSP;
+    image.transparency = 0xff112233;
+    const std::pair<img_format, uint32_t> forms[] = {
+        {FMT_XBGR8888HE, 0xff332211}, {FMT_RGB888, 0x332211}, {FMT_ARGB8888OE, 0x332211ff}};
+    for (const auto &[format, key] : forms) {
+        script.written_key = 0;
+        ASSERT_EQ(encode({format}), IMG_ST_OK);
+        EXPECT_EQ(script.written_key, key);
+    }
+    image.format = FMT_A8;
+    image.flags |= IMG_F_TRANSP;
+    script.written_key = 0xaabbccdd;
+    image.transparency8 = 7;
+    ASSERT_EQ(encode({FMT_A8}), IMG_ST_OK);
+    EXPECT_EQ(script.written_key, 0xaabbcc07u) << "no more than a pixel";
+}
+
+TEST_F(Encode, MissingStorageAndFunctions) {
+    use(FMT_G8, {}, {});
+    image.flags &= ~img_flags{IMG_F_DIRECT};
+    EXPECT_EQ(encode({FMT_G8}), IMG_ST_BADARG);
+    EXPECT_EQ(encode({FMT_RGB888}), IMG_ST_BADARG);
+    image.height = 0;
+    EXPECT_EQ(encode({FMT_RGB888}), IMG_ST_OK) << "no pixel is needed";
+
+    img_codec *bare = img_codec_register(&handle, bare_codec, nullptr, nullptr);
+    void *state = nullptr;
+    EXPECT_EQ(img_encode_begin(bare, nullptr, &state), IMG_ST_NOTSUP);
+    EXPECT_EQ(img_encode_frame(bare, nullptr, nullptr, &image, &state), IMG_ST_NOTSUP);
+    EXPECT_EQ(img_encode_finish(bare, nullptr, &state), IMG_ST_OK);
+    codec_release(bare);
+}
+
+TEST_F(Encode, FailingAllocations) {
+    const img_encode_callouts callouts = logging_encode_callouts();
+    script.choice = 9;
+    use(FMT_PAL8, {0, 1, 0}, {1, 0, 1});
+    use_palette();
+    use_access();
+    const size_t count = memory::for_each_failure([&](size_t, const memory::Watch &watch) {
+        const img_status status = encode({FMT_RGB888}, &callouts);
+        EXPECT_EQ(status, watch.failed() ? IMG_ST_NOMEM : IMG_ST_OK);
+        EXPECT_TRUE(script.log.ends_with(watch.failed() ? " abort" : " done")) << script.log;
+        EXPECT_EQ(watch.live(), 0u);
+    });
+    EXPECT_EQ(count, 2u) << "transform and line";
+}
+
+} // namespace

@@ -1,0 +1,217 @@
+// SPDX-License-Identifier: MIT
+#include "convert/transform.h"
+#include "tests/memory.h"
+
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+uint32_t tight(img_format format, uint32_t width) { return static_cast<uint32_t>(img::run_bytes(format, width)); }
+
+// An image that is a buffer or an access function; the function logs its calls.
+struct Image {
+    Image(img_format format, uint32_t width, uint32_t height, bool access, uint8_t fill = 0) {
+        stride = tight(format, width) + 3;
+        pixels.resize(size_t{stride} * height, fill);
+        record.format = format;
+        record.width = width;
+        record.height = height;
+        record.flags = IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | (access ? IMG_F_ACCESS : IMG_F_DIRECT);
+        if (access) {
+            record.access = pass;
+            record.access_arg = this;
+        } else {
+            record.data = pixels.data();
+            record.stride = stride;
+        }
+    }
+    static int pass(void *arg, uint32_t x, uint32_t y, uint32_t count, void *line) {
+        auto &self = *static_cast<Image *>(arg);
+        EXPECT_EQ(x, 0u);
+        self.rows += std::to_string(y) + ":" + std::to_string(count) + " ";
+        uint8_t *at = &self.pixels[size_t{y} * self.stride];
+        if (self.receives)
+            memcpy(at, line, tight(self.record.format, count));
+        else
+            memcpy(line, at, tight(self.record.format, count));
+        return 1;
+    }
+    img_record record{};
+    uint32_t stride;
+    Bytes pixels;
+    bool receives = false;
+    std::string rows;
+};
+
+const uint32_t palette[] = {0xff102030, 0x80405060, 0xff00ff00, 0x00000000};
+
+// Every combination of storage gives the same rows, in the order that is kept for it.
+TEST(Transform, AllPathsAndBothOrders) {
+    struct Case {
+        img_format from, to;
+        bool up, src_access, dst_access;
+    };
+    std::vector<Case> cases;
+    for (const auto &[from, to] : {std::pair{FMT_G8, FMT_RGB888}, std::pair{FMT_ARGB8888HE, FMT_G8},
+                                   std::pair{FMT_PAL4, FMT_RGB565HE}, std::pair{FMT_PAL1, FMT_PAL8}})
+        for (int bits = 0; bits < 8; bits++)
+            cases.push_back({from, to, (bits & 1) != 0, (bits & 2) != 0, (bits & 4) != 0});
+    for (const auto &[from, to, up, src_access, dst_access] : cases) {
+        Image src{from, 5, 4, src_access}, dst{to, 4, 3, dst_access, 0xee};
+        dst.receives = true;
+        for (size_t i = 0; i < src.pixels.size(); i++) src.pixels[i] = static_cast<uint8_t>(i * 37 % 251);
+        if (from == FMT_PAL4)
+            for (uint8_t &b : src.pixels) b &= 0x33;
+        src.record.palette = const_cast<uint32_t *>(palette);
+        src.record.ncolors = 4;
+        src.record.flags |= IMG_F_PALETTE;
+        ASSERT_EQ((up ? img_dtransform_bu : img_dtransform)(&src.record, &dst.record), IMG_ST_OK);
+
+        img_dtransform_state *state;
+        ASSERT_EQ(img_dtransform_create(&src.record, &dst.record, &state), IMG_ST_OK);
+        for (uint32_t y = 0; y < 3; y++) {
+            Bytes row(dst.stride, 0xee);
+            img_dtransform_apply(state, &src.pixels[y * src.stride], row.data(), 4);
+            EXPECT_EQ(memcmp(row.data(), &dst.pixels[(up ? 2 - y : y) * dst.stride], dst.stride), 0)
+                << std::hex << from << " " << to << " " << up << src_access << dst_access << " row " << y;
+        }
+        img_dtransform_free(state);
+        const bool both = src_access && dst_access;
+        const std::string down = "0:4 1:4 2:4 ", upward = "2:4 1:4 0:4 ";
+        EXPECT_EQ(src.rows, !src_access ? "" : both ? upward : down);
+        EXPECT_EQ(dst.rows, !dst_access ? "" : both != up ? upward : down);
+    }
+}
+
+TEST(Transform, PalettesInTheDestinationsFormat) {
+    img_record src{}, dst{};
+    src.format = FMT_PAL8;
+    src.flags = IMG_F_FORMAT | IMG_F_PALETTE;
+    src.palette = const_cast<uint32_t *>(palette);
+    src.ncolors = 4;
+    dst.flags = IMG_F_FORMAT;
+    const auto expand = [&](img_format to, Bytes indices) {
+        dst.format = to;
+        img_dtransform_state *state;
+        EXPECT_EQ(img_dtransform_create(&src, &dst, &state), IMG_ST_OK);
+        Bytes out(indices.size() * img::bits_per_pixel(to) / 8);
+        img_dtransform_apply(state, indices.data(), out.data(), static_cast<uint32_t>(indices.size()));
+        img_dtransform_free(state);
+        return out;
+    };
+    EXPECT_EQ(expand(FMT_RGB565HE, {0, 1, 2}), (Bytes{0x06, 0x11, 0x8c, 0x42, 0xe0, 0x07}));
+    EXPECT_EQ(expand(FMT_G8, {0, 2}), (Bytes{28, 150}));
+    EXPECT_EQ(expand(FMT_ARGB8888HE, {1, 200}), (Bytes{0x60, 0x50, 0x40, 0x80, 0, 0, 0, 0})) << "no such entry";
+    src.format = FMT_PAL1;
+    EXPECT_EQ(expand(FMT_A8, {0x60}), (Bytes{0xff}));
+    src.ncolors = 2;
+    dst.format = FMT_ARGB8888HE;
+    img_dtransform_state *state;
+    ASSERT_EQ(img_dtransform_create(&src, &dst, &state), IMG_ST_OK);
+    EXPECT_EQ(state->palette, palette) << "the record's own";
+    img_dtransform_free(state);
+}
+
+TEST(Transform, Refusals) {
+    struct Case {
+        img_format from, to;
+        img_flags from_flags, to_flags;
+        img_status status;
+    };
+    for (const auto &[from, to, from_flags, to_flags, status] :
+         {Case{FMT_G8, FMT_G8, 0, IMG_F_FORMAT, IMG_ST_BADARG}, Case{FMT_G8, FMT_G8, IMG_F_FORMAT, 0, IMG_ST_BADARG},
+          Case{FMT_RGB888, FMT_PAL8, IMG_F_FORMAT, IMG_F_FORMAT, IMG_ST_BADFMT},
+          Case{FMT_PAL8, FMT_RGB888, IMG_F_FORMAT, IMG_F_FORMAT, IMG_ST_BADARG},
+          Case{FMT_PAL8, 0x1, IMG_F_FORMAT | IMG_F_PALETTE, IMG_F_FORMAT, IMG_ST_BADFMT},
+          Case{FMT_PAL8, 0x20, IMG_F_FORMAT | IMG_F_PALETTE, IMG_F_FORMAT, IMG_ST_BADFMT},
+          Case{FMT_PAL4, FMT_PAL4, IMG_F_FORMAT, IMG_F_FORMAT, IMG_ST_BADFMT},
+          Case{FMT_G8, FMT_A8, IMG_F_FORMAT, IMG_F_FORMAT, IMG_ST_BADFMT}}) {
+        img_record src{}, dst{};
+        src.format = from;
+        src.flags = from_flags;
+        dst.format = to;
+        dst.flags = to_flags;
+        auto *state = reinterpret_cast<img_dtransform_state *>(1);
+        EXPECT_EQ(img_dtransform_create(&src, &dst, &state), status) << std::hex << from << " " << to;
+        EXPECT_EQ(state, nullptr);
+    }
+    Image src{FMT_G8, 2, 2, false};
+    img_record dst{};
+    for (const img_flags lacking : {IMG_F_FORMAT, IMG_F_WIDTH, IMG_F_HEIGHT}) {
+        img_record incomplete = src.record;
+        incomplete.flags &= ~lacking;
+        EXPECT_EQ(img_dtransform(&incomplete, &dst), IMG_ST_BADARG);
+        EXPECT_EQ(dst.flags, 0u);
+    }
+    src.record.flags &= ~img_flags{IMG_F_DIRECT};
+    const memory::Watch watch;
+    EXPECT_EQ(img_dtransform(&src.record, &dst), IMG_ST_BADARG) << "no pixels to copy";
+    EXPECT_EQ(dst.flags, IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT);
+    EXPECT_EQ(watch.live(), 0u);
+}
+
+TEST(Transform, FillsAnEmptyRecordWithThePaletteToo) {
+    Image src{FMT_PAL8, 3, 2, false};
+    src.pixels = {0, 1, 2, 9, 9, 9, 3, 2, 1, 9, 9, 9};
+    src.record.palette = const_cast<uint32_t *>(palette);
+    src.record.ncolors = 4;
+    src.record.flags |= IMG_F_PALETTE | IMG_F_PAL_ALPHA | IMG_F_TRANSP;
+    img_record dst{};
+    ASSERT_EQ(img_dtransform(&src.record, &dst), IMG_ST_OK);
+    EXPECT_EQ(dst.flags, IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | IMG_F_DIRECT | IMG_F_PALETTE | IMG_F_PAL_ALPHA);
+    EXPECT_EQ(dst.ncolors, 4u);
+    EXPECT_EQ(memcmp(dst.palette, palette, sizeof palette), 0);
+    EXPECT_EQ(memcmp(img::row_at(dst, 1), "\3\2\1", 3), 0);
+    free(dst.data);
+
+    for (const uint32_t ncolors : {2u, 6u}) { // of its own: as far as it reaches
+        dst = {};
+        dst.format = FMT_PAL8;
+        dst.flags = IMG_F_FORMAT;
+        dst.ncolors = ncolors;
+        ASSERT_EQ(img_dtransform(&src.record, &dst), IMG_ST_OK);
+        EXPECT_EQ(dst.palette[1], palette[1]);
+        EXPECT_EQ(dst.palette[ncolors - 1], ncolors == 2 ? palette[1] : 0u);
+        free(dst.data);
+    }
+}
+
+TEST(Transform, NothingToMove) {
+    Image src{FMT_PAL4, 4, 0, true}, dst{FMT_RGB888, 0, 3, true};
+    src.record.flags |= IMG_F_PALETTE;
+    src.record.palette = const_cast<uint32_t *>(palette);
+    EXPECT_EQ(img_dtransform(&src.record, &dst.record), IMG_ST_OK);
+    EXPECT_EQ(src.rows + dst.rows, "");
+    img_record empty{};
+    EXPECT_EQ(img_dtransform_bu(&src.record, &empty), IMG_ST_BADFMT) << "4-bit indices do not convert to themselves";
+}
+
+TEST(Transform, FailingAllocations) {
+    for (int bits = 0; bits < 4; bits++) {
+        Image src{FMT_PAL8, 3, 2, (bits & 1) != 0};
+        src.record.palette = const_cast<uint32_t *>(palette);
+        src.record.ncolors = 4;
+        src.record.flags |= IMG_F_PALETTE;
+        const size_t count = memory::for_each_failure([&](size_t n, const memory::Watch &watch) {
+            Image given{FMT_RGB565HE, 3, 2, true};
+            given.receives = true;
+            img_record empty{}, &dst = bits & 2 ? given.record : empty;
+            if (!(bits & 2)) empty.format = bits ? FMT_G8 : FMT_PAL8, empty.flags = IMG_F_FORMAT, empty.ncolors = 4;
+            const img_status status = img_dtransform(&src.record, &dst);
+            EXPECT_EQ(status, watch.failed() ? IMG_ST_NOMEM : IMG_ST_OK) << n;
+            EXPECT_EQ(bool(empty.flags & IMG_F_DIRECT), !watch.failed() && !(bits & 2));
+            EXPECT_FALSE(status && (empty.flags & IMG_F_PALETTE));
+            if (empty.flags & IMG_F_DIRECT) free(empty.data);
+            EXPECT_EQ(watch.live(), 0u);
+        });
+        EXPECT_EQ(count, 2u);
+    }
+}
+
+} // namespace
