@@ -121,6 +121,7 @@ TEST_F(Decode, CalloutsComeInOrderWithTheCallersData) {
     EXPECT_EQ(record.transparency8, 1u);
     EXPECT_EQ(record.palette, reinterpret_cast<uint32_t *>(static_cast<uint8_t *>(record.data) + 8));
 
+    free(record.data);
     script.log.clear();
     script.setup_status = 30;
     record = {};
