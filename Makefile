@@ -1,0 +1,31 @@
+# The two commands of a newcomer are demo and check. Both install what a fresh Debian 12 lacks, and build.
+BUILD := build/release
+
+all: build
+
+packages:
+	@.ci/packages build
+
+build: packages
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release
+
+demo: build
+	@tools/demo.sh $(BUILD)
+
+check: build
+	@ctest --preset release --output-on-failure
+
+bench: packages
+	@.ci/packages bench
+	@cmake --preset release -DPICTRA_BENCH=ON >/dev/null
+	@cmake --build --preset release --target pictra_bench
+	@$(BUILD)/bin/pictra_bench
+
+format:
+	@git ls-files '*.h' '*.c' '*.cpp' | xargs clang-format -i
+
+clean:
+	rm -rf build
+
+.PHONY: all packages build demo check bench format clean
