@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -212,6 +213,24 @@ TEST(Transform, FailingAllocations) {
         });
         EXPECT_EQ(count, 2u);
     }
+}
+
+// For the thread sanitizer: the choice of the inner loops at first use is all that the threads share.
+TEST(Transform, RecordsOfTheirOwnMayBeUsedAtOnce) {
+    const auto convert = [] {
+        for (const img_format format : {FMT_RGB565HE, FMT_ARGB8888OE, FMT_G8}) {
+            Image src{FMT_RGB888, 100, 20, false, 0xff};
+            img_record dst{};
+            dst.format = format;
+            dst.flags = IMG_F_FORMAT;
+            ASSERT_EQ(img_dtransform(&src.record, &dst), IMG_ST_OK);
+            EXPECT_EQ(*img::row_at(dst, 19), 0xff);
+            free(dst.data);
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; i++) threads.emplace_back(convert);
+    for (std::thread &thread : threads) thread.join();
 }
 
 } // namespace
