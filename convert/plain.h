@@ -13,7 +13,7 @@ namespace {
 
 constexpr size_t block = 32;
 
-template <Layout S> uint32_t load_pixel(const uint8_t *p) {
+template <Layout S> INLINE uint32_t load_pixel(const uint8_t *p) {
     if constexpr (S.bytes == 1) {
         return *p;
     } else if constexpr (S.bytes == 2) {
@@ -29,7 +29,7 @@ template <Layout S> uint32_t load_pixel(const uint8_t *p) {
     }
 }
 
-template <Layout D> void store_pixel(uint8_t *p, uint32_t word) {
+template <Layout D> INLINE void store_pixel(uint8_t *p, uint32_t word) {
     if constexpr (D.bytes == 1) {
         *p = uint8_t(word);
     } else if constexpr (D.bytes == 2) {
@@ -45,16 +45,16 @@ template <Layout D> void store_pixel(uint8_t *p, uint32_t word) {
     }
 }
 
-template <Field F> uint32_t field(uint32_t word) { return (word & F.mask()) >> F.shift; }
+template <Field F> INLINE uint32_t field(uint32_t word) { return (word & F.mask()) >> F.shift; }
 
-template <Layout S, Weights W> uint32_t luma(uint32_t word) {
+template <Layout S, Weights W> INLINE uint32_t luma(uint32_t word) {
     return (field<S.r>(word) * raw_weight(S.r, W.r) + field<S.g>(word) * raw_weight(S.g, W.g) +
             field<S.b>(word) * raw_weight(S.b, W.b)) >>
            8;
 }
 
 // Reads all of the block before it writes any of it.
-template <Layout S, Layout D, Rule R> void convert_block(const uint8_t *src, uint8_t *dst) {
+template <Layout S, Layout D, Rule R> INLINE void convert_block(const uint8_t *src, uint8_t *dst) {
     uint32_t words[block];
     for (size_t i = 0; i < block; i++) words[i] = load_pixel<S>(src + i * S.bytes);
     for (uint32_t &word : words) {

@@ -5,11 +5,14 @@
 
 #include "convert/layout.h"
 
+// The steps of a block pass vectors to each other; a call between them would pass these through memory.
+#define INLINE [[gnu::always_inline]] inline
+
 namespace img::IMG_TARGET {
 namespace {
 
 // What arrives from n places away and farther.
-template <Layout S, Layout D, int n, typename Lane, typename Words> Words moved(Words words) {
+template <Layout S, Layout D, int n, typename Lane, typename Words> INLINE Words moved(Words words) {
     constexpr Moves m = moves(S, D);
     Words result{};
     if constexpr (n < Moves::farthest) result = moved<S, D, n + 1, Lane>(words);
@@ -18,7 +21,7 @@ template <Layout S, Layout D, int n, typename Lane, typename Words> Words moved(
     return result;
 }
 
-template <Layout S, Layout D, typename Lane, typename Words> Words repack(Words words) {
+template <Layout S, Layout D, typename Lane, typename Words> INLINE Words repack(Words words) {
     return moved<S, D, 0, Lane>(words) | Lane(moves(S, D).set);
 }
 

@@ -23,23 +23,23 @@ typedef int16_t S16 __attribute__((vector_size(32)));
 typedef uint32_t U32 __attribute__((vector_size(32)));
 typedef __m256i Any;
 
-template <typename Vector = U8> Vector load(const void *p) {
+template <typename Vector = U8> INLINE Vector load(const void *p) {
     Vector v;
     memcpy(&v, p, sizeof v);
     return v;
 }
 
-template <typename Vector> void store(uint8_t *p, Vector v) { memcpy(p, &v, sizeof v); }
+template <typename Vector> INLINE void store(uint8_t *p, Vector v) { memcpy(p, &v, sizeof v); }
 
 // The byte of the source, in each half, that goes to each byte of the result; 0x80 makes it zero.
 struct Mask {
     uint8_t at[32];
 };
 
-U8 shuffle(U8 v, const Mask &mask) { return U8(_mm256_shuffle_epi8(Any(v), load<Any>(mask.at))); }
+INLINE U8 shuffle(U8 v, const Mask &mask) { return U8(_mm256_shuffle_epi8(Any(v), load<Any>(mask.at))); }
 
 // Reorders quarters, which undoes what packing and unpacking do within the halves.
-template <typename Vector> Vector exchange_middle(Vector v) {
+template <typename Vector> INLINE Vector exchange_middle(Vector v) {
     return Vector(_mm256_permute4x64_epi64(Any(v), 0b11'01'10'00));
 }
 
@@ -50,7 +50,7 @@ struct Words {
 };
 
 // The block, eight pixels to a vector; where in the halves they lie is for `place` to know.
-template <uint32_t bytes> Words load_bytes(const uint8_t *src) {
+template <uint32_t bytes> INLINE Words load_bytes(const uint8_t *src) {
     Words w;
     for (size_t k = 0; k < 4; k++) {
         const uint8_t *p = src + k * 8 * bytes;
@@ -89,7 +89,7 @@ consteval bool in_place(Layout src, Layout dst) {
            src.b.shift == dst.b.shift && (!src.a.bits || !dst.a.bits || src.a.shift == dst.a.shift);
 }
 
-template <Layout S, Layout D> Words placed(Words w) {
+template <Layout S, Layout D> INLINE Words placed(Words w) {
     static constexpr Mask mask = place(S, D);
     for (U8 &v : w.v) {
         if constexpr (!in_place(S, D)) v = shuffle(v, mask);
@@ -98,26 +98,25 @@ template <Layout S, Layout D> Words placed(Words w) {
     return w;
 }
 
-void store_words(uint8_t *dst, const Words &w) {
+INLINE void store_words(uint8_t *dst, const Words &w) {
     for (size_t k = 0; k < 4; k++) store(dst + 32 * k, w.v[k]);
 }
 
 // Stores pixels of layout S as 24-bit ones: each vector is squeezed to its six double words, turned to where three
 // vectors want them, and these are put together.
-template <Layout S, Layout D> void store_squeezed(uint8_t *dst, const Words &w) {
+template <Layout S, Layout D> INLINE void store_squeezed(uint8_t *dst, const Words &w) {
     static constexpr uint32_t turned[4][8] = {
         {0, 1, 2, 4, 5, 6, 3, 7}, {2, 4, 5, 6, 3, 7, 0, 1}, {5, 6, 3, 7, 0, 1, 2, 4}, {3, 7, 0, 1, 2, 4, 5, 6}};
     static constexpr Mask mask = place(S, D);
     Any v[4];
-    for (size_t k = 0; k < 4; k++)
-        v[k] = _mm256_permutevar8x32_epi32(Any(shuffle(w.v[k], mask)), load<Any>(turned[k]));
+    for (size_t k = 0; k < 4; k++) v[k] = _mm256_permutevar8x32_epi32(Any(shuffle(w.v[k], mask)), load<Any>(turned[k]));
     store(dst, _mm256_blend_epi32(v[0], v[1], 0b11000000));
     store(dst + 32, _mm256_blend_epi32(v[1], v[2], 0b11110000));
     store(dst + 64, _mm256_blend_epi32(v[2], v[3], 0b11111100));
 }
 
 // Four vectors of 32-bit words below 65536, shifted right, to the bytes of a block.
-template <int shift> U8 narrow_to_bytes(const Words &w) {
+template <int shift> INLINE U8 narrow_to_bytes(const Words &w) {
     static constexpr uint32_t in_order[] = {0, 4, 1, 5, 2, 6, 3, 7};
     const auto low = U16(_mm256_packus_epi32(Any(w.v[0]), Any(w.v[1]))) >> shift;
     const auto high = U16(_mm256_packus_epi32(Any(w.v[2]), Any(w.v[3]))) >> shift;
@@ -130,7 +129,7 @@ struct Halves {
     U16 v[2]; // 16 pixels each, in order
 };
 
-U16 swap_bytes(U16 v) {
+INLINE U16 swap_bytes(U16 v) {
     static constexpr Mask swapped = [] {
         Mask mask{};
         for (uint8_t i = 0; i < 32; i++) mask.at[i] = (i ^ 1) & 15;
@@ -139,20 +138,20 @@ U16 swap_bytes(U16 v) {
     return U16(shuffle(U8(v), swapped));
 }
 
-template <Layout S> Halves load_halves(const uint8_t *src) {
+template <Layout S> INLINE Halves load_halves(const uint8_t *src) {
     Halves h{load<U16>(src), load<U16>(src + 32)};
     if constexpr (S.swapped)
         for (U16 &v : h.v) v = swap_bytes(v);
     return h;
 }
 
-template <Layout D> void store_halves(uint8_t *dst, Halves h) {
+template <Layout D> INLINE void store_halves(uint8_t *dst, Halves h) {
     for (size_t k = 0; k < 2; k++) store(dst + 32 * k, D.swapped ? swap_bytes(h.v[k]) : h.v[k]);
 }
 
 // A channel widened to eight bits, in the low byte. Repeating the top bits is a multiplication: by 33 / 4 for five bits
 // and by 65 / 16 for six, with the fraction dropped.
-template <Field F> U16 widened(U16 v) {
+template <Field F> INLINE U16 widened(U16 v) {
     if constexpr (F.bits == 1) return U16(S16(v << uint16_t(15 - F.shift)) >> 15) & 0xff;
     constexpr uint32_t factor = ((1u << F.bits) + 1) << (24 - 2 * F.bits);
     if constexpr (F.shift == 0) // the factor would not fit 16 bits
@@ -161,7 +160,7 @@ template <Field F> U16 widened(U16 v) {
 }
 
 // The byte of a pixel of D at a place in memory, in the low byte.
-template <Layout S, Layout D, uint32_t byte> U16 channel(U16 v) {
+template <Layout S, Layout D, uint32_t byte> INLINE U16 channel(U16 v) {
     if constexpr (D.r.shift / 8 == byte) return widened<S.r>(v);
     if constexpr (D.g.shift / 8 == byte) return widened<S.g>(v);
     if constexpr (D.b.shift / 8 == byte) return widened<S.b>(v);
@@ -171,7 +170,7 @@ template <Layout S, Layout D, uint32_t byte> U16 channel(U16 v) {
 }
 
 // 32-bit words, in 16-bit lanes as long as possible: the even bytes together, the odd ones together.
-template <Layout S, Layout D> Words widen_halves(const Halves &h) {
+template <Layout S, Layout D> INLINE Words widen_halves(const Halves &h) {
     Words w;
     for (size_t k = 0; k < 2; k++) {
         const U16 v = exchange_middle(h.v[k]);
@@ -188,13 +187,13 @@ consteval int narrow_weight(Field f) { return f.bits ? 1 << (f.shift + f.bits - 
 consteval uint32_t kept_bits(Field f) { return f.bits ? (0xff00u >> f.bits) & 0xff : 0; }
 
 // From words of ARGB: sums of pairs of bytes, then of pairs of those, put the channels next to each other.
-template <Layout S, Layout D> Halves narrow_words(const Words &argb) {
+template <Layout S, Layout D> INLINE Halves narrow_words(const Words &argb) {
     constexpr bool alpha = S.a.bits && D.a.bits;
-    constexpr uint32_t kept = kept_bits(D.b) | kept_bits(D.g) << 8 | kept_bits(D.r) << 16 |
-                              (alpha ? kept_bits(D.a) << 24 : 0);
+    constexpr uint32_t kept =
+        kept_bits(D.b) | kept_bits(D.g) << 8 | kept_bits(D.r) << 16 | (alpha ? kept_bits(D.a) << 24 : 0);
     constexpr int red = narrow_weight(D.r);
-    constexpr int in_pairs = narrow_weight(D.b) | narrow_weight(D.g) << 8 | 1 << 16 |
-                             (alpha ? narrow_weight(D.a) / red << 24 : 0);
+    constexpr int in_pairs =
+        narrow_weight(D.b) | narrow_weight(D.g) << 8 | 1 << 16 | (alpha ? narrow_weight(D.a) / red << 24 : 0);
     Any v[4];
     for (size_t k = 0; k < 4; k++) {
         const Any pairs = _mm256_maddubs_epi16(Any(U32(argb.v[k]) & kept), _mm256_set1_epi32(in_pairs));
@@ -208,13 +207,13 @@ template <Layout S, Layout D> Halves narrow_words(const Words &argb) {
     return h;
 }
 
-U8 pack_halves(const Halves &h) { return exchange_middle(U8(_mm256_packus_epi16(Any(h.v[0]), Any(h.v[1])))); }
+INLINE U8 pack_halves(const Halves &h) { return exchange_middle(U8(_mm256_packus_epi16(Any(h.v[0]), Any(h.v[1])))); }
 
 // ---- The rules -------------------------------------------------------------------------------------------------
 
 // Grey of whole bytes as a sum of four products: green is split in two, so that each weight is below 128 and the sum of
 // two products below 32768, which is what the multiplication takes.
-template <Layout S, Weights W> U8 luma_of_bytes(const Words &w) {
+template <Layout S, Weights W> INLINE U8 luma_of_bytes(const Words &w) {
     constexpr Layout green_twice{S.bytes, false, S.r, S.g, S.b, S.g}, rgbg{4, false, {0, 8}, {8, 8}, {16, 8}, {24, 8}};
     constexpr int near_red = 51, near_blue = W.g - near_red;
     static_assert((W.r + near_red) * 255 < 32768 && (W.b + near_blue) * 255 < 32768 && near_blue < 128);
@@ -230,7 +229,7 @@ template <Layout S, Weights W> U8 luma_of_bytes(const Words &w) {
     return narrow_to_bytes<8>(sums);
 }
 
-template <Layout S, Weights W> U8 luma_of_halves(Halves h) {
+template <Layout S, Weights W> INLINE U8 luma_of_halves(Halves h) {
     for (U16 &v : h.v) {
         const U16 r = (v & uint16_t(S.r.mask())) >> S.r.shift, g = (v & uint16_t(S.g.mask())) >> S.g.shift,
                   b = v & uint16_t(S.b.mask());
@@ -240,7 +239,7 @@ template <Layout S, Weights W> U8 luma_of_halves(Halves h) {
 }
 
 // Reads all of the block before it writes any of it.
-template <Layout S, Layout D, Rule R> void convert_block(const uint8_t *src, uint8_t *dst) {
+template <Layout S, Layout D, Rule R> INLINE void convert_block(const uint8_t *src, uint8_t *dst) {
     constexpr Layout argb = S.a.bits ? layout::argb8888he : layout::xrgb8888he;
     if constexpr (S.bytes == 2) {
         Halves h = load_halves<S>(src);
