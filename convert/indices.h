@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Palette indices: unpacked to bytes, and looked up. Part of kernels.cpp.
+// Palette indices one by one: unpacked to bytes, and looked up. Part of kernels.cpp.
+//
+// Only entries up to the highest index of a run are read: a short palette may end where memory ends.
 #pragma once
 
 #include <stddef.h>
@@ -16,14 +18,22 @@ template <uint32_t bits> uint8_t index_at(const uint8_t *packed, size_t i) {
     return uint8_t(packed[i / per_byte] >> (8 - bits - i % per_byte * bits)) & ((1 << bits) - 1);
 }
 
-template <uint32_t bits> void unpack_indices(const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *) {
+template <uint32_t bits> void unpack_singly(const uint8_t *src, uint8_t *dst, size_t count) {
     for (size_t i = 0; i < count; i++) dst[i] = index_at<bits>(src, i);
 }
 
-// Only entries that an index names are read: a short palette may end where memory ends.
 template <uint32_t bits, uint32_t bytes>
-void expand_indices(const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *palette) {
-    for (size_t i = 0; i < count; i++) memcpy(dst + i * bytes, palette + index_at<bits>(src, i) * bytes, bytes);
+void expand_singly(const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *palette) {
+    size_t i = 0;
+    if constexpr (bits == 8) { // eight indices from one load, since loads are what limits this
+        for (; i + 8 <= count; i += 8) {
+            uint64_t indices;
+            memcpy(&indices, src + i, sizeof indices);
+            for (size_t k = 0; k < 8; k++)
+                memcpy(dst + (i + k) * bytes, palette + (indices >> 8 * k & 0xff) * bytes, bytes);
+        }
+    }
+    for (; i < count; i++) memcpy(dst + i * bytes, palette + index_at<bits>(src, i) * bytes, bytes);
 }
 
 } // namespace

@@ -11,10 +11,10 @@
 
 #if defined(__AVX2__)
 #include "convert/vector.h"
+#include "convert/vector_indices.h"
 #else
 #include "convert/plain.h"
 #endif
-#include "convert/indices.h"
 
 namespace img::IMG_TARGET {
 namespace {
@@ -69,10 +69,17 @@ void run(const Shape &shape, const void *from, void *to, size_t count, const voi
 
 template <Layout S, Layout D, Rule R>
 void convert_blocks(const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *) {
-    const size_t last = count - block; // overlaps the block before it when count is not a multiple
-    for (size_t i = 0;; i = i + block < last ? i + block : last) {
-        convert_block<S, D, R>(src + i * S.bytes, dst + i * D.bytes);
-        if (i == last) return;
+    const uint8_t *last_src = src + (count - block) * S.bytes;
+    uint8_t *last_dst = dst + (count - block) * D.bytes;
+    for (;;) {
+        convert_block<S, D, R>(src, dst);
+        if (src == last_src) return;
+        src += block * S.bytes;
+        dst += block * D.bytes;
+        if (src > last_src) [[unlikely]] { // the last block overlaps the one before
+            src = last_src;
+            dst = last_dst;
+        }
     }
 }
 

@@ -3,6 +3,7 @@
 // A block of pixels in plain C++, for every CPU: load words, apply the rule, store words. Part of kernels.cpp.
 #pragma once
 
+#include "convert/indices.h"
 #include "convert/repack.h"
 
 #include <stddef.h>
@@ -64,6 +65,15 @@ template <Layout S, Layout D, Rule R> INLINE void convert_block(const uint8_t *s
             word = luma<S, weights(R)>(word);
     }
     for (size_t i = 0; i < block; i++) store_pixel<D>(dst + i * D.bytes, words[i]);
+}
+
+template <uint32_t bits> void unpack_indices(const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *) {
+    unpack_singly<bits>(src, dst, count);
+}
+
+template <uint32_t bits, uint32_t bytes>
+void expand_indices(const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *palette) {
+    expand_singly<bits, bytes>(src, dst, count, palette);
 }
 
 } // namespace

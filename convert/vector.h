@@ -115,12 +115,29 @@ template <Layout S, Layout D> INLINE void store_squeezed(uint8_t *dst, const Wor
     store(dst + 64, _mm256_blend_epi32(v[2], v[3], 0b11111100));
 }
 
+// Bytes of a block whose vectors were put together within the halves.
+INLINE U8 in_order(Any v) {
+    static constexpr uint32_t order[] = {0, 4, 1, 5, 2, 6, 3, 7};
+    return U8(_mm256_permutevar8x32_epi32(v, load<Any>(order)));
+}
+
 // Four vectors of 32-bit words below 65536, shifted right, to the bytes of a block.
 template <int shift> INLINE U8 narrow_to_bytes(const Words &w) {
-    static constexpr uint32_t in_order[] = {0, 4, 1, 5, 2, 6, 3, 7};
     const auto low = U16(_mm256_packus_epi32(Any(w.v[0]), Any(w.v[1]))) >> shift;
     const auto high = U16(_mm256_packus_epi32(Any(w.v[2]), Any(w.v[3]))) >> shift;
-    return U8(_mm256_permutevar8x32_epi32(_mm256_packus_epi16(Any(low), Any(high)), load<Any>(in_order)));
+    return in_order(_mm256_packus_epi16(Any(low), Any(high)));
+}
+
+// One byte of each word. Only one instruction here crosses the halves, where packing twice would take four.
+template <uint32_t byte> INLINE U8 byte_of_words(const Words &w) {
+    static constexpr Mask mask = [] {
+        Mask m{};
+        for (uint8_t i = 0; i < 32; i++) m.at[i] = uint8_t(i % 4 * 4 + byte);
+        return m;
+    }();
+    const Any low = _mm256_blend_epi32(Any(shuffle(w.v[0], mask)), Any(shuffle(w.v[1], mask)), 0b00100010);
+    const Any high = _mm256_blend_epi32(Any(shuffle(w.v[2], mask)), Any(shuffle(w.v[3], mask)), 0b10001000);
+    return in_order(_mm256_blend_epi32(low, high, 0b11001100));
 }
 
 // ---- Layouts of 16 bits ----------------------------------------------------------------------------------------
@@ -261,8 +278,7 @@ template <Layout S, Layout D, Rule R> INLINE void convert_block(const uint8_t *s
         if constexpr (R != Rule::repack) {
             store(dst, luma_of_bytes<S, weights(R)>(w));
         } else if constexpr (D.bytes == 1) {
-            for (U8 &v : w.v) v = U8((U32(v) >> S.a.shift) & 0xff);
-            store(dst, narrow_to_bytes<0>(w));
+            store(dst, byte_of_words<S.a.shift / 8>(w));
         } else if constexpr (D.bytes == 2) {
             store_halves<D>(dst, narrow_words<argb, D>(placed<S, argb>(w)));
         } else if constexpr (D.bytes == 3) {
