@@ -29,23 +29,54 @@ struct Shape {
     Convert *convert;
 };
 
+constexpr size_t vector_bytes = 32, worth_aligning = 256;
 constexpr size_t chunk = 256; // pixels that pass through a buffer together; it stays in the L1 cache
 
 size_t index_bytes(size_t count, uint32_t bits) { return (count * bits + 7) >> 3; }
 
+// Copies at least `size` bytes, in two moves of that size if they suffice.
+template <size_t size> void copy_overlapping(uint8_t *dst, const uint8_t *src, size_t bytes) {
+    struct Piece {
+        uint8_t bytes[size];
+    } first, last;
+    memcpy(&first, src, size);
+    memcpy(&last, src + bytes - size, size);
+    for (size_t i = size; i + size < bytes; i += size) memcpy(dst + i, src + i, size);
+    memcpy(dst, &first, size);
+    memcpy(dst + bytes - size, &last, size);
+}
+
+// Less than a block. The call to memcpy would take longer than all the rest of a short run.
+void copy_short(uint8_t *dst, const uint8_t *src, size_t bytes) {
+    if (bytes >= 16) return copy_overlapping<16>(dst, src, bytes);
+    if (bytes >= 8) return copy_overlapping<8>(dst, src, bytes);
+    if (bytes >= 4) return copy_overlapping<4>(dst, src, bytes);
+    if (bytes >= 2) return copy_overlapping<2>(dst, src, bytes);
+    if (bytes) *dst = *src;
+}
+
 // At most a chunk, read completely before anything is written.
 void convert_buffered(const Shape &shape, const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *palette) {
-    uint8_t in[chunk * 4];
     const size_t src_bytes = index_bytes(count, shape.src_bits);
     if (count >= shape.least) {
+        uint8_t in[chunk * 4];
         memcpy(in, src, src_bytes);
         return shape.convert(in, dst, count, palette);
     }
-    uint8_t out[block * 4];
-    memset(in, 0, block * 4);
-    memcpy(in, src, src_bytes);
+    uint8_t in[block * 4] = {}, out[block * 4];
+    copy_short(in, src, src_bytes);
     shape.convert(in, out, block, palette);
-    memcpy(dst, out, count * shape.dst_bytes);
+    copy_short(dst, out, count * shape.dst_bytes);
+}
+
+// How many pixels lie before the first one that begins a vector, on the side that moves more bytes; 0 if none does.
+// Vectors that straddle cache lines halve the speed of light conversions.
+size_t pixels_to_alignment(const Shape &shape, uintptr_t src, uintptr_t dst) {
+    const bool by_dst = shape.dst_bytes * 8 >= shape.src_bits;
+    const uint32_t bytes = by_dst ? shape.dst_bytes : shape.src_bits / 8;
+    const size_t missing = -(by_dst ? dst : src) % vector_bytes;
+    if (bytes == 3) return missing * 11 % vector_bytes; // 3 * 11 = 1 modulo 32
+    return missing % bytes ? 0 : missing / bytes;
 }
 
 void run(const Shape &shape, const void *from, void *to, size_t count, const void *entries) {
@@ -54,7 +85,11 @@ void run(const Shape &shape, const void *from, void *to, size_t count, const voi
     auto *dst = static_cast<uint8_t *>(to);
     const auto s = reinterpret_cast<uintptr_t>(src), d = reinterpret_cast<uintptr_t>(dst);
     const bool apart = s + index_bytes(count, shape.src_bits) <= d || d + count * shape.dst_bytes <= s;
-    if (apart && count >= shape.least) return shape.convert(src, dst, count, palette);
+    if (apart && count >= shape.least) {
+        const size_t lead = count >= worth_aligning && shape.least == block ? pixels_to_alignment(shape, s, d) : 0;
+        if (lead) shape.convert(src, dst, block, palette);
+        return shape.convert(src + lead * shape.src_bits / 8, dst + lead * shape.dst_bytes, count - lead, palette);
+    }
 
     size_t whole = 0; // pixels that need no buffer
     if (!apart && shape.dst_bytes * 8 <= shape.src_bits && (whole = count & ~size_t{block - 1}))
