@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The pixel layouts as values, and what follows from a pair of them. Data and consteval functions only: this header is
-// compiled for several instruction sets, and an inline function could be linked from one into another.
+// The pixel layouts as values, and what follows from a pair of them. The functions are static, because this header is
+// compiled for several instruction sets and one with linkage could be linked from one into another.
 #pragma once
 
 #include <stdint.h>
@@ -11,9 +11,9 @@ namespace img {
 // Where a channel lies in the word of a pixel; no bits if the layout lacks it.
 struct Field {
     uint8_t shift, bits;
-
-    consteval uint32_t mask() const { return ((uint32_t{1} << bits) - 1) << shift; }
 };
+
+static constexpr uint32_t field_mask(Field f) { return ((uint32_t{1} << f.bits) - 1) << f.shift; }
 
 // A pixel is a word in host byte order, but for 24 bits, whose first byte in memory is always the lowest.
 struct Layout {
@@ -23,13 +23,13 @@ struct Layout {
 };
 
 // The layout in the other byte order. Channels of 32-bit pixels are whole bytes, so there the fields just move.
-consteval Layout other_order(Layout l) {
+static constexpr Layout other_order(Layout l) {
     if (l.bytes == 2) return {2, !l.swapped, l.r, l.g, l.b, l.a};
     const auto mirrored = [](Field f) { return Field{f.bits ? uint8_t(24 - f.shift) : uint8_t(0), f.bits}; };
     return {4, false, mirrored(l.r), mirrored(l.g), mirrored(l.b), mirrored(l.a)};
 }
 
-consteval Layout without_alpha(Layout l) { return {l.bytes, l.swapped, l.r, l.g, l.b, {}}; }
+static constexpr Layout without_alpha(Layout l) { return {l.bytes, l.swapped, l.r, l.g, l.b, {}}; }
 
 namespace layout {
 
@@ -62,13 +62,13 @@ struct Weights {
     uint8_t r, g, b;
 };
 
-consteval Weights weights(Rule rule) {
+static constexpr Weights weights(Rule rule) {
     // Kept: of ABGR sources only green counts, so their white is 150. Callers rely on the values.
     return rule == Rule::green_luma ? Weights{0, 151, 0} : Weights{77, 151, 28};
 }
 
 // The weight of a raw field: fields of 5 and 6 bits are not widened for grey, their weights are scaled instead.
-consteval uint16_t raw_weight(Field f, uint8_t weight) { return uint16_t(weight << (8 - f.bits)); }
+static constexpr uint16_t raw_weight(Field f, uint8_t weight) { return uint16_t(weight << (8 - f.bits)); }
 
 // A repacking, word to word: which bits move by which distance, and which are set.
 struct Moves {
@@ -81,12 +81,12 @@ struct Moves {
 
 // Channels widen by repeating their top bits and narrow by dropping low ones, so counted from the top, bit i of a
 // channel of the result is bit i mod n of a channel of n bits.
-consteval Moves moves(Layout src, Layout dst) {
+static constexpr Moves moves(Layout src, Layout dst) {
     Moves m{};
     const Field from[] = {src.r, src.g, src.b, src.a}, to[] = {dst.r, dst.g, dst.b, dst.a};
     for (int channel = 0; channel < 4; channel++) {
         const Field f = from[channel], t = to[channel];
-        if (!f.bits) m.set |= t.mask();
+        if (!f.bits) m.set |= field_mask(t);
         for (int i = 0; f.bits && i < t.bits; i++) {
             const int source = f.shift + f.bits - 1 - i % f.bits, result = t.shift + t.bits - 1 - i;
             (result >= source ? m.left[result - source] : m.right[source - result]) |= uint32_t{1} << result;

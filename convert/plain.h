@@ -46,7 +46,7 @@ template <Layout D> INLINE void store_pixel(uint8_t *p, uint32_t word) {
     }
 }
 
-template <Field F> INLINE uint32_t field(uint32_t word) { return (word & F.mask()) >> F.shift; }
+template <Field F> INLINE uint32_t field(uint32_t word) { return (word & field_mask(F)) >> F.shift; }
 
 template <Layout S, Weights W> INLINE uint32_t luma(uint32_t word) {
     return (field<S.r>(word) * raw_weight(S.r, W.r) + field<S.g>(word) * raw_weight(S.g, W.g) +

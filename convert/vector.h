@@ -66,12 +66,12 @@ template <uint32_t bytes> INLINE Words load_bytes(const uint8_t *src) {
 }
 
 // Where pixel i of a half begins in it.
-consteval uint32_t pixel_place(uint32_t bytes, uint32_t half, uint32_t i) {
+constexpr uint32_t pixel_place(uint32_t bytes, uint32_t half, uint32_t i) {
     return bytes * i + (bytes == 4 ? 0 : 4 * half);
 }
 
 // Puts the bytes of four pixels to a half where dst has them, without gaps.
-consteval Mask place(Layout src, Layout dst) {
+constexpr Mask place(Layout src, Layout dst) {
     Mask mask{};
     for (uint8_t &byte : mask.at) byte = 0x80;
     const Field from[] = {src.r, src.g, src.b, src.a}, to[] = {dst.r, dst.g, dst.b, dst.a};
@@ -84,7 +84,7 @@ consteval Mask place(Layout src, Layout dst) {
     return mask;
 }
 
-consteval bool in_place(Layout src, Layout dst) {
+constexpr bool in_place(Layout src, Layout dst) {
     return src.bytes == dst.bytes && src.r.shift == dst.r.shift && src.g.shift == dst.g.shift &&
            src.b.shift == dst.b.shift && (!src.a.bits || !dst.a.bits || src.a.shift == dst.a.shift);
 }
@@ -93,7 +93,7 @@ template <Layout S, Layout D> INLINE Words placed(Words w) {
     static constexpr Mask mask = place(S, D);
     for (U8 &v : w.v) {
         if constexpr (!in_place(S, D)) v = shuffle(v, mask);
-        if constexpr (!S.a.bits && D.a.bits) v = U8(U32(v) | D.a.mask());
+        if constexpr (!S.a.bits && D.a.bits) v = U8(U32(v) | field_mask(D.a));
     }
     return w;
 }
@@ -173,7 +173,7 @@ template <Field F> INLINE U16 widened(U16 v) {
     constexpr uint32_t factor = ((1u << F.bits) + 1) << (24 - 2 * F.bits);
     if constexpr (F.shift == 0) // the factor would not fit 16 bits
         return U16(_mm256_mulhi_epu16(Any(v << uint16_t(16 - F.bits)), _mm256_set1_epi16(factor >> (16 - F.bits))));
-    return U16(_mm256_mulhi_epu16(Any(v & uint16_t(F.mask())), _mm256_set1_epi16(int16_t(factor >> F.shift))));
+    return U16(_mm256_mulhi_epu16(Any(v & uint16_t(field_mask(F))), _mm256_set1_epi16(int16_t(factor >> F.shift))));
 }
 
 // The byte of a pixel of D at a place in memory, in the low byte.
@@ -200,8 +200,8 @@ template <Layout S, Layout D> INLINE Words widen_halves(const Halves &h) {
 }
 
 // What a channel of eight bits, its low bits cleared, is multiplied by to get to its place in D, three bits too high.
-consteval int narrow_weight(Field f) { return f.bits ? 1 << (f.shift + f.bits - 5) : 0; }
-consteval uint32_t kept_bits(Field f) { return f.bits ? (0xff00u >> f.bits) & 0xff : 0; }
+constexpr int narrow_weight(Field f) { return f.bits ? 1 << (f.shift + f.bits - 5) : 0; }
+constexpr uint32_t kept_bits(Field f) { return f.bits ? (0xff00u >> f.bits) & 0xff : 0; }
 
 // From words of ARGB: sums of pairs of bytes, then of pairs of those, put the channels next to each other.
 template <Layout S, Layout D> INLINE Halves narrow_words(const Words &argb) {
@@ -219,7 +219,7 @@ template <Layout S, Layout D> INLINE Halves narrow_words(const Words &argb) {
     Halves h;
     for (size_t k = 0; k < 2; k++) {
         h.v[k] = exchange_middle(U16(_mm256_packus_epi32(v[2 * k], v[2 * k + 1])));
-        if constexpr (!S.a.bits && D.a.bits) h.v[k] |= uint16_t(D.a.mask());
+        if constexpr (!S.a.bits && D.a.bits) h.v[k] |= uint16_t(field_mask(D.a));
     }
     return h;
 }
@@ -248,8 +248,8 @@ template <Layout S, Weights W> INLINE U8 luma_of_bytes(const Words &w) {
 
 template <Layout S, Weights W> INLINE U8 luma_of_halves(Halves h) {
     for (U16 &v : h.v) {
-        const U16 r = (v & uint16_t(S.r.mask())) >> S.r.shift, g = (v & uint16_t(S.g.mask())) >> S.g.shift,
-                  b = v & uint16_t(S.b.mask());
+        const U16 r = (v & uint16_t(field_mask(S.r))) >> S.r.shift, g = (v & uint16_t(field_mask(S.g))) >> S.g.shift,
+                  b = v & uint16_t(field_mask(S.b));
         v = U16(r * raw_weight(S.r, W.r) + g * raw_weight(S.g, W.g) + b * raw_weight(S.b, W.b)) >> 8;
     }
     return pack_halves(h);

@@ -10,16 +10,25 @@
 namespace img::IMG_TARGET {
 namespace {
 
+// Of a byte of single bits, any that is set makes the highest index 1.
 template <uint32_t bits> uint32_t highest_index(const uint8_t *src, size_t count) {
-    constexpr size_t per_byte = 8 / bits;
-    uint8_t highest = 0;
-    const auto see = [&highest](int index) { highest = index > highest ? uint8_t(index) : highest; };
-    for (size_t i = 0; i < count / per_byte; i++) {
-        see(src[i] >> (8 - bits)); // of a byte of single bits, any that is set will do
-        see(bits == 1 ? src[i] != 0 : src[i] & ((1 << bits) - 1));
+    const size_t bytes = count * bits / 8;
+    U8 most{};
+    size_t i = 0;
+    for (; i + sizeof most <= bytes; i += sizeof most) {
+        const U8 v = load(src + i);
+        most = U8(_mm256_max_epu8(Any(most), Any(bits == 4 ? v & 0x0f : v)));
+        if constexpr (bits == 4) most = U8(_mm256_max_epu8(Any(most), Any(v >> 4)));
     }
-    for (size_t i = count / per_byte * per_byte; i < count; i++) see(index_at<bits>(src, i));
-    return highest;
+    uint32_t highest = 0;
+    const auto see = [&highest](uint32_t index) { highest = index > highest ? index : highest; };
+    for (uint32_t k = 0; k < sizeof most; k++) see(most[k]);
+    for (; i < bytes; i++) {
+        see(bits == 4 ? src[i] & 0x0f : src[i]);
+        if constexpr (bits == 4) see(src[i] >> 4);
+    }
+    for (i = bytes * 8 / bits; i < count; i++) see(index_at<bits>(src, i));
+    return bits == 1 ? highest != 0 : highest;
 }
 
 // The indices of a block, a byte each.

@@ -44,7 +44,7 @@ std::string check(const Routine &routine, const Fenced &from, const Fenced &to, 
     const uint8_t *sample = routine.source.data() + (count < 256 ? count * 37 : 0);
     routine.wanted(sample, want.data(), count);
     uint8_t *low = std::max(to.first(), dst - std::min(size_t(dst - to.first()), guarded));
-    uint8_t *high = dst + room + std::min(size_t(to.first() + to.size() - dst - room), guarded);
+    uint8_t *high = dst + room + std::min(size_t(to.before_end(0) - dst) - room, guarded);
     memset(low, guard, size_t(high - low));
     memcpy(src, sample, src_bytes);
     routine.run(src, dst, count);
