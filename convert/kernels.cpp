@@ -29,10 +29,24 @@ struct Shape {
     Convert *convert;
 };
 
-constexpr size_t vector_bytes = 32, worth_aligning = 256;
+constexpr size_t vector_bytes = 32;
+constexpr size_t worth_aligning = 256;               // pixels
+constexpr size_t worth_streaming = size_t{16} << 20; // bytes written, about what a core has of the last cache
 constexpr size_t chunk = 256; // pixels that pass through a buffer together; it stays in the L1 cache
 
 size_t index_bytes(size_t count, uint32_t bits) { return (count * bits + 7) >> 3; }
+
+struct Run {
+    const uint8_t *src;
+    uint8_t *dst;
+    size_t count;
+    const uint8_t *palette;
+
+    // What is left from a pixel on. Indices of less than a byte must begin one there.
+    Run from(size_t pixel, const Shape &shape) const {
+        return {src + index_bytes(pixel, shape.src_bits), dst + pixel * shape.dst_bytes, count - pixel, palette};
+    }
+};
 
 // Copies at least `size` bytes, in two moves of that size if they suffice.
 template <size_t size> void copy_overlapping(uint8_t *dst, const uint8_t *src, size_t bytes) {
@@ -56,81 +70,109 @@ void copy_short(uint8_t *dst, const uint8_t *src, size_t bytes) {
 }
 
 // At most a chunk, read completely before anything is written.
-void convert_buffered(const Shape &shape, const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *palette) {
-    const size_t src_bytes = index_bytes(count, shape.src_bits);
-    if (count >= shape.least) {
+void convert_buffered(const Shape &shape, const Run &run) {
+    const size_t src_bytes = index_bytes(run.count, shape.src_bits), dst_bytes = run.count * shape.dst_bytes;
+    if (run.count >= shape.least) {
         uint8_t in[chunk * 4];
-        memcpy(in, src, src_bytes);
-        return shape.convert(in, dst, count, palette);
+        memcpy(in, run.src, src_bytes);
+        return shape.convert(in, run.dst, run.count, run.palette);
     }
     uint8_t in[block * 4] = {}, out[block * 4];
-    copy_short(in, src, src_bytes);
-    shape.convert(in, out, block, palette);
-    copy_short(dst, out, count * shape.dst_bytes);
+    copy_short(in, run.src, src_bytes);
+    shape.convert(in, out, block, run.palette);
+    copy_short(run.dst, out, dst_bytes);
 }
 
-// How many pixels lie before the first one that begins a vector, on the side that moves more bytes; 0 if none does.
-// Vectors that straddle cache lines halve the speed of light conversions.
-size_t pixels_to_alignment(const Shape &shape, uintptr_t src, uintptr_t dst) {
-    const bool by_dst = shape.dst_bytes * 8 >= shape.src_bits;
-    const uint32_t bytes = by_dst ? shape.dst_bytes : shape.src_bits / 8;
-    const size_t missing = -(by_dst ? dst : src) % vector_bytes;
-    if (bytes == 3) return missing * 11 % vector_bytes; // 3 * 11 = 1 modulo 32
-    return missing % bytes ? 0 : missing / bytes;
+// How many pixels lie before the first one that begins a vector; 0 if none does.
+size_t pixels_to_alignment(const uint8_t *first, uint32_t pixel_bytes) {
+    const size_t missing = -reinterpret_cast<uintptr_t>(first) % vector_bytes;
+    if (pixel_bytes == 3) return missing * 11 % vector_bytes; // 3 * 11 = 1 modulo 32
+    return missing % pixel_bytes ? 0 : missing / pixel_bytes;
 }
 
-void run(const Shape &shape, const void *from, void *to, size_t count, const void *entries) {
-    const auto *src = static_cast<const uint8_t *>(from);
-    const auto *palette = static_cast<const uint8_t *>(entries);
-    auto *dst = static_cast<uint8_t *>(to);
-    const auto s = reinterpret_cast<uintptr_t>(src), d = reinterpret_cast<uintptr_t>(dst);
-    const bool apart = s + index_bytes(count, shape.src_bits) <= d || d + count * shape.dst_bytes <= s;
-    if (apart && count >= shape.least) {
-        const size_t lead = count >= worth_aligning && shape.least == block ? pixels_to_alignment(shape, s, d) : 0;
-        if (lead) shape.convert(src, dst, block, palette);
-        return shape.convert(src + lead * shape.src_bits / 8, dst + lead * shape.dst_bytes, count - lead, palette);
+// Converts up to the first pixel of the destination, or of the source, that begins a vector.
+Run align(const Shape &shape, Run run, bool by_dst) {
+    const size_t lead =
+        by_dst ? pixels_to_alignment(run.dst, shape.dst_bytes) : pixels_to_alignment(run.src, shape.src_bits / 8);
+    if (!lead) return run;
+    shape.convert(run.src, run.dst, block, run.palette);
+    return run.from(lead, shape);
+}
+
+// Lines that streaming writes whole are not read from memory first. A chunk is converted in the cache, then moved.
+Run convert_streaming(const Shape &shape, Run run) {
+    alignas(vector_bytes) uint8_t out[chunk * 4];
+    run = align(shape, run, true);
+    if (reinterpret_cast<uintptr_t>(run.dst) % vector_bytes) return run;
+    for (; run.count >= 2 * chunk; run = run.from(chunk, shape)) {
+        shape.convert(run.src, out, chunk, run.palette);
+        stream(run.dst, out, chunk * shape.dst_bytes);
     }
+    end_streaming();
+    return run;
+}
 
+void convert_apart(const Shape &shape, Run run) {
+    if (shape.least == block) {
+        if (run.count * shape.dst_bytes >= worth_streaming)
+            run = convert_streaming(shape, run);
+        else if (run.count >= worth_aligning) // vectors that straddle cache lines take twice as long
+            run = align(shape, run, shape.dst_bytes * 8 >= shape.src_bits);
+    }
+    shape.convert(run.src, run.dst, run.count, run.palette);
+}
+
+void convert_in_place(const Shape &shape, Run run) {
     size_t whole = 0; // pixels that need no buffer
-    if (!apart && shape.dst_bytes * 8 <= shape.src_bits && (whole = count & ~size_t{block - 1}))
-        shape.convert(src, dst, whole, palette);
-    for (size_t end = count; end > whole;) { // last to first, because pixels grow
+    if (shape.dst_bytes * 8 <= shape.src_bits && (whole = run.count & ~size_t{block - 1}))
+        shape.convert(run.src, run.dst, whole, run.palette);
+    for (size_t end = run.count; end > whole;) { // last to first, because pixels grow
         const size_t begin = end - whole > chunk ? (end - 1) / chunk * chunk : whole;
-        convert_buffered(shape, src + index_bytes(begin, shape.src_bits), dst + begin * shape.dst_bytes, end - begin,
-                         palette);
+        const Run rest = run.from(begin, shape);
+        convert_buffered(shape, {rest.src, rest.dst, end - begin, run.palette});
         end = begin;
     }
 }
 
+void convert_run(const Shape &shape, const void *src, void *dst, size_t count, const void *palette) {
+    const Run run{static_cast<const uint8_t *>(src), static_cast<uint8_t *>(dst), count,
+                  static_cast<const uint8_t *>(palette)};
+    const auto s = reinterpret_cast<uintptr_t>(src), d = reinterpret_cast<uintptr_t>(dst);
+    if (s + index_bytes(count, shape.src_bits) > d && d + count * shape.dst_bytes > s)
+        return convert_in_place(shape, run);
+    if (count >= shape.least) return convert_apart(shape, run);
+    convert_buffered(shape, run);
+}
+
 template <Layout S, Layout D, Rule R>
 void convert_blocks(const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *) {
-    const uint8_t *last_src = src + (count - block) * S.bytes;
-    uint8_t *last_dst = dst + (count - block) * D.bytes;
-    for (;;) {
+    for (size_t left = count;;) {
         convert_block<S, D, R>(src, dst);
-        if (src == last_src) return;
-        src += block * S.bytes;
-        dst += block * D.bytes;
-        if (src > last_src) [[unlikely]] { // the last block overlaps the one before
-            src = last_src;
-            dst = last_dst;
+        left -= block;
+        size_t step = block;
+        if (left < block) [[unlikely]] {
+            if (left == 0) return;
+            step = left; // the last block overlaps the one before
+            left = block;
         }
+        src += step * S.bytes;
+        dst += step * D.bytes;
     }
 }
 
 template <Layout S, Layout D, Rule R> void convert(const void *src, void *dst, uint32_t count) {
     static constexpr Shape shape{S.bytes * 8, D.bytes, block, convert_blocks<S, D, R>};
-    run(shape, src, dst, count, nullptr);
+    convert_run(shape, src, dst, count, nullptr);
 }
 
 template <uint32_t bits> void unpack(const void *src, void *dst, uint32_t count) {
     static constexpr Shape shape{bits, 1, 1, unpack_indices<bits>};
-    run(shape, src, dst, count, nullptr);
+    convert_run(shape, src, dst, count, nullptr);
 }
 
 template <uint32_t bits, uint32_t bytes> void expand(const void *src, void *dst, uint32_t count, const void *palette) {
     static constexpr Shape shape{bits, bytes, 1, expand_indices<bits, bytes>};
-    run(shape, src, dst, count, palette);
+    convert_run(shape, src, dst, count, palette);
 }
 
 } // namespace

@@ -7,43 +7,21 @@ namespace {
 
 using namespace img;
 
-// The formats by the names that the routines use.
-constexpr struct Name {
-    const char *text;
-    img_format format;
-} names[] = {
-    {"pal1", FMT_PAL1},
-    {"pal4", FMT_PAL4},
-    {"pal8", FMT_PAL8},
-    {"g8", FMT_G8},
-    {"a8", FMT_A8},
-    {"xrgb1555he", FMT_XRGB1555HE},
-    {"xrgb1555oe", FMT_XRGB1555OE},
-    {"argb1555he", FMT_ARGB1555HE},
-    {"argb1555oe", FMT_ARGB1555OE},
-    {"rgb565he", FMT_RGB565HE},
-    {"rgb565oe", FMT_RGB565OE},
-    {"bgr888", FMT_BGR888},
-    {"rgb888", FMT_RGB888},
-    {"xrgb8888he", FMT_XRGB8888HE},
-    {"xrgb8888oe", FMT_XRGB8888OE},
-    {"argb8888he", FMT_ARGB8888HE},
-    {"argb8888oe", FMT_ARGB8888OE},
-    {"xbgr8888he", FMT_XBGR8888HE},
-    {"xbgr8888oe", FMT_XBGR8888OE},
-    {"abgr8888he", FMT_ABGR8888HE},
-    {"abgr8888oe", FMT_ABGR8888OE},
-};
-constexpr size_t format_count = sizeof names / sizeof *names;
+// The formats by the names that the table of routines uses.
+namespace code {
+constexpr img_format g8 = FMT_G8, a8 = FMT_A8, xrgb1555he = FMT_XRGB1555HE, xrgb1555oe = FMT_XRGB1555OE,
+                     argb1555he = FMT_ARGB1555HE, argb1555oe = FMT_ARGB1555OE, rgb565he = FMT_RGB565HE,
+                     rgb565oe = FMT_RGB565OE, bgr888 = FMT_BGR888, rgb888 = FMT_RGB888, xrgb8888he = FMT_XRGB8888HE,
+                     xrgb8888oe = FMT_XRGB8888OE, argb8888he = FMT_ARGB8888HE, argb8888oe = FMT_ARGB8888OE,
+                     xbgr8888he = FMT_XBGR8888HE, xbgr8888oe = FMT_XBGR8888OE, abgr8888he = FMT_ABGR8888HE,
+                     abgr8888oe = FMT_ABGR8888OE;
+} // namespace code
 
-consteval img_format format_named(const char *text) {
-    for (const Name &name : names) {
-        size_t i = 0;
-        while (text[i] && text[i] == name.text[i]) i++;
-        if (text[i] == name.text[i]) return name.format;
-    }
-    return 0;
-}
+constexpr img_format formats[] = {
+    FMT_PAL1,       FMT_PAL4,       FMT_PAL8,       FMT_G8,         FMT_A8,         FMT_XRGB1555HE, FMT_XRGB1555OE,
+    FMT_ARGB1555HE, FMT_ARGB1555OE, FMT_RGB565HE,   FMT_RGB565OE,   FMT_BGR888,     FMT_RGB888,     FMT_XRGB8888HE,
+    FMT_XRGB8888OE, FMT_ARGB8888HE, FMT_ARGB8888OE, FMT_XBGR8888HE, FMT_XBGR8888OE, FMT_ABGR8888HE, FMT_ABGR8888OE};
+constexpr size_t format_count = sizeof formats / sizeof *formats;
 
 constexpr struct Routine {
     img_format src, dst;
@@ -51,7 +29,7 @@ constexpr struct Routine {
 } routines[] = {
     {FMT_PAL1, FMT_PAL8, img_cvt_pal1_pal8},
     {FMT_PAL4, FMT_PAL8, img_cvt_pal4_pal8},
-#define ROUTINE(name, source, destination, rule) {format_named(#source), format_named(#destination), img_cvt_##name},
+#define ROUTINE(name, source, destination, rule) {code::source, code::destination, img_cvt_##name},
 #include "convert/routines.inc"
 };
 
@@ -102,7 +80,7 @@ struct Pairs {
 consteval Pairs all_pairs() {
     Pairs pairs{};
     for (size_t s = 0; s < format_count; s++)
-        for (size_t d = 0; d < format_count; d++) pairs.of[s][d] = choose(names[s].format, names[d].format);
+        for (size_t d = 0; d < format_count; d++) pairs.of[s][d] = choose(formats[s], formats[d]);
     return pairs;
 }
 
@@ -111,7 +89,7 @@ constexpr Pairs pairs = all_pairs();
 
 size_t index_of(img_format format) {
     size_t i = 0;
-    while (i < format_count && names[i].format != format) i++;
+    while (i < format_count && formats[i] != format) i++;
     return i;
 }
 

@@ -14,6 +14,9 @@ namespace {
 
 constexpr size_t block = 32;
 
+INLINE void stream(uint8_t *dst, const uint8_t *src, size_t bytes) { memcpy(dst, src, bytes); }
+INLINE void end_streaming() {}
+
 template <Layout S> INLINE uint32_t load_pixel(const uint8_t *p) {
     if constexpr (S.bytes == 1) {
         return *p;

@@ -31,6 +31,14 @@ template <typename Vector = U8> INLINE Vector load(const void *p) {
 
 template <typename Vector> INLINE void store(uint8_t *p, Vector v) { memcpy(p, &v, sizeof v); }
 
+// Whole vectors, aligned on both sides, past the caches.
+INLINE void stream(uint8_t *dst, const uint8_t *src, size_t bytes) {
+    for (size_t i = 0; i < bytes; i += sizeof(Any))
+        _mm256_stream_si256(reinterpret_cast<Any *>(dst + i), load<Any>(src + i));
+}
+
+INLINE void end_streaming() { _mm_sfence(); }
+
 // The byte of the source, in each half, that goes to each byte of the result; 0x80 makes it zero.
 struct Mask {
     uint8_t at[32];

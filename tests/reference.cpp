@@ -1,35 +1,27 @@
 // SPDX-License-Identifier: MIT
 #include "tests/reference.h"
 
+#include <ctype.h>
 #include <string.h>
 
 #include <stdexcept>
 
 namespace reference {
 
+namespace {
+
+Format format(std::string name, img_format code) {
+    for (char &c : name) c = char(tolower(c));
+    return {name, code};
+}
+
+} // namespace
+
+#define F(name) format(#name, FMT_##name)
 const std::vector<Format> formats = {
-    {"pal1", FMT_PAL1},
-    {"pal4", FMT_PAL4},
-    {"pal8", FMT_PAL8},
-    {"g8", FMT_G8},
-    {"a8", FMT_A8},
-    {"xrgb1555he", FMT_XRGB1555HE},
-    {"xrgb1555oe", FMT_XRGB1555OE},
-    {"argb1555he", FMT_ARGB1555HE},
-    {"argb1555oe", FMT_ARGB1555OE},
-    {"rgb565he", FMT_RGB565HE},
-    {"rgb565oe", FMT_RGB565OE},
-    {"bgr888", FMT_BGR888},
-    {"rgb888", FMT_RGB888},
-    {"xrgb8888he", FMT_XRGB8888HE},
-    {"xrgb8888oe", FMT_XRGB8888OE},
-    {"argb8888he", FMT_ARGB8888HE},
-    {"argb8888oe", FMT_ARGB8888OE},
-    {"xbgr8888he", FMT_XBGR8888HE},
-    {"xbgr8888oe", FMT_XBGR8888OE},
-    {"abgr8888he", FMT_ABGR8888HE},
-    {"abgr8888oe", FMT_ABGR8888OE},
-};
+    F(PAL1),       F(PAL4),       F(PAL8),       F(G8),         F(A8),         F(XRGB1555HE), F(XRGB1555OE),
+    F(ARGB1555HE), F(ARGB1555OE), F(RGB565HE),   F(RGB565OE),   F(BGR888),     F(RGB888),     F(XRGB8888HE),
+    F(XRGB8888OE), F(ARGB8888HE), F(ARGB8888OE), F(XBGR8888HE), F(XBGR8888OE), F(ABGR8888HE), F(ABGR8888OE)};
 
 uint32_t bits(img_format format) { return format & IMG_FMT_BPP_MASK; }
 

@@ -14,7 +14,7 @@
 namespace reference {
 
 struct Format {
-    const char *name; // as in the names of routines
+    std::string name; // as in the names of routines
     img_format code;
 };
 extern const std::vector<Format> formats; // in the order of the public header
