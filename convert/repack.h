@@ -22,7 +22,8 @@ template <Layout S, Layout D, int n, typename Lane, typename Words> INLINE Words
 }
 
 template <Layout S, Layout D, typename Lane, typename Words> INLINE Words repack(Words words) {
-    return moved<S, D, 0, Lane>(words) | Lane(moves(S, D).set);
+    constexpr Moves m = moves(S, D);
+    return moved<S, D, 0, Lane>(words) | Lane(m.set);
 }
 
 } // namespace

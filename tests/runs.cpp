@@ -33,30 +33,32 @@ bool untouched(const uint8_t *from, const uint8_t *to) {
     return std::all_of(from, to, [](uint8_t byte) { return byte == guard; });
 }
 
-std::string check(const Routine &routine, const Fenced &from, const Fenced &to, uint32_t count, bool at_back,
+struct Sample {
+    uint32_t count;
+    const uint8_t *src;
+    std::vector<uint8_t> want;
+};
+
+std::string check(const Routine &routine, const Fenced &from, const Fenced &to, const Sample &sample, bool at_back,
                   size_t offset, bool in_place) {
-    const size_t src_bytes = run_bytes(count, routine.src_bits), dst_bytes = run_bytes(count, routine.dst_bits);
+    const size_t src_bytes = run_bytes(sample.count, routine.src_bits), dst_bytes = sample.want.size();
     const size_t room = in_place ? std::max(src_bytes, dst_bytes) : dst_bytes;
     uint8_t *dst = at_back ? to.before_end(room + offset) : to.first() + offset;
     uint8_t *src = in_place ? dst : at_back ? from.before_end(src_bytes + offset % 7) : from.first() + offset % 11;
-
-    std::vector<uint8_t> want(dst_bytes);
-    const uint8_t *sample = routine.source.data() + (count < 256 ? count * 37 : 0);
-    routine.wanted(sample, want.data(), count);
     uint8_t *low = std::max(to.first(), dst - std::min(size_t(dst - to.first()), guarded));
     uint8_t *high = dst + room + std::min(size_t(to.before_end(0) - dst) - room, guarded);
     memset(low, guard, size_t(high - low));
-    memcpy(src, sample, src_bytes);
-    routine.run(src, dst, count);
+    memcpy(src, sample.src, src_bytes);
+    routine.run(src, dst, sample.count);
 
-    const auto wrong = std::mismatch(want.begin(), want.end(), dst);
-    if (wrong.first != want.end())
-        return "wrong byte " + std::to_string(wrong.first - want.begin()) + " of " + std::to_string(dst_bytes);
+    const auto wrong = std::mismatch(sample.want.begin(), sample.want.end(), dst);
+    if (wrong.first != sample.want.end())
+        return "wrong byte " + std::to_string(wrong.first - sample.want.begin()) + " of " + std::to_string(dst_bytes);
     if (!untouched(low, dst)) return "writes before the run";
     if (!untouched(dst + room, high)) return "writes after the run";
-    if (in_place && memcmp(dst + dst_bytes, sample + dst_bytes, room - dst_bytes) != 0)
+    if (in_place && memcmp(dst + dst_bytes, sample.src + dst_bytes, room - dst_bytes) != 0)
         return "writes after the pixels";
-    if (!in_place && memcmp(src, sample, src_bytes) != 0) return "writes the source";
+    if (!in_place && memcmp(src, sample.src, src_bytes) != 0) return "writes the source";
     return "";
 }
 
@@ -75,15 +77,19 @@ std::string first_fault(const Routine &routine) {
     std::vector<uint32_t> counts;
     for (uint32_t n = routine.least_count; n <= 130; n++) counts.push_back(n);
     for (uint32_t n : {255u, 256u, 257u, 300u, 511u, 1025u, largest}) counts.push_back(n);
-    for (const uint32_t count : counts)
+    for (const uint32_t count : counts) {
+        Sample sample{count, routine.source.data() + (count < 256 ? count * 37 : 0), {}};
+        sample.want.resize(run_bytes(count, routine.dst_bits));
+        routine.wanted(sample.src, sample.want.data(), count);
         for (const size_t offset : {size_t{0}, size_t{count % 64}, size_t{(count * 29 + 1) % 64}})
             for (const bool at_back : {false, true})
                 for (const bool in_place : {false, true}) {
-                    const std::string fault = check(routine, from, to, count, at_back, offset, in_place);
+                    const std::string fault = check(routine, from, to, sample, at_back, offset, in_place);
                     if (!fault.empty())
                         return fault + ": count " + std::to_string(count) + (at_back ? ", back -" : ", front +") +
                                std::to_string(offset) + (in_place ? ", in place" : ", apart");
                 }
+    }
     return "";
 }
 
