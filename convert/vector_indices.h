@@ -10,9 +10,8 @@
 namespace img::IMG_TARGET {
 namespace {
 
-// Of a byte of single bits, any that is set makes the highest index 1.
-template <uint32_t bits> uint32_t highest_index(const uint8_t *src, size_t count) {
-    const size_t bytes = count * bits / 8;
+// Among whole bytes of indices. Of a byte of single bits, any that is set makes the highest index 1.
+template <uint32_t bits> uint32_t highest_index(const uint8_t *src, size_t bytes) {
     U8 most{};
     size_t i = 0;
     for (; i + sizeof most <= bytes; i += sizeof most) {
@@ -27,7 +26,6 @@ template <uint32_t bits> uint32_t highest_index(const uint8_t *src, size_t count
         see(bits == 4 ? src[i] & 0x0f : src[i]);
         if constexpr (bits == 4) see(src[i] >> 4);
     }
-    for (i = bytes * 8 / bits; i < count; i++) see(index_at<bits>(src, i));
     return bits == 1 ? highest != 0 : highest;
 }
 
@@ -150,7 +148,7 @@ void expand_indices(const uint8_t *src, uint8_t *dst, size_t count, const uint8_
     constexpr size_t worth_16 = 64, worth_256 = 512; // pixels from which making the planes pays
     size_t done = 0;
     if (count >= worth_16) {
-        const uint32_t highest = highest_index<bits>(src, count);
+        const uint32_t highest = highest_index<bits>(src, count / block * block * bits / 8);
         if (highest < 16) {
             done = expand_16_colours<bits, bytes>(src, dst, count, palette, highest);
         } else if (count >= worth_256) {

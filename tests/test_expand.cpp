@@ -58,6 +58,22 @@ TEST(Expand, EveryRoutineIsExactAndReadsNamedEntriesOnly) {
     });
 }
 
+// The table that a run needs is found from all of its indices.
+TEST(Expand, OneHighIndexAnywhere) {
+    uint8_t palette[256] = {};
+    for (const int last : {1, 15, 255}) palette[last] = uint8_t(last);
+    runs::for_each_variant([&](const char *variant) {
+        for (const auto &[bits, to] : routines)
+            for (uint32_t at = 0; at < 131; at++) {
+                uint8_t src[131] = {}, got[131];
+                src[at * bits / 8] = uint8_t(((1u << bits) - 1) << (8 - bits - at * bits % 8));
+                to[0](src, got, 131, palette);
+                EXPECT_EQ(got[at], (1u << bits) - 1) << bits << " at " << at << " " << variant;
+                EXPECT_EQ(std::count(got, got + 131, 0), 130);
+            }
+    });
+}
+
 TEST(Expand, KnownPixels) {
     const uint32_t words[] = {0xff000000, 0xffffffff};
     const uint8_t bits = 0x80;
