@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: MIT
+//
+// What codec modules share: streams whose reads are short, limits, statuses, and the record and its rows on either side
+// of a decode and an encode. No file format is known here.
+//
+// Modules are called from C and use codec libraries that unwind with longjmp, so nothing here throws.
+#pragma once
+
+#include "pictra/pictra.h"
+
+#include <memory>
+#include <new>
+#include <stddef.h>
+#include <stdint.h>
+#include <stdlib.h>
+
+namespace module {
+
+// The statuses of modules, as docs/codec-modules.md explains them.
+inline constexpr img_status ok = IMG_ST_OK;
+inline constexpr img_status wrong_format = IMG_ST_RESERVED1;
+inline constexpr img_status no_common_format = IMG_ST_NOCONV;
+inline constexpr img_status damaged = IMG_ST_RESERVED4;
+inline constexpr img_status unsupported = IMG_ST_BADFMT;
+inline constexpr img_status no_memory = IMG_ST_NOMEM;
+inline constexpr img_status write_failed = IMG_ST_FILE;
+inline constexpr img_status over_limit = IMG_ST_RESERVED10;
+inline constexpr img_status bad_record = IMG_ST_BADARG;
+
+// Tested before anything of an image's size is allocated.
+inline constexpr uint32_t max_side = 1'000'000;
+inline constexpr uint64_t max_pixels = uint64_t{1} << 28;
+constexpr bool within_limits(uint64_t width, uint64_t height) {
+    return width <= max_side && height <= max_side && width * height <= max_pixels;
+}
+
+constexpr uint32_t bits_per_pixel(img_format format) { return format & IMG_FMT_BPP_MASK; }
+constexpr size_t row_bytes(img_format format, uint32_t width) {
+    return (size_t{width} * bits_per_pixel(format) + 7) >> 3;
+}
+
+// ---- Memory: plain malloc, so that a module needs no C++ run time ----
+
+template <typename T> struct Delete {
+    void operator()(T *object) const {
+        object->~T();
+        free(object);
+    }
+};
+
+// A new object, zero-filled before it is made, or null. Its address never changes, so it may be known to a codec library.
+template <typename T> std::unique_ptr<T, Delete<T>> make() {
+    void *memory = calloc(1, sizeof(T));
+    return std::unique_ptr<T, Delete<T>>(memory ? new (memory) T : nullptr);
+}
+
+using Bytes = std::unique_ptr<uint8_t, Delete<uint8_t>>;
+Bytes make_bytes(size_t size); // zero-filled, or null
+
+// ---- Streams ----
+
+// Reads up to length bytes, over any number of short reads; fewer only at the end of the data.
+size_t read_up_to(io_handle &stream, void *dst, size_t length);
+
+// Writes all of length bytes, or fails.
+bool write_all(io_handle &stream, const void *src, size_t length);
+
+// What the stream begins with. The stream is left where it was.
+inline constexpr size_t signature_size = 64;
+struct Signature {
+    uint8_t bytes[signature_size];
+    size_t length; // less than signature_size only if the data ends there
+};
+img_status peek(io_handle &stream, Signature &signature);
+
+// Asks for a buffer that suits whole images, never for a smaller one than there is. For a module's begin functions.
+img_status want_large_buffer(io_handle *stream, void **state);
+
+// ---- Pixels ----
+
+// The index of pixel x in a row of 1, 4 or 8 bits a pixel.
+inline uint32_t index_at(const uint8_t *row, uint32_t bits, uint32_t x) {
+    const uint32_t bit = x * bits;
+    return (row[bit >> 3] >> (8 - bits - (bit & 7))) & ((1u << bits) - 1);
+}
+
+// Whether every index of a row has a palette entry. Expansion trusts the indices, so a decoder must not.
+bool indices_below(const uint8_t *row, uint32_t bits, uint32_t width, uint32_t ncolors);
+
+// Where the rows of a record are: at its own buffer, or one at a time behind its access function.
+class Rows {
+public:
+    img_status attach(const img_record &record); // once the record is set up
+    uint8_t *row(uint32_t y) const;              // to write to, or to read from, until the next row is asked for
+
+protected:
+    const img_record *record_ = nullptr;
+    Bytes line_; // one row, if the record has an access function
+};
+
+// ---- Decoding ----
+
+class Decoding : public Rows {
+public:
+    // Takes over the codec's record, which began as a copy of the caller's.
+    void begin(const img_decode_callouts &callouts, img_record &record);
+
+    // Describes the picture and has one of the formats chosen, which then is the record's.
+    img_status choose(uint32_t width, uint32_t height, uint32_t ncolors, const img_format *formats, uint32_t count);
+
+    // Says that rows will come from the top down.
+    img_status setup();
+
+    img_status set_palette(const uint32_t *argb) const;
+    void set_transparency(uint32_t key) const;
+    img_status deliver(uint32_t y) const;                         // hands over the row decoded at row(y)
+    img_status progress(uint32_t rows_done, uint32_t rows) const; // not 0: stop with this status
+
+    const img_record &record() const { return *description_; }
+    void add_flags(img_flags flags) { description_->flags |= flags; }
+
+private:
+    const img_decode_callouts *callouts_ = nullptr;
+    img_record *description_ = nullptr;
+};
+
+// ---- Encoding ----
+
+inline constexpr uint32_t max_colors = 256;
+
+class Encoding : public Rows {
+public:
+    // Takes over the codec's image. Fails if it lacks a size or a format, or exceeds the limits.
+    img_status begin(const img_encode_callouts &callouts, img_record &image);
+
+    // Has one of the formats chosen and the image prepared to be read from the top down in it.
+    img_status choose_and_set_up(const img_format *formats, uint32_t count);
+
+    img_status get_palette(uint32_t (&argb)[max_colors]) const; // as many entries as the image's ncolors, at least 1
+    img_status get_transparency(uint8_t (&pixel)[4]) const;     // in the image's format
+    const uint8_t *fetch(uint32_t y) const;
+    img_status progress(uint32_t rows_done) const; // not 0: stop with this status
+
+    const img_record &image() const { return *image_; }
+    bool has(img_flags flags) const { return image_->flags & flags; }
+
+private:
+    const img_encode_callouts *callouts_ = nullptr;
+    img_record *image_ = nullptr;
+};
+
+} // namespace module
