@@ -319,8 +319,8 @@ private:
 
 bool black_and_white(const img_record &image) {
     if (!(image.flags & IMG_F_PALETTE) || image.ncolors != 2) return false;
-    const uint32_t first = rgb_of(image.palette[0]), second = rgb_of(image.palette[1]);
-    return (first == 0 && second == 0xffffff) || (first == 0xffffff && second == 0);
+    const uint32_t first = rgb_of(image.palette[0]);
+    return (first == 0 || first == 0xffffff) && (first ^ rgb_of(image.palette[1])) == 0xffffff;
 }
 
 // The bytes R, G, B, A in memory.

@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: MIT
+//
+// pictra codecs: the modules of the configuration, and whether they open.
+#include "tools/config.h"
+#include "tools/text.h"
+#include "tools/verbs.h"
+
+#include <algorithm>
+#include <dlfcn.h>
+#include <iostream>
+
+namespace tool {
+
+namespace {
+
+// What a module turned out to be. error is empty for one that works.
+struct Outcome {
+    bool opens = false, entry = false, reads = false, writes = false;
+    std::string error;
+};
+
+Outcome try_module(const std::string &path) {
+    Outcome outcome;
+    const std::unique_ptr<void, int (*)(void *)> module(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL), dlclose);
+    outcome.opens = module != nullptr;
+    if (!outcome.opens) {
+        outcome.error = dlerror();
+        return outcome;
+    }
+    const auto entry = reinterpret_cast<img_getfuncs_func *>(dlsym(module.get(), "img_codec_getfuncs"));
+    outcome.entry = entry != nullptr;
+    if (!outcome.entry) {
+        outcome.error = dlerror();
+        return outcome;
+    }
+    img_codec_funcs functions{};
+    if (const img_status status = entry(&functions, sizeof functions))
+        outcome.error = "img_codec_getfuncs gives status " + std::to_string(status);
+    outcome.reads = functions.decode_frame != nullptr;
+    outcome.writes = functions.encode_frame != nullptr;
+    return outcome;
+}
+
+std::string listed(std::string names) {
+    std::replace(names.begin(), names.end(), ':', ' ');
+    return names.empty() ? "none" : names;
+}
+
+const char *yes_or_no(bool yes) { return yes ? "yes" : "no"; }
+
+} // namespace
+
+int codecs(bool check) {
+    const Config config = find_config();
+    std::cout << "configuration " << config.path << '\n';
+    int result = done;
+    for (const Section &section : config.sections) {
+        const Outcome outcome = try_module(section.path);
+        std::cout << '\n'
+                  << section.path << '\n'
+                  << "  opens       " << yes_or_no(outcome.opens) << '\n'
+                  << "  entry       " << yes_or_no(outcome.entry) << '\n'
+                  << "  reads       " << yes_or_no(outcome.reads) << '\n'
+                  << "  writes      " << yes_or_no(outcome.writes) << '\n'
+                  << "  extensions  " << listed(section.extensions) << '\n'
+                  << "  MIME types  " << listed(section.mime_types) << '\n';
+        if (outcome.error.empty()) continue;
+        std::cout << "  error       " << outcome.error << '\n';
+        if (!check) continue;
+        complain(section.path + ": " + outcome.error + "; correct the path in the configuration or install the module");
+        result = failed;
+    }
+    return result;
+}
+
+} // namespace tool

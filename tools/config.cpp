@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: MIT
+#include "tools/config.h"
+
+#include "tools/text.h"
+
+#include <errno.h>
+#include <filesystem>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+namespace tool {
+
+namespace {
+
+constexpr const char *variable = "PICTRA_CFGFILE", *default_path = "/etc/system/config/img.conf";
+
+std::string strip(const std::string &text) {
+    constexpr const char *blanks = " \t\n\v\f\r";
+    const size_t first = text.find_first_not_of(blanks);
+    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+std::string choose_path() {
+    if (const char *named = getenv(variable)) return named;
+    if (access(default_path, F_OK) == 0) return default_path;
+    std::error_code error;
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (error) return default_path;
+    const std::string beside = (program.parent_path().parent_path() / "etc/pictra/img.conf").string();
+    setenv(variable, beside.c_str(), 1);
+    return beside;
+}
+
+// Takes one line in, as the library's reader does.
+void parse(const std::string &line, const std::string &place, Config &config) {
+    if (line.empty()) return;
+    if (line[0] == '[') {
+        config.sections.push_back({strip(line.substr(1, line.rfind(']') - 1)), "", ""});
+        return;
+    }
+    const size_t equals = line.find('=');
+    if (equals == std::string::npos) {
+        complain(place + ": warning: neither a section nor a key, skipped (there are no comments): " + line);
+        return;
+    }
+    if (config.sections.empty())
+        throw Failure(place + ": a key stands before the first section; put a line like [/path/to/codec.so] before it");
+    const std::string key = strip(line.substr(0, equals)), value = strip(line.substr(equals + 1));
+    if (key == "ext")
+        config.sections.back().extensions = value;
+    else if (key == "mime")
+        config.sections.back().mime_types = value;
+    else
+        complain(place + ": warning: unknown key '" + key + "'; known are ext and mime");
+}
+
+} // namespace
+
+Config find_config() {
+    Config config{choose_path(), {}};
+    const std::unique_ptr<FILE, int (*)(FILE *)> file(fopen(config.path.c_str(), "r"), fclose);
+    if (!file)
+        throw Failure("configuration " + config.path + ": " + strerror(errno) + "; set " + variable +
+                      " to the file that lists the codec modules");
+    char line[1024]; // the library cuts longer lines here, too
+    for (int number = 1; fgets(line, sizeof line, file.get()); number++)
+        parse(strip(line), "configuration " + config.path + ":" + std::to_string(number), config);
+    if (config.sections.empty())
+        throw Failure("configuration " + config.path +
+                      ": it lists no codec module; add a line like [/path/to/codec.so]");
+    return config;
+}
+
+Library attach() {
+    find_config();
+    img_lib_handle *handle = nullptr;
+    const img_status status = img_lib_attach(&handle);
+    Library library(handle);
+    if (!library) throw Failure(explain("starting", status));
+    return library; // errors in single lines were complained about; the codecs are there
+}
+
+} // namespace tool

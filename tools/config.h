@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+//
+// The configuration file as the program sees it before the library reads it, and the library attached with it.
+#pragma once
+
+#include "pictra/pictra.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+struct Section {
+    std::string path, extensions, mime_types; // lists are joined by ":"
+};
+
+struct Config {
+    std::string path;
+    std::vector<Section> sections;
+};
+
+// Finds the file by the library's rule or, where that gives none, beside the program (and has the library do so, too).
+// Lines that the library will not take are complained about.
+//
+// Fails for a file that cannot be read, has no section, or begins with a key: the library would never return from it.
+Config find_config();
+
+struct Detach {
+    void operator()(img_lib_handle *handle) const { img_lib_detach(handle); }
+};
+using Library = std::unique_ptr<img_lib_handle, Detach>;
+Library attach();
+
+} // namespace tool

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+//
+// The file that a picture is written to. It appears under its name only when it is complete.
+#pragma once
+
+#include <string>
+
+namespace tool {
+
+class Target {
+public:
+    // "-" is standard output. Devices and pipes are written as they are; a file is written beside its place first.
+    explicit Target(const std::string &path);
+    ~Target(); // removes what was not committed
+    Target(const Target &) = delete;
+    Target &operator=(const Target &) = delete;
+
+    int descriptor() const { return descriptor_; }
+    void commit(); // fails if the file cannot be completed; then the one that was there before is untouched
+
+private:
+    void open_temporary(bool exists, unsigned mode);
+
+    std::string path_, temporary_;
+    int descriptor_ = -1;
+};
+
+} // namespace tool
