@@ -132,14 +132,13 @@ img_status Decoding::set_palette(const uint32_t *argb) const {
 
 void Decoding::set_transparency(uint32_t key) const { callouts_->set_transparency(callouts_->data, description_, key); }
 
-img_status Decoding::deliver(uint32_t y) const {
+void Decoding::hand_over(uint32_t y) const {
     if (line_) record().access(record().access_arg, 0, y, record().width, line_.get());
-    return progress(y + 1, record().height);
 }
 
-img_status Decoding::progress(uint32_t rows_done, uint32_t rows) const {
+img_status Decoding::progress(uint32_t rows_done) const {
     if (!callouts_->scanline) return ok;
-    return callouts_->scanline(callouts_->data, description_, rows_done, rows, 0, 0);
+    return callouts_->scanline(callouts_->data, description_, rows_done, description_->height, 0, 0);
 }
 
 img_status Encoding::begin(const img_encode_callouts &callouts, img_record &image) {

@@ -113,8 +113,8 @@ public:
 
     img_status set_palette(const uint32_t *argb) const;
     void set_transparency(uint32_t key) const;
-    img_status deliver(uint32_t y) const;                         // hands over the row decoded at row(y)
-    img_status progress(uint32_t rows_done, uint32_t rows) const; // not 0: stop with this status
+    void hand_over(uint32_t y) const;              // the row decoded at row(y)
+    img_status progress(uint32_t rows_done) const; // not 0: stop with this status
 
     const img_record &record() const { return *description_; }
     void add_flags(img_flags flags) { description_->flags |= flags; }

@@ -193,7 +193,8 @@ Offer offer_for(const Source &source, bool want_alpha) {
     return offer;
 }
 
-// The palette and, of its alpha, either one fully transparent entry as the colour key or all of it.
+// The palette and its alpha. A single fully transparent entry becomes the colour key, unless the caller wants alpha: the
+// library makes alpha of a key only in host byte order.
 img_status hand_over_palette(Reader &r, const Source &source) {
     png_colorp colors;
     int ncolors;
@@ -204,7 +205,7 @@ img_status hand_over_palette(Reader &r, const Source &source) {
     const png_bytep begin = source.entry_alpha, end = begin + std::min(source.entry_alphas, ncolors);
     const auto seen = std::count_if(begin, end, [](png_byte alpha) { return alpha != 0xff; });
     const png_bytep clear = std::find(begin, end, 0);
-    const bool as_key = seen == 1 && clear != end;
+    const bool as_key = seen == 1 && clear != end && !(r.picture.record().flags & IMG_F_WANT_ALPHA);
     if (seen && !as_key) {
         for (png_bytep alpha = begin; alpha != end; alpha++)
             r.palette[alpha - begin] = (r.palette[alpha - begin] & 0xffffff) | uint32_t{*alpha} << 24;
@@ -256,18 +257,21 @@ void set_transformations(const Reader &r, const Source &source) {
     if (alpha && layout->fourth == Fourth::first) png_set_swap_alpha(r.png);
 }
 
-img_status deliver(const Reader &r, const Source &source, uint32_t y) {
+// Hands over the row decoded at row(y), unless it has indices beyond the palette.
+img_status hand_over(const Reader &r, const Source &source, uint32_t y) {
     const img_record &record = r.picture.record();
     if (source.indexed && !indices_below(r.picture.row(y), bits_per_pixel(record.format), record.width, source.ncolors))
         return damaged;
-    return r.picture.deliver(y);
+    r.picture.hand_over(y);
+    return ok;
 }
 
 img_status read_rows(Reader &r, const Source &source) {
     const uint32_t height = r.picture.record().height;
     for (uint32_t y = 0; y < height; y++) {
         png_read_row(r.png, r.picture.row(y), nullptr);
-        if (const img_status status = deliver(r, source, y)) return status;
+        if (const img_status status = hand_over(r, source, y)) return status;
+        if (const img_status status = r.picture.progress(y + 1)) return status;
     }
     return ok;
 }
@@ -279,13 +283,15 @@ img_status read_passes(Reader &r, const Source &source, uint32_t passes) {
     const size_t bytes = row_bytes(record.format, record.width);
     if (!in_place && !(r.whole = make_bytes(bytes * record.height))) return no_memory;
     const auto row = [&](uint32_t y) { return in_place ? r.picture.row(y) : r.whole.get() + bytes * y; };
-    for (uint32_t pass = 0; pass < passes; pass++) {
-        for (uint32_t y = 0; y < record.height; y++) png_read_row(r.png, row(y), nullptr);
-        if (const img_status status = r.picture.progress(record.height / passes * pass, record.height)) return status;
-    }
+    for (uint32_t pass = 0; pass < passes; pass++)
+        for (uint32_t y = 0; y < record.height; y++) {
+            png_read_row(r.png, row(y), nullptr);
+            const uint32_t rows_worth = (pass * record.height + y + 1) / passes;
+            if (const img_status status = r.picture.progress(rows_worth)) return status;
+        }
     for (uint32_t y = 0; y < record.height; y++) {
         if (!in_place) memcpy(r.picture.row(y), row(y), bytes);
-        if (const img_status status = deliver(r, source, y)) return status;
+        if (const img_status status = hand_over(r, source, y)) return status;
     }
     return ok;
 }

@@ -275,7 +275,8 @@ img_status Reader::read_image() {
         scaled[value] = static_cast<uint8_t>((value * 255 + header.highest / 2) / header.highest);
     for (uint32_t y = 0; y < header.height; y++) {
         if (const img_status status = read_row(picture.row(y))) return status;
-        if (const img_status status = picture.deliver(y)) return status;
+        picture.hand_over(y);
+        if (const img_status status = picture.progress(y + 1)) return status;
     }
     return ok;
 }
