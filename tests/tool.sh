@@ -1,0 +1,148 @@
+#!/bin/bash
+# The program as its user meets it: results, messages, exit codes, and what is left behind.
+# Usage: tool.sh BUILD_DIRECTORY PICTURES
+set -u
+build=$1 pictures=$2 pictra=$1/bin/pictra
+unset PICTRA_CFGFILE
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work" || exit 1
+failures=0
+
+fail() {
+    echo "FAILED: $*"
+    failures=$((failures + 1))
+}
+
+# expect CODE TEXT COMMAND...: the exit code, and a text among what the command says; stdin is passed on.
+expect() {
+    local code=$1 text=$2 said got
+    shift 2
+    said=$("$@" 2>&1 >output)
+    got=$?
+    said+=$(tr -d '\0' <output)
+    [ "$got" = "$code" ] || fail "exit $got instead of $code: $*: $said"
+    [[ $said == *"$text"* ]] || fail "no '$text' from $*: $said"
+}
+
+same() { cmp -s "$1" "$2" || fail "$1 and $2 differ"; }
+
+# ---- Usage
+expect 0 'convert' "$pictra" --help
+expect 0 'pictra 0.' "$pictra" --version
+expect 2 'subcommand' "$pictra"
+expect 2 'FILE is required' "$pictra" info
+expect 2 'argb8888he' "$pictra" convert "$pictures/dot.png" x.png --format rgb
+expect 2 '--to png' "$pictra" convert "$pictures/dot.png" -
+
+# ---- info
+expect 0 'photo.png: 241 x 161, rgb888' "$pictra" info "$pictures/photo.png"
+expect 0 'pal4, palette of 16, colour key 0' "$pictra" info "$pictures/palette-key.png"
+expect 0 'pal8, palette of 32 with alpha' "$pictra" info "$pictures/palette-alpha.png"
+expect 0 'colour key #ff00ff' "$pictra" info "$pictures/rgb-key.png"
+expect 0 'argb8888he, alpha' "$pictra" info "$pictures/alpha.png"
+expect 1 'dot.png: 1 x 1' "$pictra" info missing.png "$pictures/dot.png"
+expect 1 'missing.png: No such file' "$pictra" info missing.png
+expect 1 'directory' "$pictra" info "$pictures"
+: >empty.png
+expect 1 'empty' "$pictra" info empty.png
+echo 'a letter' >letter.png
+expect 1 'no codec recognises' "$pictra" info letter.png
+head -c 1000 "$pictures/photo.png" >cut.png
+expect 1 'cut.png: the data is damaged' "$pictra" info cut.png
+
+# ---- convert: there and back. Whatever can hold a picture gives back what PNG shows of it in colours and alpha.
+for picture in "$pictures"/*.p[nbg]*; do
+    expect 0 '' "$pictra" convert "$picture" direct.pam --format argb8888he
+    for kind in png pam pnm; do
+        expect 0 '' "$pictra" convert "$picture" "there.$kind"
+        expect 0 '' "$pictra" convert "there.$kind" back.pam --format argb8888he
+        same direct.pam back.pam
+    done
+done
+expect 0 '' "$pictra" convert "$pictures/photo.png" photo.ppm
+expect 0 '' "$pictra" convert photo.ppm photo.png
+expect 0 '' "$pictra" convert photo.png again.ppm
+same photo.ppm again.ppm
+expect 0 '' "$pictra" convert "$pictures/bilevel.png" bilevel.pbm
+expect 0 '' "$pictra" convert "$pictures/bilevel.pbm" original.pbm
+same bilevel.pbm original.pbm
+expect 0 '' "$pictra" convert "$pictures/photo.png" grey.pgm
+expect 0 'g8' "$pictra" info grey.pgm
+expect 0 '' "$pictra" convert "$pictures/photo.png" few.png --format FMT_RGB565HE
+expect 0 'rgb888' "$pictra" info few.png
+if command -v pngtopnm >/dev/null; then
+    for name in photo interlaced grey rgb-key dot line; do
+        pngtopnm "$pictures/$name.png" >theirs.pnm 2>/dev/null
+        expect 0 '' "$pictra" convert "$pictures/$name.png" ours.pnm --format "$([ $name = grey ] && echo g8 || echo rgb888)"
+        [ $name = rgb-key ] || same theirs.pnm ours.pnm
+        expect 0 '' "$pictra" convert "$pictures/$name.png" ours.png
+        pngtopnm ours.png 2>/dev/null | cmp -s - theirs.pnm || fail "$name.png as pngtopnm reads it"
+    done
+else
+    echo 'Without netpbm: no comparison with another reader.'
+fi
+
+# ---- convert: what a name promises
+expect 1 'holds no transparency' "$pictra" convert "$pictures/alpha.png" x.ppm
+expect 1 'holds no transparency' "$pictra" convert "$pictures/rgb-key.png" x.ppm
+expect 0 '' "$pictra" convert "$pictures/rgb-key.png" x.ppm --format rgb888
+[ "$(head -c 2 x.ppm)" = P6 ] || fail 'x.ppm is no P6'
+expect 1 'black and white only' "$pictra" convert "$pictures/photo.png" x.pbm
+expect 1 "extension 'xyz'" "$pictra" convert "$pictures/photo.png" x.xyz
+expect 1 'cannot become pal8' "$pictra" convert "$pictures/photo.png" x.png --format pal8
+expect 1 'cannot hold a8; use --format with one of pal1' "$pictra" convert "$pictures/alpha.png" y.png --format a8
+expect 1 'check that its directory exists' "$pictra" convert "$pictures/photo.png" none/x.png
+ls x.pbm x.xyz y.png none 2>/dev/null && fail 'something was left of a refused conversion'
+
+# ---- convert: standard input and output, also in small pieces
+"$pictra" convert - - --to ppm <"$pictures/photo.png" | cat >piped.ppm
+same photo.ppm piped.ppm
+(head -c 3 photo.ppm; sleep 0.1; tail -c +4 photo.ppm | head -c 20; sleep 0.1; tail -c +24 photo.ppm) |
+    "$pictra" convert - pieces.ppm || fail 'a slow pipe'
+same photo.ppm pieces.ppm
+expect 1 'standard input: the data is damaged' "$pictra" convert - x.png <cut.png
+
+# ---- convert: a target survives, and nothing is left beside it
+mkdir targets
+echo precious >targets/kept.png
+expect 1 'damaged' "$pictra" convert cut.png targets/kept.png
+expect 1 'disk is full or a limit' bash -c "ulimit -f 4; '$pictra' convert photo.ppm targets/kept.png"
+[ "$(cat targets/kept.png)" = precious ] || fail 'the target did not survive'
+[ "$(ls -A targets)" = kept.png ] || fail "left behind: $(ls -A targets)"
+chmod 640 targets/kept.png
+ln -s targets/kept.png link.png
+expect 0 '' "$pictra" convert photo.ppm link.png
+[ -L link.png ] && [ "$(stat -c %a targets/kept.png)" = 640 ] || fail 'link or rights were not kept'
+expect 1 'disk is full' "$pictra" convert photo.ppm /dev/full --to png
+[ -c /dev/full ] || fail 'a device was replaced'
+expect 0 '' "$pictra" convert photo.ppm /dev/null --to png
+[ -c /dev/null ] || fail 'a device was replaced'
+
+# ---- configuration and codecs
+expect 0 'opens       yes' "$pictra" codecs --check
+PICTRA_CFGFILE=none.conf expect 1 'none.conf: No such file' "$pictra" info photo.png
+printf '\n# note\next = png\n[%s/lib/pictra/png.so]\n' "$build" >key.conf
+PICTRA_CFGFILE=key.conf expect 1 'key.conf:3: a key stands before' timeout 10 "$pictra" info photo.png
+printf ' [ %s/lib/pictra/png.so ] \next=png\ncolour = red\n\nnote\n' "$build" >odd.conf
+PICTRA_CFGFILE=odd.conf expect 0 "odd.conf:3: warning: unknown key 'colour'" "$pictra" info photo.png
+PICTRA_CFGFILE=odd.conf expect 0 'odd.conf:5: warning' "$pictra" info photo.png
+printf '\n' >blank.conf
+PICTRA_CFGFILE=blank.conf expect 1 'lists no codec module' "$pictra" info photo.png
+printf '[/none/such.so]\next = png\n[%s/lib/libpictra.so]\n' "$build" >bad.conf
+PICTRA_CFGFILE=bad.conf expect 1 'such.so: cannot open shared object' "$pictra" codecs --check
+PICTRA_CFGFILE=bad.conf expect 0 'entry       no' "$pictra" codecs
+PICTRA_CFGFILE=bad.conf expect 1 'codecs --check' "$pictra" info photo.png
+
+# ---- modules show their entry alone; an installation works where it is put
+for module in "$build"/lib/pictra/*.so; do
+    [ "$(nm -D --defined-only --format=posix "$module" | cut -d' ' -f1)" = img_codec_getfuncs ] ||
+        fail "$module exports more than its entry"
+done
+cmake --install "$build" --prefix "$work/installed" >/dev/null || fail 'cmake --install'
+expect 0 "$work/installed/etc/pictra/img.conf" "$work/installed/bin/pictra" codecs --check
+expect 0 "$work/installed/lib" "$work/installed/bin/pictra" codecs --check
+expect 0 '241 x 161' "$work/installed/bin/pictra" info "$pictures/photo.png"
+
+[ "$failures" = 0 ] && echo 'all passed'
+exit $((failures > 0))

@@ -1,0 +1,57 @@
+#!/bin/bash
+# The main job on the example pictures, with the program that was built: tells what they are, converts them, and compares.
+# Usage: demo.sh [BUILD_DIRECTORY]
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=$(cd "${1:-$root/build/release}" && pwd)
+pictures=$root/examples/pictures
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+unset PICTRA_CFGFILE
+export PATH=$build/bin:$PATH
+
+show() {
+    echo "  \$ $*"
+    "$@" | sed 's/^/    /'
+}
+
+equal() {
+    cmp "$1" "$2" || { echo "demo: $1 and $2 differ" >&2; exit 1; }
+    echo "    $1 and $2 are equal"
+}
+
+echo 'What the example pictures are:'
+(cd "$pictures" && show pictra info ./*.png ./*.p[bg]m)
+
+echo 'A photograph to PPM, back to PNG, and to PPM again:'
+show pictra convert "$pictures/photo.png" photo.ppm
+show pictra convert photo.ppm photo.png
+show pictra convert photo.png again.ppm
+equal photo.ppm again.ppm
+
+echo 'Every picture to PAM and back to PNG, seen with all its transparency:'
+for picture in "$pictures"/*.png; do
+    name=$(basename "$picture" .png)
+    pictra convert "$picture" "$name.pam"
+    pictra convert "$name.pam" "$name.png"
+    pictra convert "$picture" before.pam --format argb8888he
+    pictra convert "$name.png" after.pam --format argb8888he
+    cmp before.pam after.pam || { echo "demo: $name.png changed on its way" >&2; exit 1; }
+    echo "    $name.png: $(pictra info "$picture" | sed 's/.*: //') -> PAM -> PNG: the same picture"
+done
+
+echo 'Through pipes, with 16 bits a pixel on the way:'
+echo '  $ pictra convert - - --to png --format rgb565he < photo.png | pictra convert - few.ppm'
+pictra convert - - --to png --format rgb565he <"$pictures/photo.png" | pictra convert - few.ppm
+pictra convert few.ppm twice.ppm --format rgb565he
+equal few.ppm twice.ppm
+
+echo 'What cannot be is said, and leaves no file:'
+if pictra convert "$pictures/alpha.png" alpha.ppm 2>message; then
+    echo 'demo: alpha went into a PPM' >&2
+    exit 1
+fi
+sed 's/^/    /' message
+[ ! -e alpha.ppm ]
+echo 'demo: all as it should be'
