@@ -25,7 +25,7 @@ constexpr StatusText status_texts[] = {
     {"the configuration is missing or holds errors", "check the file that PICTRA_CFGFILE names"},
     {"a codec module does not open", "'pictra codecs --check' tells why"},
     {"it cannot be opened or written", "check name, rights and free space"},
-    {"it exceeds a limit (1000000 pixels a side, 268435456 in all, 8000000 bytes in a chunk)", "reduce the picture"},
+    {"it exceeds a limit (1000000 pixels a side, 268435456 in all)", "reduce the picture"},
     {"the picture's description contradicts itself", "convert it with --format first"},
     {"its codec cannot do this, or its module does not open", "'pictra codecs --check' tells which"},
 };
