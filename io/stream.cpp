@@ -30,8 +30,11 @@ bool have_buffer(io_stream &stream) {
 }
 
 uint32_t transfer(io_stream &stream, void *bytes, uint32_t length) {
-    const uint32_t moved = stream.mode & IO_READ ? stream.backend_read(stream.handle, bytes, length)
-                                                 : stream.backend_write(stream.handle, bytes, length);
+    uint32_t moved = 0;
+    if (stream.mode & IO_WRITE)
+        moved = stream.backend_write(stream.handle, bytes, length);
+    else if (stream.backend_read) // an area of memory has none
+        moved = stream.backend_read(stream.handle, bytes, length);
     stream.limit -= moved;
     stream.transferred += moved;
     return moved;
@@ -46,10 +49,12 @@ int set_buffer_size(io_stream &stream, uint32_t &size) {
     if (wanted == stream.buffer_size) return 0;
     size = stream.buffer_size;
     if (stream.buffer) {
-        // Kept: a reading stream is flushed too, which reads over the bytes that were consumed.
-        if (wanted < stream.position && io_ostream_flush(&stream) != 0) return -1;
+        // Kept: a reading stream is flushed too, which reads over the bytes that were consumed. What then no longer fits
+        // is dropped.
+        const bool flushes = wanted < stream.position;
+        if (flushes && io_ostream_flush(&stream) != 0) return -1;
         const bool reading = stream.mode & IO_READ;
-        if (reading && wanted < uint64_t{stream.position} + stream.count) {
+        if (reading && !flushes && wanted < uint64_t{stream.position} + stream.count) {
             errno = EBUSY; // bytes that nobody has read yet would be lost
             return -1;
         }
@@ -61,7 +66,7 @@ int set_buffer_size(io_stream &stream, uint32_t &size) {
             free(stream.buffer);
             stream.buffer = nullptr;
         }
-        if (!reading) stream.count = smaller(stream.count, wanted - stream.position);
+        stream.count = smaller(stream.count, wanted - stream.position);
     }
     stream.buffer_size = wanted;
     return 0;

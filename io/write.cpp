@@ -14,7 +14,7 @@ uint32_t io_ostream_write(io_stream *self, const void *src, uint32_t length) {
     uint32_t accepted = 0;
     if (self->buffer && self->count) {
         accepted = smaller(self->count, length);
-        if (accepted) memcpy(self->buffer + self->position, in, accepted);
+        if (accepted) memmove(self->buffer + self->position, in, accepted); // src may be memory that the stream lent
         self->count -= accepted;
         self->position += accepted;
     }
@@ -35,7 +35,8 @@ uint32_t io_ostream_write(io_stream *self, const void *src, uint32_t length) {
 
 int io_ostream_flush(io_stream *self) {
     if (!self->buffer || !self->position) return 0;
-    const uint32_t moved = transfer(*self, self->buffer, smaller(self->limit, self->position));
+    const uint32_t waiting = self->position;
+    const uint32_t moved = smaller(transfer(*self, self->buffer, smaller(self->limit, waiting)), waiting);
     self->count += moved;
     self->position -= moved;
     if (!self->position) return 0;

@@ -215,6 +215,14 @@ TEST(StreamCtl, ResizesTheBuffer) {
     EXPECT_EQ(s.read(6), "defghi");
     EXPECT_EQ(s.read(2), "jk");
     EXPECT_EQ(b.take_log(), "r8=8 r20=18");
+    EXPECT_EQ(s.resize(2), -1) << "flushed first, which reads, and finds less than was consumed";
+    EXPECT_EQ(errno, EFBIG);
+
+    FakeBackend longer{.data = text + text};
+    Stream l{longer};
+    l.read(7);
+    EXPECT_EQ(l.resize(4), 0);
+    EXPECT_EQ(counters(l), Counters(0, 4, 15, none - 15)) << "read over what was consumed, and cut";
 
     FakeBackend sink;
     Stream w{sink, IO_WRITE};

@@ -4,7 +4,12 @@
  *
  * A backend is a constructor: a function of the type io_backend_ctor that io_open calls with a new record. The record is
  * zero but for mode and for limit, which is 0xFFFFFFFF (none). The constructor takes its arguments from the list and
- * fills handle, the operations of the stream's mode, and buffer_size; 0 there means unbuffered.
+ * fills handle, the operations of the stream's mode, and buffer_size; 0 there means unbuffered. One that fails releases
+ * what it took: the record is freed without a call of backend_close.
+ *
+ * A read or write operation moves at most length bytes and reports no more. It must refuse a null address, as read() and
+ * write() do: a stream whose buffer was not needed yet passes one on for IO_CTL_GETBUF. An error sets errno and reports
+ * what was moved, 0 if nothing; the end of the data leaves errno alone.
  */
 #ifndef PICTRA_BACKEND_H
 #define PICTRA_BACKEND_H

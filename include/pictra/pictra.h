@@ -188,8 +188,8 @@ enum { IO_READ = 1, IO_WRITE = 2 };
 /* Control codes of ctl and io_stream_ctl. */
 enum {
     IO_CTL_SETBUF = 1,   /* arg: uint32_t * with the new buffer size; receives the old one if they differ */
-    IO_CTL_SETLIMIT = 2, /* arg: the limit itself as a value: bytes that may still pass; once per stream */
-    IO_CTL_GETBUF = 3    /* arg: io_ctl_buf *, receives bytes lent in place until the next call; 0 bytes at the end */
+    IO_CTL_SETLIMIT = 2, /* arg: the limit itself as a value: bytes that may still pass; once, before any did */
+    IO_CTL_GETBUF = 3 /* reading; arg: io_ctl_buf *, receives bytes lent in place until the next call; 0 at the end */
 };
 
 typedef struct io_ctl_buf {
@@ -267,12 +267,18 @@ IMG_API int io_stream_skip(io_stream *self, uint32_t count);
 
 /*
  * Gives back the count bytes that were read last. 0, or -1 when more than was read, when memory lacks, or when the
- * backend refuses. A backend that cannot take bytes back has them kept here; then, if only part of them is still in the
- * buffer, the buffer's consumed bytes are delivered again after them. EBADF for a stream opened for writing.
+ * backend refuses. EBADF for a stream opened for writing.
+ *
+ * Give back what one read below the buffer size delivered, before anything else is done: the stream then goes back in its
+ * buffer. After a skip or a larger read it would go back over older bytes. A backend that cannot take bytes back has them
+ * kept here; if only part of them is still in the buffer, the buffer's consumed bytes are delivered again after them.
  */
 IMG_API int io_stream_unread(io_stream *self, const void *bytes, uint32_t count);
 
-/* Goes back over count bytes without having them at hand; bytes pushed back are forgotten. 0, or -1 where unsupported. */
+/*
+ * Goes back over count bytes without having them at hand, within the limits of io_stream_unread. Bytes pushed back are
+ * forgotten unless the buffer suffices. 0, or -1 where unsupported.
+ */
 IMG_API int io_stream_unskip(io_stream *self, uint32_t count);
 
 /* Writes length bytes, through the buffer when they fit. Returns how many were accepted. EBADF on a reading stream. */
@@ -280,7 +286,7 @@ IMG_API uint32_t io_ostream_write(io_stream *self, const void *src, uint32_t len
 
 /*
  * Writes what is waiting and moves the backend's position, offset and whence as for lseek. Returns the backend's answer,
- * -1 if the flush or the seek failed. EBADF on a reading stream.
+ * -1 if the flush or the seek failed. EBADF on a reading stream, ESPIPE where the backend cannot seek.
  */
 IMG_API int64_t io_ostream_seek(io_stream *self, int32_t offset, int whence);
 
@@ -290,12 +296,13 @@ IMG_API int64_t io_ostream_seek(io_stream *self, int32_t offset, int whence);
  */
 IMG_API uint32_t io_ostream_read(io_stream *self, void *dst, uint32_t length);
 
-/* Hands waiting bytes to the backend. 0, or -1 and EFBIG when not all were taken; the rest stays buffered. */
+/* Writing: hands waiting bytes to the backend. 0, or -1 and EFBIG when not all were taken; the rest stays buffered. */
 IMG_API int io_ostream_flush(io_stream *self);
 
 /*
- * Runs a control code (IO_CTL_*). 0 or -1. EPERM for a second limit, EINVAL for an unknown code. The buffer may not
- * shrink below the bytes it holds.
+ * Runs a control code (IO_CTL_*). 0 or -1. EPERM for a second limit, EINVAL for an unknown code, EBUSY for a buffer too
+ * small for the bytes that it holds unread. Do not shrink the buffer of a reading stream below what was consumed: it is
+ * then filled anew, and what does not fit is lost.
  */
 IMG_API int io_stream_ctl(io_stream *self, uint32_t code, void *arg);
 
@@ -393,7 +400,8 @@ typedef struct img_lib_handle img_lib_handle;
 
 /*
  * Makes a handle and fills its codec registry from the configuration file: the one that the environment variable
- * PICTRA_CFGFILE names, else /etc/system/config/img.conf. No module is opened yet.
+ * PICTRA_CFGFILE names, else /etc/system/config/img.conf. No module is opened yet. Never returns for a file whose first
+ * entry is a key (see img_cfg_read).
  *
  * IMG_ST_OK      done
  * IMG_ST_NOMEM   no memory; *handle is null if the handle itself could not be had
@@ -428,8 +436,8 @@ IMG_API void imglog(uint32_t severity, const char *function, int32_t line, uint6
 
 /*
  * Registers the codec module at path, to be opened when first needed. extensions (without the dot) and mime_types are
- * lists joined by ":"; either may be null. The texts are copied. The codec belongs to the handle and is found before
- * all older ones. Null when memory lacks.
+ * lists joined by ":", which an empty name ends; either may be null. The texts are copied. The codec belongs to the handle
+ * and is found before all older ones. Null when memory lacks.
  */
 IMG_API img_codec *img_codec_register_dll(img_lib_handle *handle, const char *path, const char *extensions,
                                           const char *mime_types);
@@ -438,7 +446,7 @@ IMG_API img_codec *img_codec_register_dll(img_lib_handle *handle, const char *pa
 IMG_API img_codec *img_codec_register(img_lib_handle *handle, img_getfuncs_func *getfuncs, const char *extensions,
                                       const char *mime_types);
 
-/* Takes the codec out of the registry, closes its module and frees it. */
+/* Takes the codec out of the handle's registry, closes its module and frees it. */
 IMG_API void img_codec_deregister(img_lib_handle *handle, img_codec *codec);
 
 /*
