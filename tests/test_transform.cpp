@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "convert/transform.h"
+#include "tests/image.h"
 #include "tests/memory.h"
 
 #include <gtest/gtest.h>
@@ -12,43 +13,6 @@
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-uint32_t tight(img_format format, uint32_t width) { return static_cast<uint32_t>(img::run_bytes(format, width)); }
-
-// An image that is a buffer or an access function; the function logs its calls.
-struct Image {
-    Image(img_format format, uint32_t width, uint32_t height, bool access, uint8_t fill = 0) {
-        stride = tight(format, width) + 3;
-        pixels.resize(size_t{stride} * height, fill);
-        record.format = format;
-        record.width = width;
-        record.height = height;
-        record.flags = IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | (access ? IMG_F_ACCESS : IMG_F_DIRECT);
-        if (access) {
-            record.access = pass;
-            record.access_arg = this;
-        } else {
-            record.data = pixels.data();
-            record.stride = stride;
-        }
-    }
-    static int pass(void *arg, uint32_t x, uint32_t y, uint32_t count, void *line) {
-        auto &self = *static_cast<Image *>(arg);
-        EXPECT_EQ(x, 0u);
-        self.rows += std::to_string(y) + ":" + std::to_string(count) + " ";
-        uint8_t *at = &self.pixels[size_t{y} * self.stride];
-        if (self.receives)
-            memcpy(at, line, tight(self.record.format, count));
-        else
-            memcpy(line, at, tight(self.record.format, count));
-        return 1;
-    }
-    img_record record{};
-    uint32_t stride;
-    Bytes pixels;
-    bool receives = false;
-    std::string rows;
-};
 
 const uint32_t palette[] = {0xff102030, 0x80405060, 0xff00ff00, 0x00000000};
 
@@ -66,12 +30,10 @@ TEST(Transform, AllPathsAndBothOrders) {
     for (const auto &[from, to, up, src_access, dst_access] : cases) {
         Image src{from, 5, 4, src_access}, dst{to, 4, 3, dst_access, 0xee};
         dst.receives = true;
-        for (size_t i = 0; i < src.pixels.size(); i++) src.pixels[i] = static_cast<uint8_t>(i * 37 % 251);
+        src.fill();
         if (from == FMT_PAL4)
             for (uint8_t &b : src.pixels) b &= 0x33;
-        src.record.palette = const_cast<uint32_t *>(palette);
-        src.record.ncolors = 4;
-        src.record.flags |= IMG_F_PALETTE;
+        src.give_palette(palette, 4);
         ASSERT_EQ((up ? img_dtransform_bu : img_dtransform)(&src.record, &dst.record), IMG_ST_OK);
 
         img_dtransform_state *state;
@@ -84,9 +46,9 @@ TEST(Transform, AllPathsAndBothOrders) {
         }
         img_dtransform_free(state);
         const bool both = src_access && dst_access;
-        const std::string down = "0:4 1:4 2:4 ", upward = "2:4 1:4 0:4 ";
-        EXPECT_EQ(src.rows, !src_access ? "" : both ? upward : down);
-        EXPECT_EQ(dst.rows, !dst_access ? "" : both != up ? upward : down);
+        const std::string down = "0,0:4 0,1:4 0,2:4 ", upward = "0,2:4 0,1:4 0,0:4 ";
+        EXPECT_EQ(src.calls, !src_access ? "" : both ? upward : down);
+        EXPECT_EQ(dst.calls, !dst_access ? "" : both != up ? upward : down);
     }
 }
 
@@ -160,9 +122,8 @@ TEST(Transform, Refusals) {
 TEST(Transform, FillsAnEmptyRecordWithThePaletteToo) {
     Image src{FMT_PAL8, 3, 2, false};
     src.pixels = {0, 1, 2, 9, 9, 9, 3, 2, 1, 9, 9, 9};
-    src.record.palette = const_cast<uint32_t *>(palette);
-    src.record.ncolors = 4;
-    src.record.flags |= IMG_F_PALETTE | IMG_F_PAL_ALPHA | IMG_F_TRANSP;
+    src.give_palette(palette, 4);
+    src.record.flags |= IMG_F_PAL_ALPHA | IMG_F_TRANSP;
     img_record dst{};
     ASSERT_EQ(img_dtransform(&src.record, &dst), IMG_ST_OK);
     EXPECT_EQ(dst.flags, IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | IMG_F_DIRECT | IMG_F_PALETTE | IMG_F_PAL_ALPHA);
@@ -185,10 +146,9 @@ TEST(Transform, FillsAnEmptyRecordWithThePaletteToo) {
 
 TEST(Transform, NothingToMove) {
     Image src{FMT_PAL4, 4, 0, true}, dst{FMT_RGB888, 0, 3, true};
-    src.record.flags |= IMG_F_PALETTE;
-    src.record.palette = const_cast<uint32_t *>(palette);
+    src.give_palette(palette, 4);
     EXPECT_EQ(img_dtransform(&src.record, &dst.record), IMG_ST_OK);
-    EXPECT_EQ(src.rows + dst.rows, "");
+    EXPECT_EQ(src.calls + dst.calls, "");
     img_record empty{};
     EXPECT_EQ(img_dtransform_bu(&src.record, &empty), IMG_ST_BADFMT) << "4-bit indices do not convert to themselves";
 }
@@ -196,9 +156,7 @@ TEST(Transform, NothingToMove) {
 TEST(Transform, FailingAllocations) {
     for (int bits = 0; bits < 4; bits++) {
         Image src{FMT_PAL8, 3, 2, (bits & 1) != 0};
-        src.record.palette = const_cast<uint32_t *>(palette);
-        src.record.ncolors = 4;
-        src.record.flags |= IMG_F_PALETTE;
+        src.give_palette(palette, 4);
         const size_t count = memory::for_each_failure([&](size_t n, const memory::Watch &watch) {
             Image given{FMT_RGB565HE, 3, 2, true};
             given.receives = true;

@@ -621,6 +621,57 @@ IMG_API img_status img_dtransform(const img_record *src, img_record *dst);
 /* The same upside down: the first source row becomes the last of the common rows. */
 IMG_API img_status img_dtransform_bu(const img_record *src, img_record *dst);
 
+/* ---- Geometry ---------------------------------------------------------------------------------------------------- */
+
+/*
+ * img_flip, img_crop and img_rotate_ortho copy into another record, converting to the destination's format. What dst
+ * lacks of format (and for img_flip and img_rotate_ortho of width and height) is taken from src and flagged, also when a
+ * later step fails. Storage that dst lacks is allocated and given to the caller, a palette included; after a failure dst
+ * has no storage that it did not have before. src and its palette are borrowed. The colour key is not copied. A common
+ * width or height of 0 moves nothing.
+ *
+ * IMG_ST_OK      done
+ * IMG_ST_BADFMT  dst's format has no strided copy (img_copy_getfunc), or no conversion from src's format
+ * IMG_ST_NOMEM   no memory
+ * IMG_ST_BADARG  src lacks format, width, height, a palette that is needed, or storage
+ */
+
+/* Turns an image with a pixel buffer upside down in place, whole rows of stride bytes. IMG_ST_BADFMT without a buffer. */
+IMG_API img_status img_flip_vertical(img_record *image);
+
+/*
+ * Mirrors an image with a pixel buffer left to right in place. Formats of 1, 8, 16, 24 and 32 bits. IMG_ST_BADFMT without
+ * a buffer or for another depth, IMG_ST_NOCODEC for a depth of 0; a width below 2 or a height of 0 is IMG_ST_OK.
+ */
+IMG_API img_status img_flip_horizontal(img_record *image);
+
+/* Directions of img_flip. */
+enum {
+    IMG_FLIP_HORIZONTAL = 0, /* left to right */
+    IMG_FLIP_VERTICAL = 1    /* top to bottom */
+};
+
+/*
+ * Copies an image mirrored. A smaller destination gets the right and bottom part. An access function gets the rows from
+ * the bottom up in either direction. IMG_ST_BADFMT for another direction.
+ */
+IMG_API img_status img_flip(const img_record *src, img_record *dst, uint32_t direction);
+
+/*
+ * Copies the rectangle of dst's width and height, which dst must have, whose top left pixel is (x, y) in src.
+ * IMG_ST_BADARG if it does not lie within src.
+ */
+IMG_API img_status img_crop(const img_record *src, img_record *dst, uint32_t x, uint32_t y);
+
+/* Angles of img_rotate_ortho: clockwise, in radians as 16.16 fixed point. */
+enum { IMG_ANGLE_0 = 0, IMG_ANGLE_90 = 0x1921f, IMG_ANGLE_180 = 0x3243f, IMG_ANGLE_270 = 0x4b65f };
+
+/*
+ * Copies an image turned. At 90 and 270 degrees the sides that dst lacks are exchanged. An access function gets quarter
+ * turns in blocks of eight columns, line by line. IMG_ANGLE_0 is img_dtransform. IMG_ST_BADFMT for another angle.
+ */
+IMG_API img_status img_rotate_ortho(const img_record *src, img_record *dst, uint32_t angle);
+
 #include "routines.h"
 
 #ifdef __cplusplus

@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: MIT
+//
+// The steps that flip, crop and quarter turns share.
+#include "geometry/frame.h"
+
+#include <string.h>
+
+namespace img {
+
+void Frame::take_format() {
+    if (!has(dst_, IMG_F_FORMAT) && is_palette(src_.format)) dst_.ncolors = src_.ncolors;
+    imgcpy(dst_, src_, IMG_F_FORMAT);
+}
+
+img_status Frame::prepare(img_flags marks) {
+    copy_ = img_copy_getfunc(dst_.format);
+    if (!copy_) return IMG_ST_BADFMT;
+    if (src_.format != dst_.format) {
+        img_dtransform_state *created;
+        if (const img_status status = img_dtransform_create(&src_, &dst_, &created)) return status;
+        transform_ = Transform{created};
+    }
+    if (const img_status status = storage_.allocate()) return status;
+    if (storage_.made_palette()) {
+        copy_palette(dst_, src_);
+        dst_.flags |= src_.flags & marks;
+    }
+    return IMG_ST_OK;
+}
+
+img_status Frame::begin(const Cut &cut, uint32_t lines, uint64_t extra) {
+    if (!has(src_, storage_flags) || !has(dst_, storage_flags)) return IMG_ST_BADARG;
+    cut_ = cut;
+    lines_ = lines;
+    if (transform_ || has(src_, IMG_F_ACCESS))
+        line_bytes_ = larger(row_bytes(src_.format, cut.width), row_bytes(dst_.format, cut.width));
+    const uint64_t bytes = lines * line_bytes_ + extra;
+    if (!bytes) return IMG_ST_OK;
+    memory_ = img::allocate<uint8_t>(bytes);
+    return memory_ ? IMG_ST_OK : IMG_ST_NOMEM;
+}
+
+const uint8_t *Frame::row(uint32_t i) {
+    const Rows rows{src_};
+    uint8_t *line = memory_.get() + i % lines_ * line_bytes_;
+    if (!rows.direct()) {
+        rows.pass(cut_.x, cut_.y + i, cut_.width, line);
+        if (transform_) img_dtransform_apply(transform_.get(), line, line, cut_.width);
+        return line;
+    }
+    const uint8_t *at = rows.at(cut_.y + i) + run_bytes(src_.format, cut_.x);
+    if (!transform_) return at;
+    img_dtransform_apply(transform_.get(), at, line, cut_.width);
+    return line;
+}
+
+img_status Frame::copy_rows(const Cut &cut, const Placement &placement) {
+    if (!cut.width || !cut.height) return done();
+    const uint64_t line_bytes = to_buffer() ? 0 : row_bytes(dst_.format, cut.width);
+    if (const img_status status = begin(cut, 1, line_bytes)) return status;
+    const Rows dst{dst_};
+    const auto pixel = static_cast<int32_t>(pixel_bytes());
+    const int32_t step = placement.mirrored ? -pixel : pixel;
+    const uint64_t start = placement.mirrored ? run_bytes(dst_.format, cut.width - 1) : 0;
+    for (uint32_t i = 0; i < cut.height; i++) {
+        const uint32_t from_below = cut.height - 1 - i;
+        const uint8_t *line = row(i);
+        if (to_buffer()) {
+            uint8_t *out = dst.at(placement.upward ? from_below : i);
+            // A cut may be moved within its own buffer.
+            if (placement.mirrored)
+                copy_(line, out + start, step, cut.width);
+            else
+                memmove(out, line, size_t{cut.width} * pixel_bytes());
+        } else {
+            copy_(line, extra() + start, step, cut.width);
+            dst.pass(0, placement.handed_upward ? from_below : i, cut.width, extra());
+        }
+    }
+    return done();
+}
+
+} // namespace img

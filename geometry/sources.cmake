@@ -1,0 +1,6 @@
+target_sources(pictra_objects PRIVATE
+  geometry/crop.cpp
+  geometry/flip.cpp
+  geometry/frame.cpp
+  geometry/rotate.cpp
+)

@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: MIT
+//
+// An image for tests: a buffer with gaps between its rows, or an access function that logs its calls as "x,y:count".
+#pragma once
+
+#include "core/record.h"
+
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+struct Image {
+    Image(img_format format, uint32_t width, uint32_t height, bool access, uint8_t fill = 0) {
+        stride = static_cast<uint32_t>(img::run_bytes(format, width)) + 3;
+        pixels.resize(size_t{stride} * height, fill);
+        record.format = format;
+        record.width = width;
+        record.height = height;
+        record.flags = IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | (access ? IMG_F_ACCESS : IMG_F_DIRECT);
+        if (access) {
+            record.access = pass;
+            record.access_arg = this;
+        } else {
+            record.data = pixels.data();
+            record.stride = stride;
+        }
+    }
+    Image(const Image &) = delete;
+
+    static int pass(void *arg, uint32_t x, uint32_t y, uint32_t count, void *line) {
+        auto &self = *static_cast<Image *>(arg);
+        const img_format format = self.record.format;
+        self.calls += std::to_string(x) + "," + std::to_string(y) + ":" + std::to_string(count) + " ";
+        uint8_t *at = &self.pixels[size_t{y} * self.stride + img::run_bytes(format, x)];
+        memcpy(self.receives ? at : line, self.receives ? line : at, img::run_bytes(format, count));
+        return 1; // not examined
+    }
+    void give_palette(const uint32_t *entries, uint32_t count) {
+        record.palette = const_cast<uint32_t *>(entries);
+        record.ncolors = count;
+        record.flags |= IMG_F_PALETTE;
+    }
+    // Bytes of a different value each, as far as 251 goes.
+    void fill() {
+        for (size_t i = 0; i < pixels.size(); i++) pixels[i] = static_cast<uint8_t>(i * 37 % 251);
+    }
+
+    img_record record{};
+    uint32_t stride;
+    std::vector<uint8_t> pixels;
+    bool receives = false; // the access function stores instead of fetching
+    std::string calls;
+};
