@@ -7,7 +7,7 @@ target_compile_options(pictra_objects PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exc
 set_target_properties(pictra_objects PROPERTIES POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden
                                                 VISIBILITY_INLINES_HIDDEN ON)
 include(cmake/variants.cmake)
-foreach(folder core io convert codec geometry)
+foreach(folder core io convert codec geometry scale)
   include(${folder}/sources.cmake)
 endforeach()
 

@@ -54,7 +54,7 @@ uint64_t line_bytes(const img_record &src, const img_record &dst, uint32_t width
 }
 
 img_status move_rows(const img_record &src_record, const img_record &dst_record, const img_dtransform_state &state,
-                     bool upside_down) {
+                     bool upside_down, bool in_order) {
     const uint32_t width = smaller(src_record.width, dst_record.width);
     const uint32_t height = smaller(src_record.height, dst_record.height);
     if (!width || !height) return IMG_ST_OK;
@@ -65,7 +65,7 @@ img_status move_rows(const img_record &src_record, const img_record &dst_record,
 
     const Rows src{src_record}, dst{dst_record};
     // Kept: between two access functions the last row goes first.
-    const bool last_first = !src.direct() && !dst.direct();
+    const bool last_first = !src.direct() && !dst.direct() && !in_order;
     for (uint32_t i = 0; i < height; i++) {
         const uint32_t src_y = last_first ? height - 1 - i : i;
         const uint32_t dst_y = upside_down ? height - 1 - src_y : src_y;
@@ -78,7 +78,11 @@ img_status move_rows(const img_record &src_record, const img_record &dst_record,
     return IMG_ST_OK;
 }
 
-img_status copy_image(const img_record &src, img_record &dst, bool upside_down) {
+} // namespace
+
+namespace img {
+
+img_status copy_image(const img_record &src, img_record &dst, bool upside_down, bool in_order) {
     if (!has_all(src, shape_flags)) return IMG_ST_BADARG;
     if (!has(dst, IMG_F_FORMAT) && is_palette(src.format)) dst.ncolors = src.ncolors;
     imgcpy(dst, src, shape_flags);
@@ -92,12 +96,12 @@ img_status copy_image(const img_record &src, img_record &dst, bool upside_down) 
         copy_palette(dst, src);
         dst.flags |= src.flags & IMG_F_PAL_ALPHA;
     }
-    if (const img_status status = move_rows(src, dst, *state.get(), upside_down)) return status;
+    if (const img_status status = move_rows(src, dst, *state.get(), upside_down, in_order)) return status;
     storage.keep();
     return IMG_ST_OK;
 }
 
-} // namespace
+} // namespace img
 
 img_status img_dtransform_create(const img_record *src, const img_record *dst, img_dtransform_state **state) {
     *state = nullptr;
@@ -118,6 +122,6 @@ void img_dtransform_apply(const img_dtransform_state *state, const void *src, vo
 
 void img_dtransform_free(img_dtransform_state *state) { free(state); }
 
-img_status img_dtransform(const img_record *src, img_record *dst) { return copy_image(*src, *dst, false); }
+img_status img_dtransform(const img_record *src, img_record *dst) { return copy_image(*src, *dst, false, false); }
 
-img_status img_dtransform_bu(const img_record *src, img_record *dst) { return copy_image(*src, *dst, true); }
+img_status img_dtransform_bu(const img_record *src, img_record *dst) { return copy_image(*src, *dst, true, false); }

@@ -43,11 +43,15 @@ namespace img {
 void Storage::release(img_record &record, img_alloc_result made) {
     if (made & IMG_ALLOC_PIXELS) {
         free(record.data);
+        record.data = nullptr;
         record.flags &= ~img_flags{IMG_F_DIRECT};
     } else if (made & IMG_ALLOC_PALETTE) {
         free(record.palette);
     }
-    if (made & IMG_ALLOC_PALETTE) record.flags &= ~img_flags{IMG_F_PALETTE};
+    if (made & IMG_ALLOC_PALETTE) {
+        record.palette = nullptr;
+        record.flags &= ~img_flags{IMG_F_PALETTE};
+    }
 }
 
 void imgcpy(img_record &dst, const img_record &src, img_flags mask) {

@@ -672,6 +672,57 @@ enum { IMG_ANGLE_0 = 0, IMG_ANGLE_90 = 0x1921f, IMG_ANGLE_180 = 0x3243f, IMG_ANG
  */
 IMG_API img_status img_rotate_ortho(const img_record *src, img_record *dst, uint32_t angle);
 
+/* ---- Resize ------------------------------------------------------------------------------------------------------ */
+
+/* Takes the mean, rounded down, of the count pixels of two lines, channel by channel. dst may be one of them. */
+typedef void img_avg_routine(const void *a, const void *b, void *dst, uint32_t count);
+typedef img_avg_routine *img_avg_func;
+
+/* The mean of lines of a format, or null: palette formats, FMT_A8, FMT_XBGR8888* and FMT_ABGR8888OE have none. */
+IMG_API img_avg_func img_avg_getfunc(img_format format);
+
+/*
+ * Copies an image at another size, converting to the destination's format. Of dst's width and height, one that is missing
+ * follows the other in src's proportions (at least 1), and both that are missing are src's; dst's format, if missing, is
+ * src's. Storage that dst lacks is allocated and given to the caller; after a failure dst has no storage that it did not
+ * have before. src is borrowed. A row of an access function is passed whole, source rows at most once for consecutive
+ * uses. src and dst may share a buffer that is large enough.
+ *
+ * Nearest pixels and means of two neighbours, after halving by exact means where the reduction is more than 2:1.
+ *
+ * IMG_ST_OK      done
+ * IMG_ST_BADFMT  dst's format is a palette format, or neither format can be scaled (img_avg_getfunc)
+ * IMG_ST_NOMEM   no memory, or img_resize_set_abort asked to stop; rows written so far stay written
+ * IMG_ST_BADARG  src lacks format, width, height or storage, or a width or height is 0
+ */
+IMG_API img_status img_resize_fs(const img_record *src, img_record *dst);
+
+/* The same upside down: the first row of the result becomes dst's last. */
+IMG_API img_status img_resize_fsbu(const img_record *src, img_record *dst);
+
+/*
+ * Asks every resize that runs in the process to stop, if abort is not 0. Each asks once per row; one that starts afterwards
+ * clears the request. Any thread may call it.
+ */
+IMG_API void img_resize_set_abort(uint32_t abort);
+
+/*
+ * Loads an image at another size without holding the full-size one, when the codec delivers rows in order: the calling
+ * thread decodes, a second one resizes. dst's width, height, format and storage are as for img_resize_fs; IMG_F_WANT_ALPHA
+ * in dst is passed on. callouts may be null. The caller's choose_format sees dst, and the codec is then asked to decode at
+ * dst's size if it can; setup, set_palette, set_transparency, frame and abort see the record of the load, set_value sees
+ * dst. Non-zero from scanline stops load and resize.
+ *
+ * IMG_ST_NOMEM  no memory or thread, or stopped by img_resize_set_abort
+ * Others are those of img_load_file and img_resize_fs.
+ */
+IMG_API img_status img_load_resize_file(img_lib_handle *handle, const char *path, const img_decode_callouts *callouts,
+                                        img_record *dst);
+
+/* The same from a stream, which stays the caller's. */
+IMG_API img_status img_load_resize(img_lib_handle *handle, io_handle *stream, const img_decode_callouts *callouts,
+                                   img_record *dst);
+
 #include "routines.h"
 
 #ifdef __cplusplus

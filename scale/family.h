@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: MIT
+//
+// The formats that can be scaled, as values: how two of their pixels are averaged. Data and constant expressions only.
+#pragma once
+
+#include "pictra/pictra.h"
+
+namespace img {
+
+// A pixel is `elements` words of `bytes` bytes. The mean of two words is taken on all channels at once,
+// (a & b) + (((a ^ b) & mask) >> 1), where mask lacks the lowest bit of each channel, so that no bit passes into the
+// next one; it is rounded down. forced bits are set in every result: the field that the format ignores.
+struct Family {
+    uint32_t elements, bytes;
+    uint32_t mask;
+    bool swapped; // the words are averaged in the other byte order
+    uint32_t forced;
+};
+
+namespace family {
+
+inline constexpr Family grey{1, 1, 0xfe, false, 0};
+inline constexpr Family bytes3{3, 1, 0xfe, false, 0};
+inline constexpr Family bytes4{1, 4, 0xfefefefe, false, 0};
+inline constexpr Family x888he{1, 4, 0xfefefefe, false, 0xff000000};
+inline constexpr Family x888oe{1, 4, 0xfefefefe, false, 0x000000ff};
+inline constexpr Family rgb565he{1, 2, 0xf7de, false, 0};
+inline constexpr Family rgb565oe{1, 2, 0xf7de, true, 0};
+// The alpha bit is not in the mask: it stays where both pixels have it.
+inline constexpr Family argb1555he{1, 2, 0x7bde, false, 0};
+inline constexpr Family argb1555oe{1, 2, 0x7bde, true, 0};
+inline constexpr Family xrgb1555he{1, 2, 0x7bde, false, 0x8000};
+inline constexpr Family xrgb1555oe{1, 2, 0x7bde, true, 0x0080};
+
+} // namespace family
+
+// The place of a format's family in tables over FOR_EACH_FAMILY.
+#define FOR_EACH_FAMILY(EACH)                                                                                          \
+    EACH(grey)                                                                                                         \
+    EACH(bytes3)                                                                                                       \
+    EACH(bytes4)                                                                                                       \
+    EACH(x888he) EACH(x888oe) EACH(rgb565he) EACH(rgb565oe) EACH(argb1555he) EACH(argb1555oe) EACH(xrgb1555he)         \
+        EACH(xrgb1555oe)
+
+enum FamilyIndex {
+#define EACH(name) family_##name,
+    FOR_EACH_FAMILY(EACH)
+#undef EACH
+        family_count
+};
+
+// family_count for formats that cannot be scaled. Kept: both XBGR8888 orders and ABGR8888OE are among these.
+constexpr FamilyIndex family_of(img_format format) {
+    switch (format) {
+    case FMT_G8:
+        return family_grey;
+    case FMT_BGR888:
+    case FMT_RGB888:
+        return family_bytes3;
+    case FMT_XRGB1555HE:
+        return family_xrgb1555he;
+    case FMT_XRGB1555OE:
+        return family_xrgb1555oe;
+    case FMT_ARGB1555HE:
+        return family_argb1555he;
+    case FMT_ARGB1555OE:
+        return family_argb1555oe;
+    case FMT_RGB565HE:
+        return family_rgb565he;
+    case FMT_RGB565OE:
+        return family_rgb565oe;
+    case FMT_XRGB8888HE:
+        return family_x888he;
+    case FMT_XRGB8888OE:
+        return family_x888oe;
+    case FMT_ARGB8888HE:
+    case FMT_ARGB8888OE:
+    case FMT_ABGR8888HE:
+        return family_bytes4;
+    }
+    return family_count;
+}
+
+} // namespace img

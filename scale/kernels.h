@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+//
+// The inner loops of scaling, per variant and family.
+#pragma once
+
+#include "scale/family.h"
+#include "scale/params.h"
+
+namespace img {
+
+struct ScaleKernels {
+    img_avg_func average[family_count];
+    img_scl_func scale[family_count];
+};
+
+#define VARIANT(name, ...)                                                                                             \
+    namespace name {                                                                                                   \
+    extern const ScaleKernels scale_kernels;                                                                           \
+    }
+#include "core/variants.inc"
+
+} // namespace img

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+//
+// Scale parameters, and the choice of the inner loops.
+#include "scale/params.h"
+
+#include "core/cpu.h"
+#include "scale/kernels.h"
+
+namespace img {
+
+namespace {
+
+const ScaleKernels &active_kernels() {
+    static constexpr const ScaleKernels *of[] = {
+#define VARIANT(name, ...) &name::scale_kernels,
+#include "core/variants.inc"
+    };
+    return *of[int(cpu::variant())];
+}
+
+// Words of a pixel.
+constexpr uint32_t elements_of[] = {
+#define EACH(name) family::name.elements,
+    FOR_EACH_FAMILY(EACH)
+#undef EACH
+};
+
+} // namespace
+
+uint32_t count_halvings(uint32_t &from, uint32_t to) {
+    if (from <= to) return 0;
+    uint32_t halvings = 0;
+    // Kept: 16.16 fixed point in 32 bits; sizes from 65536 up are halved less than they could be.
+    for (uint32_t ratio = (from << 16) / to; ratio > 0x20000; ratio >>= 1) {
+        from >>= 1;
+        halvings++;
+    }
+    return halvings;
+}
+
+int img_scl_calc_parms(img_format format, uint32_t src_width, uint32_t dst_width, img_scl_parms *parms) {
+    *parms = {};
+    parms->dir = 1;
+    const FamilyIndex index = family_of(format);
+    if (index == family_count) return -1;
+    const uint32_t elements = elements_of[index];
+    uint32_t src = src_width;
+    parms->dir = static_cast<int32_t>(elements);
+    parms->scaler = active_kernels().scale[index];
+    parms->src_width = src_width;
+    parms->dst_width = dst_width;
+    parms->halvings = count_halvings(src, dst_width);
+    if (src < dst_width) {
+        parms->dir = -parms->dir;
+        parms->src_start = (src - 1) * elements;
+        parms->dst_start = (dst_width - 1) * elements;
+        parms->edge_count = dst_width / (2 * src) + 1;
+    }
+    parms->half = dst_width >> 1;
+    parms->main_count = dst_width - parms->edge_count;
+    parms->frac_step = src % dst_width;
+    parms->int_step = static_cast<int32_t>(src / dst_width) * parms->dir;
+    return 0;
+}
+
+} // namespace img
+
+img_avg_func img_avg_getfunc(img_format format) {
+    const img::FamilyIndex index = img::family_of(format);
+    return index == img::family_count ? nullptr : img::active_kernels().average[index];
+}

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+//
+// How one line is scaled: steps and counts worked out once per resize. There is no filter: reductions halve the line as
+// often as it stays above the width wanted, and a stepper in the manner of Bresenham then takes the nearest pixel, or the
+// mean of it and its neighbour in the second half of each step.
+#pragma once
+
+#include "pictra/pictra.h"
+
+namespace img {
+
+struct img_scl_parms;
+
+// Scales src to dst, which may be the same line if it is long enough for both.
+using img_scl_func = void (*)(const void *src, void *dst, const img_scl_parms *parms);
+
+// Offsets and steps count words of the format's family (scale/family.h).
+struct img_scl_parms {
+    img_scl_func scaler;
+    int32_t dir;        // from one pixel to the next: forward when reducing, backward when enlarging
+    uint32_t src_start; // the first pixel read
+    uint32_t dst_start; // the first pixel written
+    uint32_t src_width; // in pixels, before halving
+    uint32_t dst_width;
+    uint32_t half;       // of dst_width: from here on the mean with the neighbour is taken
+    int32_t int_step;    // words to go on for each pixel written
+    uint32_t frac_step;  // and parts of dst_width
+    uint32_t edge_count; // enlarging: pixels at the left edge that repeat the first one
+    uint32_t main_count; // pixels that the stepper writes
+    uint32_t halvings;   // passes of exact halving before the stepper
+};
+
+// Halvings after which a size is at most twice the other; it is halved on the way.
+uint32_t count_halvings(uint32_t &from, uint32_t to);
+
+// Fills the record. 0, or -1 for a format without scaler. Widths are not 0.
+int img_scl_calc_parms(img_format format, uint32_t src_width, uint32_t dst_width, img_scl_parms *parms);
+
+} // namespace img

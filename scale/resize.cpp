@@ -1,0 +1,213 @@
+// SPDX-License-Identifier: MIT
+//
+// Whole images at another size. Two working lines are kept whatever the size: the current row, and the next one that it
+// may be blended with. What is scaled across is in kernels.cpp, what is folded down in reduce.cpp.
+#include "scale/resize.h"
+
+#include "convert/rows.h"
+#include "convert/transform.h"
+#include "scale/params.h"
+#include "scale/reduce.h"
+
+#include <string.h>
+
+#include <atomic>
+#include <utility>
+
+using namespace img;
+
+namespace {
+
+constinit std::atomic<uint32_t> abort_resize{0};
+
+// The larger depth wins, then the destination's format; at 16 bits a format without alpha is preferred.
+img_format choose_format(img_format dst, img_format src) {
+    const uint32_t dst_bits = bits_per_pixel(dst), src_bits = bits_per_pixel(src);
+    if (dst_bits != src_bits) return dst_bits > src_bits ? dst : src;
+    return dst_bits == 16 && (dst & IMG_FMT_ALPHA) && !(src & IMG_FMT_ALPHA) ? src : dst;
+}
+
+// What the destination lacks of its size, from the source's proportions. Kept: counted in 32 bits.
+void complete_size(const img_record &src, img_record &dst) {
+    const auto at_least_1 = [](uint32_t size) { return size ? size : 1; };
+    const img_flags given = dst.flags & size_flags;
+    if (!given) imgcpy(dst, src, size_flags);
+    if (given == IMG_F_WIDTH) dst.height = at_least_1(dst.width * src.height / src.width);
+    if (given == IMG_F_HEIGHT) dst.width = at_least_1(dst.height * src.width / src.height);
+    dst.flags |= size_flags;
+}
+
+// Which way the rows of an image are walked: from row `first` on, by `step`.
+struct Walk {
+    int64_t row, step;
+};
+
+constexpr int64_t no_row = -1;
+
+class Resizer {
+public:
+    Resizer(const img_record &src, const img_record &dst) : src_(src), dst_(dst) {}
+
+    // What needs no storage of the destination: working format, conversions, the folding of rows.
+    img_status prepare();
+
+    // Makes the working lines and all rows.
+    img_status run(bool upside_down);
+
+private:
+    bool has_row(int64_t row) const { return row >= 0 && row < src_.height; }
+    bool converts_output() const { return work_ != dst_.format; }
+    bool converts_input() const { return work_ != src_.format; }
+
+    void produce(int64_t row, uint8_t *line) const;
+    bool bring(int64_t row);
+    bool blend(int64_t next);
+    void write(int64_t row, bool convert);
+
+    img_record src_; // the folded one when rows are folded
+    const img_record &dst_;
+    img_record unfolded_{};
+    Reducer reducer_;
+
+    img_format work_ = 0;
+    img_avg_func average_ = nullptr;
+    img_scl_parms parms_{};
+    Transform transform_; // from the source's format to the destination's, whichever of them is the working one
+
+    Owned<uint8_t> block_;
+    uint8_t *output_ = nullptr, *current_ = nullptr, *other_ = nullptr;
+    int64_t in_current_ = no_row, in_other_ = no_row; // the source rows that the lines were made for
+};
+
+img_status Resizer::prepare() {
+    work_ = choose_format(dst_.format, src_.format);
+    average_ = img_avg_getfunc(work_);
+    if (!average_ || img_scl_calc_parms(work_, src_.width, dst_.width, &parms_) != 0) return IMG_ST_BADFMT;
+    img_dtransform_state *state;
+    const img_status status = img_dtransform_create(&src_, &dst_, &state);
+    transform_ = Transform{state};
+    if (status) return status;
+
+    uint32_t folded_height = src_.height;
+    const uint32_t shift = count_halvings(folded_height, dst_.height);
+    if (!shift) return IMG_ST_OK;
+    unfolded_ = src_;
+    if (const img_status folding = reducer_.prepare(unfolded_, dst_, work_, shift)) return folding;
+    src_ = reducer_.image();
+    return IMG_ST_OK;
+}
+
+// Makes the source row, scaled across in the working format.
+void Resizer::produce(int64_t row, uint8_t *line) const {
+    const Rows rows{src_};
+    const auto y = static_cast<uint32_t>(row);
+    const uint8_t *in = rows.direct() ? rows.at(y) : line;
+    if (!rows.direct()) rows.pass(0, y, src_.width, line);
+    if (converts_input()) {
+        img_dtransform_apply(transform_.get(), in, line, src_.width);
+        in = line;
+    }
+    parms_.scaler(in, line, &parms_);
+}
+
+// Makes the row the current one. True if it had to be produced.
+bool Resizer::bring(int64_t row) {
+    if (row == in_current_) return false;
+    const bool is_other = row == in_other_;
+    if (is_other) std::swap(current_, other_);
+    in_current_ = row;
+    if (!is_other) produce(row, current_);
+    return !is_other;
+}
+
+// Blends the current row with its neighbour, unless it already is. True if that was done now.
+bool Resizer::blend(int64_t next) {
+    if (!has_row(next) || next == in_other_) return false;
+    produce(next, other_);
+    average_(current_, other_, current_, dst_.width);
+    in_other_ = next;
+    return true;
+}
+
+// Kept: a row that is not to be converted is written as the output line stands, so with an output conversion the row after
+// a blended one can repeat it.
+void Resizer::write(int64_t row, bool convert) {
+    if (output_ && convert) img_dtransform_apply(transform_.get(), current_, output_, dst_.width);
+    uint8_t *line = output_ ? output_ : current_;
+    const Rows rows{dst_};
+    const auto y = static_cast<uint32_t>(row);
+    if (rows.direct())
+        memcpy(rows.at(y), line, run_bytes(dst_.format, dst_.width));
+    else
+        rows.pass(0, y, dst_.width, line);
+}
+
+img_status Resizer::run(bool upside_down) {
+    if (!has(src_, storage_flags) || !has(dst_, storage_flags)) return IMG_ST_BADARG;
+    const uint64_t output_bytes = converts_output() ? row_bytes(dst_.format, dst_.width) : 0;
+    const uint64_t line_bytes = row_bytes(work_, larger(src_.width, dst_.width));
+    block_ = allocate<uint8_t>(output_bytes + 2 * line_bytes);
+    if (!block_) return IMG_ST_NOMEM;
+    output_ = output_bytes ? block_.get() : nullptr;
+    current_ = block_.get() + output_bytes;
+    other_ = current_ + line_bytes;
+
+    const uint32_t sh = src_.height, dh = dst_.height;
+    const uint32_t tail_rows = sh < dh ? dh / (2 * sh) + 1 : 0;
+    const uint32_t quotient = sh / dh, remainder = sh % dh, half = dh >> 1;
+    // A resize onto its own buffer that grows must not overwrite rows that it has yet to read.
+    const bool backward =
+        has(src_, IMG_F_DIRECT) && has(dst_, IMG_F_DIRECT) && uint64_t{sh} * src_.stride < uint64_t{dh} * dst_.stride;
+    Walk in = backward ? Walk{int64_t{sh} - 1, -1} : Walk{0, 1};
+    Walk out = backward != upside_down ? Walk{int64_t{dh} - 1, -1} : Walk{0, 1};
+    uint32_t fraction = 0;
+    for (uint32_t i = tail_rows; i < dh; i++) {
+        bool convert = bring(in.row);
+        if (fraction >= half && blend(in.row + in.step)) convert = true;
+        if (abort_resize.load(std::memory_order_relaxed)) return IMG_ST_NOMEM;
+        write(out.row, convert);
+        out.row += out.step;
+        in.row += in.step * quotient;
+        fraction += remainder;
+        if (fraction >= dh) {
+            fraction -= dh;
+            in.row += in.step;
+        }
+    }
+    if (!tail_rows) return IMG_ST_OK;
+    bool convert = bring(in.row);
+    for (uint32_t i = 0; i < tail_rows; i++, convert = false, out.row += out.step) write(out.row, convert);
+    return IMG_ST_OK;
+}
+
+} // namespace
+
+namespace img {
+
+img_status resize(const img_record &src, img_record &dst, bool upside_down, bool in_order) {
+    abort_resize.store(0, std::memory_order_relaxed);
+    const auto empty = [](const img_record &record) {
+        return (has(record, IMG_F_WIDTH) && !record.width) || (has(record, IMG_F_HEIGHT) && !record.height);
+    };
+    if (!has_all(src, shape_flags) || empty(src) || empty(dst)) return IMG_ST_BADARG;
+    imgcpy(dst, src, IMG_F_FORMAT);
+    if (is_palette(dst.format)) return IMG_ST_BADFMT;
+    complete_size(src, dst);
+    if (dst.width == src.width && dst.height == src.height) return copy_image(src, dst, upside_down, in_order);
+
+    Resizer resizer{src, dst};
+    if (const img_status status = resizer.prepare()) return status;
+    Storage storage{dst};
+    if (const img_status status = storage.allocate()) return status;
+    if (const img_status status = resizer.run(upside_down)) return status;
+    storage.keep();
+    return IMG_ST_OK;
+}
+
+} // namespace img
+
+img_status img_resize_fs(const img_record *src, img_record *dst) { return resize(*src, *dst, false, false); }
+
+img_status img_resize_fsbu(const img_record *src, img_record *dst) { return resize(*src, *dst, true, false); }
+
+void img_resize_set_abort(uint32_t abort) { abort_resize.store(abort, std::memory_order_relaxed); }

@@ -1,0 +1,7 @@
+target_sources(pictra_objects PRIVATE
+  scale/load_resize.cpp
+  scale/params.cpp
+  scale/reduce.cpp
+  scale/resize.cpp
+)
+pictra_add_variants(scale/kernels.cpp)
