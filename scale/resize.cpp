@@ -143,7 +143,6 @@ void Resizer::write(int64_t row, bool convert) {
 }
 
 img_status Resizer::run(bool upside_down) {
-    if (!has(src_, storage_flags) || !has(dst_, storage_flags)) return IMG_ST_BADARG;
     const uint64_t output_bytes = converts_output() ? row_bytes(dst_.format, dst_.width) : 0;
     const uint64_t line_bytes = row_bytes(work_, larger(src_.width, dst_.width));
     block_ = allocate<uint8_t>(output_bytes + 2 * line_bytes);
@@ -199,6 +198,7 @@ img_status resize(const img_record &src, img_record &dst, bool upside_down, bool
     if (const img_status status = resizer.prepare()) return status;
     Storage storage{dst};
     if (const img_status status = storage.allocate()) return status;
+    if (!has(src, storage_flags) || !has(dst, storage_flags)) return IMG_ST_BADARG;
     if (const img_status status = resizer.run(upside_down)) return status;
     storage.keep();
     return IMG_ST_OK;

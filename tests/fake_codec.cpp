@@ -25,13 +25,12 @@ uint32_t row_number(uint32_t i, uint32_t height) {
     return script.setup_flags & IMG_SETUP_TOPDOWN || !(script.setup_flags & IMG_SETUP_BOTTOMUP) ? i : height - 1 - i;
 }
 
-// Calls what for each run of each row, with its place in the picture and in tight rows.
-template <typename Visit> void for_each_run(uint32_t width, uint32_t height, img_format format, Visit visit) {
-    for (uint32_t i = 0; i < height; i++) {
-        const uint32_t y = row_number(i, height), run = script.run ? script.run : width;
-        for (uint32_t x = 0; x < width; x += run)
-            visit(x, y, std::min(run, width - x), size_t{y} * tight_row(format, width) + tight_row(format, x));
-    }
+// Calls visit for each run of the i-th row, with its place in the picture and in tight rows.
+template <typename Visit>
+void for_each_run(uint32_t i, uint32_t width, uint32_t height, img_format format, Visit visit) {
+    const uint32_t y = row_number(i, height), run = script.run ? script.run : width;
+    for (uint32_t x = 0; x < width; x += run)
+        visit(x, y, std::min(run, width - x), size_t{y} * tight_row(format, width) + tight_row(format, x));
 }
 
 img_status decode_frame(io_handle *, const img_decode_callouts *callouts, img_record *image, void **) {
@@ -55,14 +54,19 @@ img_status decode_frame(io_handle *, const img_decode_callouts *callouts, img_re
     if (script.key) callouts->set_transparency(callouts->data, image, *script.key);
     if (callouts->set_value) script.note("=" + std::to_string(callouts->set_value(callouts->data, image, 1, 2, 3, 4)));
     const img_format format = image->format;
-    for_each_run(script.width, script.height, format, [&](uint32_t x, uint32_t y, uint32_t n, size_t at) {
-        uint8_t *line = script.pixels.data() + at;
-        if (image->flags & IMG_F_DIRECT)
-            memcpy(static_cast<uint8_t *>(image->data) + size_t{y} * image->stride + tight_row(format, x), line,
-                   tight_row(format, n));
-        else
-            image->access(image->access_arg, x, y, n, line);
-    });
+    for (uint32_t i = 0; i < script.height; i++) {
+        if (i == script.fail_after) return script.frame;
+        for_each_run(i, script.width, script.height, format, [&](uint32_t x, uint32_t y, uint32_t n, size_t at) {
+            uint8_t *line = script.pixels.data() + at;
+            if (image->flags & IMG_F_DIRECT)
+                memcpy(static_cast<uint8_t *>(image->data) + size_t{y} * image->stride + tight_row(format, x), line,
+                       tight_row(format, n));
+            else
+                image->access(image->access_arg, x, y, n, line);
+        });
+        if (!script.reports_rows || !callouts->scanline) continue;
+        if (const img_status s = callouts->scanline(callouts->data, image, i + 1, script.height, 0, 0)) return s;
+    }
     for (uint32_t i = 0; i < script.extra_rows; i++)
         image->access(image->access_arg, 0, i % script.height, script.width, script.pixels.data());
     if (callouts->scanline) callouts->scanline(callouts->data, image, script.height, script.height, 0, ~uintptr_t{0});
@@ -84,14 +88,15 @@ img_status encode_frame(io_handle *stream, const img_encode_callouts *callouts, 
     script.note(text("palette=%zu key=%zu", palette_status, key_status));
     const img_format format = script.formats[script.chosen];
     script.written.assign(size_t{image->height} * tight_row(format, image->width), 0xee);
-    for_each_run(image->width, image->height, format, [&](uint32_t x, uint32_t y, uint32_t n, size_t at) {
-        uint8_t *out = script.written.data() + at;
-        if (image->flags & IMG_F_DIRECT)
-            memcpy(out, static_cast<uint8_t *>(image->data) + size_t{y} * image->stride + tight_row(format, x),
-                   tight_row(format, n));
-        else
-            image->access(image->access_arg, x, y, n, out);
-    });
+    for (uint32_t i = 0; i < image->height; i++)
+        for_each_run(i, image->width, image->height, format, [&](uint32_t x, uint32_t y, uint32_t n, size_t at) {
+            uint8_t *out = script.written.data() + at;
+            if (image->flags & IMG_F_DIRECT)
+                memcpy(out, static_cast<uint8_t *>(image->data) + size_t{y} * image->stride + tight_row(format, x),
+                       tight_row(format, n));
+            else
+                image->access(image->access_arg, x, y, n, out);
+        });
     if (callouts->scanline) callouts->scanline(callouts->data, image, 5, 6, 7, 8);
     if (stream) stream->write(stream->self, script.written.data(), static_cast<uint32_t>(script.written.size()));
     return script.frame;

@@ -21,9 +21,11 @@ struct Script {
     std::vector<uint32_t> palette{}; // FMT_ARGB8888HE
     std::optional<uint32_t> key{};
     uint32_t setup_flags = IMG_SETUP_TOPDOWN;
-    img_flags flags = 0;     // further flags of its description
-    uint32_t run = 0;        // pixels delivered at a time; 0 for whole rows
-    uint32_t extra_rows = 0; // sent below the picture
+    img_flags flags = 0;              // further flags of its description
+    uint32_t run = 0;                 // pixels delivered at a time; 0 for whole rows
+    uint32_t extra_rows = 0;          // sent below the picture
+    uint32_t fail_after = UINT32_MAX; // rows, then it answers `frame` at once
+    bool reports_rows = false;        // calls scanline for each row, and stops if told so
 
     // What it got to write.
     uint32_t chosen = UINT32_MAX;

@@ -2,6 +2,7 @@
 #include "tests/memory.h"
 
 #include <errno.h>
+#include <pthread.h>
 #include <stdlib.h>
 
 #include <mutex>
@@ -22,6 +23,9 @@ bool refuse() {
     errno = ENOMEM;
     return true;
 }
+
+size_t thread_countdown = 0;
+bool refuse_thread() { return thread_countdown && --thread_countdown == 0; }
 
 void *track(void *block) {
     const std::lock_guard lock(guard);
@@ -53,6 +57,20 @@ void __wrap_free(void *block) {
     forget(block);
     __real_free(block);
 }
+
+int __real_pthread_mutex_init(pthread_mutex_t *mutex, const pthread_mutexattr_t *attributes);
+int __real_pthread_cond_init(pthread_cond_t *condition, const pthread_condattr_t *attributes);
+int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*body)(void *), void *argument);
+
+int __wrap_pthread_mutex_init(pthread_mutex_t *mutex, const pthread_mutexattr_t *attributes) {
+    return refuse_thread() ? EAGAIN : __real_pthread_mutex_init(mutex, attributes);
+}
+int __wrap_pthread_cond_init(pthread_cond_t *condition, const pthread_condattr_t *attributes) {
+    return refuse_thread() ? EAGAIN : __real_pthread_cond_init(condition, attributes);
+}
+int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*body)(void *), void *argument) {
+    return refuse_thread() ? EAGAIN : __real_pthread_create(thread, attributes, body, argument);
+}
 }
 
 namespace memory {
@@ -70,6 +88,9 @@ Watch::~Watch() {
     watching = false;
     blocks.clear();
 }
+
+ThreadFailure::ThreadFailure(size_t fail_at) { thread_countdown = fail_at; }
+ThreadFailure::~ThreadFailure() { thread_countdown = 0; }
 
 bool Watch::failed() const { return reached; }
 

@@ -17,6 +17,13 @@ public:
     size_t live() const; // blocks taken since the start and not freed
 };
 
+// While it lives, the n-th making of a mutex, a condition or a thread (from 1) fails.
+class ThreadFailure {
+public:
+    explicit ThreadFailure(size_t fail_at);
+    ~ThreadFailure();
+};
+
 // Runs attempt(n) with the n-th allocation failing, n = 1, 2, ..., until one attempt does not reach its n-th. attempt
 // checks the outcome itself.
 template <typename Attempt> size_t for_each_failure(Attempt attempt) {
