@@ -35,12 +35,11 @@ inline constexpr Family xrgb1555oe{1, 2, 0x7bde, true, 0x0080};
 } // namespace family
 
 // The place of a format's family in tables over FOR_EACH_FAMILY.
-#define FOR_EACH_FAMILY(EACH)                                                                                          \
-    EACH(grey)                                                                                                         \
-    EACH(bytes3)                                                                                                       \
-    EACH(bytes4)                                                                                                       \
-    EACH(x888he) EACH(x888oe) EACH(rgb565he) EACH(rgb565oe) EACH(argb1555he) EACH(argb1555oe) EACH(xrgb1555he)         \
-        EACH(xrgb1555oe)
+// clang-format off
+#define FOR_EACH_FAMILY(EACH) \
+    EACH(grey) EACH(bytes3) EACH(bytes4) EACH(x888he) EACH(x888oe) EACH(rgb565he) EACH(rgb565oe) \
+    EACH(argb1555he) EACH(argb1555oe) EACH(xrgb1555he) EACH(xrgb1555oe)
+// clang-format on
 
 enum FamilyIndex {
 #define EACH(name) family_##name,
