@@ -86,6 +86,14 @@ TEST_F(Modules, VariantsOfPnm) {
         ASSERT_EQ(load(bytes, loaded.record), IMG_ST_OK) << bytes;
         EXPECT_EQ(look(loaded.record), pixels) << bytes;
     }
+    // A bitmap with black as index 0, and noise behind its last pixel.
+    Image bits(FMT_PAL1, 3, 1, 2);
+    bits.pixels[0] = 0x55;
+    bits.palette[0] = 0xff000000;
+    bits.palette[1] = 0xffffffff;
+    std::string bytes;
+    ASSERT_EQ(write(pnm, bits.record, bytes), IMG_ST_OK);
+    EXPECT_EQ(bytes, "P4\n3 1\n\xa0");
 }
 
 TEST_F(Modules, PicturesFollowEachOther) {
