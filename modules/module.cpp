@@ -13,7 +13,6 @@ namespace module {
 namespace {
 
 constexpr uint32_t large_buffer = 64 * 1024;
-constexpr img_flags storage_flags = IMG_F_DIRECT | IMG_F_ACCESS;
 
 // The stream's record, if the handle is the face of one. A handle that somebody made by hand has none.
 const io_stream *record_of(const io_handle &handle) {

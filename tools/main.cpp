@@ -54,6 +54,8 @@ int main(int argc, char **argv) {
     } catch (const tool::Failure &failure) {
         tool::complain(failure.what());
         return failure.code();
+    } catch (const std::bad_alloc &) {
+        std::cerr << "pictra: memory ran out; free some and try again\n";
     } catch (const std::exception &error) {
         tool::complain(error.what());
     }
