@@ -146,17 +146,19 @@ void convert_run(const Shape &shape, const void *src, void *dst, size_t count, c
 
 template <Layout S, Layout D, Rule R>
 void convert_blocks(const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *) {
-    for (size_t left = count;;) {
+    const uint8_t *last = src + (count - block) / block * block * S.bytes;
+    for (size_t rest = count % block;;) {
         convert_block<S, D, R>(src, dst);
-        left -= block;
-        size_t step = block;
-        if (left < block) [[unlikely]] {
-            if (left == 0) return;
-            step = left; // the last block overlaps the one before
-            left = block;
+        if (src != last) [[likely]] {
+            src += block * S.bytes;
+            dst += block * D.bytes;
+            continue;
         }
-        src += step * S.bytes;
-        dst += step * D.bytes;
+        if (rest == 0) return;
+        src += rest * S.bytes; // one more, which overlaps the block before
+        dst += rest * D.bytes;
+        last = src;
+        rest = 0;
     }
 }
 
