@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Palette indices in vectors: a byte shuffle looks up 16 entries at once, a byte of the entry at a time, and AVX-512
-// does so for 256. Part of kernels.cpp.
+// Palette indices in vectors: a byte shuffle looks up one byte of 32 pixels at once, in tables of 16 entries, and of 256
+// with AVX-512. Part of kernels.cpp.
 #pragma once
 
 #include "convert/indices.h"
@@ -141,21 +141,36 @@ size_t expand_256_colours(const uint8_t *src, uint8_t *dst, size_t count, const 
     }
     return i;
 }
+#else
+// Entries of 24 bits as words: a pixel is one load and one store, whose fourth byte the next pixel overwrites. Entries of
+// other sizes are looked up singly.
+template <uint32_t bytes>
+size_t expand_256_colours(const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *palette, uint32_t highest) {
+    size_t i = 0;
+    if constexpr (bytes == 3) {
+        uint32_t words[256];
+        for (uint32_t k = 0; k <= highest; k++)
+            words[k] = palette[3 * k] | uint32_t{palette[3 * k + 1]} << 8 | uint32_t{palette[3 * k + 2]} << 16;
+        for (; i + 8 < count; i += 8) {
+            const auto indices = load<uint64_t>(src + i);
+            for (size_t k = 0; k < 8; k++) memcpy(dst + (i + k) * 3, &words[indices >> 8 * k & 0xff], 4);
+        }
+    }
+    return i;
+}
 #endif
 
 template <uint32_t bits, uint32_t bytes>
 void expand_indices(const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *palette) {
-    constexpr size_t worth_16 = 64, worth_256 = 512; // pixels from which making the planes pays
+    constexpr size_t worth_16 = 64, worth_256 = 512; // pixels from which making a table pays
+    const size_t whole = count / block * block;
     size_t done = 0;
     if (count >= worth_16) {
-        const uint32_t highest = highest_index<bits>(src, count / block * block * bits / 8);
-        if (highest < 16) {
-            done = expand_16_colours<bits, bytes>(src, dst, count, palette, highest);
-        } else if (count >= worth_256) {
-#if defined(__AVX512VBMI__)
-            if constexpr (bits == 8) done = expand_256_colours<bytes>(src, dst, count, palette, highest);
-#endif
-        }
+        const uint32_t highest = highest_index<bits>(src, whole * bits / 8);
+        if (highest < 16)
+            done = expand_16_colours<bits, bytes>(src, dst, whole, palette, highest);
+        else if (count >= worth_256)
+            done = expand_256_colours<bytes>(src, dst, whole, palette, highest);
     }
     expand_singly<bits, bytes>(src + done * bits / 8, dst + done * bytes, count - done, palette);
 }
