@@ -9,4 +9,4 @@
 
 static_assert(sizeof(img_record) == 56);
 static_assert(std::is_same_v<decltype(&img_cvt_swab32), img_cvt_func>);
-io_backend_ctor *const constructors[] = {IO_FD, IO_MEM};
+static_assert(std::is_same_v<decltype(IO_FD), io_backend_ctor>);

@@ -194,7 +194,7 @@ TEST_F(LoadResize, FailingAllocationsAndThreads) {
         });
     }
     script.setup_flags = IMG_SETUP_TOPDOWN;
-    for (const size_t n : {1, 2, 3}) { // condition, mutex, thread
+    for (const size_t n : {size_t{1}, size_t{2}, size_t{3}}) { // condition, mutex, thread
         for (const bool reports : {true, false}) {
             script.reports_rows = reports;
             const memory::ThreadFailure failure(n);
