@@ -18,7 +18,7 @@ TEST_F(Modules, EveryFormatComesBackAsItWas) {
     for (img_codec *codec : {png, pnm})
         for (const img_format format : all_formats)
             for (const auto &[width, height] : {Size{1, 1}, Size{1, 7}, Size{13, 1}, Size{17, 11}, Size{101, 3}})
-                for (const img_flags flags : {0, int{IMG_F_TRANSP}, int{IMG_F_PAL_ALPHA}})
+                for (const img_flags flags : {img_flags{0}, img_flags{IMG_F_TRANSP}, img_flags{IMG_F_PAL_ALPHA}})
                     for (const uint32_t ncolors : {1u, 2u, 3u, 16u, 256u}) {
                         const bool indexed = format & IMG_FMT_PAL;
                         if (indexed ? ncolors > 1u << (format & IMG_FMT_BPP_MASK) : ncolors > 1) continue;
