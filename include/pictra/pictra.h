@@ -12,8 +12,9 @@
  * Sizes are in pixels, rows or bytes as stated. Pixels of 16 and 32 bits may lie at any address.
  *
  * Image operations return img_status. Stream operations report failure the POSIX way: -1, or a short count.
- * No call may throw or jump out of a callout. The library starts no threads and keeps no state between calls except the
- * codec registry of a handle; the registry must not change while loads or writes run.
+ * No callout may throw or jump out. Calls on different records may run at once while the registry of the handle does not
+ * change and every codec was opened before (codec_init). The library keeps nothing between calls but that registry and the
+ * abort flag of img_resize_set_abort, and starts a thread during img_load_resize only.
  */
 #ifndef PICTRA_PICTRA_H
 #define PICTRA_PICTRA_H
