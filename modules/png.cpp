@@ -152,9 +152,10 @@ img_status decode_validate(io_handle *stream) {
 struct Source {
     uint32_t depth;
     bool indexed, grey;
-    bool has_alpha;   // an alpha channel, or a key of 16 bits, which the top bytes alone would match too often
-    bool has_key;     // a key that 8 bits express
-    uint32_t ncolors; // 0 unless indexed
+    bool transparency; // a tRNS chunk
+    bool has_alpha;    // an alpha channel, or a key of 16 bits, which the top bytes alone would match too often
+    bool has_key;      // a key that 8 bits express
+    uint32_t ncolors;  // 0 unless indexed
     png_bytep entry_alpha;
     int entry_alphas;
     png_color_16p key;
@@ -166,10 +167,9 @@ Source describe(const Reader &r) {
     s.depth = png_get_bit_depth(r.png, r.info);
     s.indexed = color_type == PNG_COLOR_TYPE_PALETTE;
     s.grey = !(color_type & PNG_COLOR_MASK_COLOR);
-    const bool transparency = png_get_tRNS(r.png, r.info, &s.entry_alpha, &s.entry_alphas, &s.key) != 0;
-    if (!transparency) s.entry_alphas = 0;
-    s.has_alpha = (color_type & PNG_COLOR_MASK_ALPHA) || (transparency && s.depth == 16);
-    s.has_key = transparency && !s.indexed && !s.has_alpha;
+    s.transparency = png_get_tRNS(r.png, r.info, &s.entry_alpha, &s.entry_alphas, &s.key) != 0;
+    s.has_alpha = (color_type & PNG_COLOR_MASK_ALPHA) || (s.transparency && s.depth == 16);
+    s.has_key = s.transparency && !s.indexed && !s.has_alpha;
     png_colorp colors;
     int ncolors = 0;
     if (s.indexed && png_get_PLTE(r.png, r.info, &colors, &ncolors)) s.ncolors = static_cast<uint32_t>(ncolors);
@@ -246,7 +246,7 @@ void set_transformations(const Reader &r, const Source &source) {
     }
     const bool alpha = format & IMG_FMT_ALPHA;
     if (source.grey && source.depth < 8) png_set_expand_gray_1_2_4_to_8(r.png);
-    if (alpha && source.entry_alphas) png_set_tRNS_to_alpha(r.png);
+    if (alpha && source.transparency) png_set_tRNS_to_alpha(r.png);
     if (!alpha) png_set_strip_alpha(r.png);
     const Layout *layout = layout_of(format);
     if (!layout) return;
