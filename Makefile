@@ -1,4 +1,5 @@
 # The two commands of a newcomer are demo and check. Both install what a fresh Debian 12 lacks, and build.
+MAKEFLAGS += --no-print-directory
 BUILD := build/release
 
 all: build
