@@ -55,35 +55,92 @@ template <uint32_t bits> void unpack_indices(const uint8_t *src, uint8_t *dst, s
     unpack_singly<bits>(src + whole / per_byte, dst + whole, count - whole);
 }
 
-// The order in which indices are looked up, so that putting the bytes of the entries together leaves them in place.
-template <uint32_t bytes> INLINE U8 arranged(U8 indices) {
-    static constexpr uint32_t for_words[] = {0, 2, 4, 6, 1, 3, 5, 7};
+// Bytes and pairs of bytes of two vectors put in turn, from the low or the high half of every 16 bytes.
+INLINE Any low_bytes(Any a, Any b) { return _mm256_unpacklo_epi8(a, b); }
+INLINE Any high_bytes(Any a, Any b) { return _mm256_unpackhi_epi8(a, b); }
+INLINE Any low_pairs(Any a, Any b) { return _mm256_unpacklo_epi16(a, b); }
+INLINE Any high_pairs(Any a, Any b) { return _mm256_unpackhi_epi16(a, b); }
+
+// The order in which indices are looked up, so that putting the bytes of the entries in turn leaves them in place.
+template <uint32_t bytes> INLINE Any arranged(Any indices) {
+    typedef int Ints __attribute__((vector_size(32)));
     if constexpr (bytes == 1) return indices;
     if constexpr (bytes == 2) return exchange_middle(indices);
-    return U8(_mm256_permutevar8x32_epi32(Any(indices), load<Any>(for_words)));
+    return Any(__builtin_shufflevector(Ints(indices), Ints(indices), 0, 2, 4, 6, 1, 3, 5, 7));
 }
 
-// Stores a block from the planes of its pixels: all first bytes, all second bytes and so on.
-template <uint32_t bytes> INLINE void store_planes(uint8_t *dst, const U8 *plane) {
+INLINE void store_24_bits(uint8_t *dst, const Any *words) {
+    store_squeezed<layout::xrgb8888he, layout::bgr888>(dst, {{U8(words[0]), U8(words[1]), U8(words[2]), U8(words[3])}});
+}
+
+#if defined(__AVX512VBMI__)
+typedef __m512i Wide;
+
+constexpr __mmask64 every_byte = ~__mmask64{0};
+constexpr __mmask32 every_pair = ~__mmask32{0};
+
+INLINE Wide low_bytes(Wide a, Wide b) { return _mm512_maskz_unpacklo_epi8(every_byte, a, b); }
+INLINE Wide high_bytes(Wide a, Wide b) { return _mm512_maskz_unpackhi_epi8(every_byte, a, b); }
+INLINE Wide low_pairs(Wide a, Wide b) { return _mm512_maskz_unpacklo_epi16(every_pair, a, b); }
+INLINE Wide high_pairs(Wide a, Wide b) { return _mm512_maskz_unpackhi_epi16(every_pair, a, b); }
+
+template <uint32_t bytes> INLINE Wide arranged(Wide indices) {
+    typedef int Ints __attribute__((vector_size(64)));
+    if constexpr (bytes == 1) return indices;
+    if constexpr (bytes == 2) return __builtin_shufflevector(indices, indices, 0, 4, 1, 5, 2, 6, 3, 7);
+    return Wide(
+        __builtin_shufflevector(Ints(indices), Ints(indices), 0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15));
+}
+
+INLINE void store_24_bits(uint8_t *dst, const Wide *words) {
+    Any halves[8];
+    for (size_t k = 0; k < 4; k++) {
+        halves[2 * k] = __builtin_shufflevector(words[k], words[k], 0, 1, 2, 3);
+        halves[2 * k + 1] = __builtin_shufflevector(words[k], words[k], 4, 5, 6, 7);
+    }
+    store_24_bits(dst, halves);
+    store_24_bits(dst + block * 3, halves + 4);
+}
+#endif
+
+// Stores pixels from their planes: all first bytes, all second bytes and so on.
+template <uint32_t bytes, typename Vector> INLINE void store_planes(uint8_t *dst, const Vector *plane) {
+    constexpr size_t size = sizeof(Vector);
     if constexpr (bytes == 1) {
         store(dst, plane[0]);
     } else {
-        const Any low = _mm256_unpacklo_epi8(Any(plane[0]), Any(plane[1]));
-        const Any high = _mm256_unpackhi_epi8(Any(plane[0]), Any(plane[1]));
+        const Vector low = low_bytes(plane[0], plane[1]), high = high_bytes(plane[0], plane[1]);
         if constexpr (bytes == 2) {
             store(dst, low);
-            store(dst + 32, high);
+            store(dst + size, high);
         } else {
-            const Any fourth = bytes == 4 ? Any(plane[bytes - 1]) : Any{};
-            const Any low_top = _mm256_unpacklo_epi8(Any(plane[2]), fourth);
-            const Any high_top = _mm256_unpackhi_epi8(Any(plane[2]), fourth);
-            const Words words{U8(_mm256_unpacklo_epi16(low, low_top)), U8(_mm256_unpackhi_epi16(low, low_top)),
-                              U8(_mm256_unpacklo_epi16(high, high_top)), U8(_mm256_unpackhi_epi16(high, high_top))};
+            const Vector fourth = bytes == 4 ? plane[bytes - 1] : Vector{};
+            const Vector low_top = low_bytes(plane[2], fourth), high_top = high_bytes(plane[2], fourth);
+            const Vector words[4] = {low_pairs(low, low_top), high_pairs(low, low_top), low_pairs(high, high_top),
+                                     high_pairs(high, high_top)};
             if constexpr (bytes == 3)
-                store_squeezed<layout::xrgb8888he, layout::bgr888>(dst, words);
+                store_24_bits(dst, words);
             else
-                store_words(dst, words);
+                for (size_t k = 0; k < 4; k++) store(dst + k * size, words[k]);
         }
+    }
+}
+
+// The first, second, ... bytes of a block of entries.
+template <uint32_t bytes> INLINE void split(const uint8_t *entries, U8 *plane) {
+    if constexpr (bytes == 1) {
+        plane[0] = load(entries);
+    } else if constexpr (bytes == 2) {
+        const Halves h{{load<U16>(entries), load<U16>(entries + 32)}};
+        plane[0] = pack_halves({{h.v[0] & 0xff, h.v[1] & 0xff}});
+        plane[1] = pack_halves({{h.v[0] >> 8, h.v[1] >> 8}});
+    } else {
+        constexpr Layout packed = bytes == 3 ? layout::bgr888 : layout::xrgb8888he;
+        const Words words = placed<packed, layout::xrgb8888he>(load_bytes<bytes>(entries));
+        plane[0] = byte_of_words<0>(words);
+        plane[1] = byte_of_words<1>(words);
+        plane[2] = byte_of_words<2>(words);
+        if constexpr (bytes == 4) plane[3] = byte_of_words<3>(words);
     }
 }
 
@@ -92,22 +149,26 @@ template <uint32_t bytes, uint32_t entries> struct Planes {
     alignas(64) uint8_t at[bytes][entries];
 
     Planes(const uint8_t *palette, uint32_t highest) {
-        memset(at, 0, sizeof at);
-        for (uint32_t i = 0; i <= highest; i++)
-            for (uint32_t k = 0; k < bytes; k++) at[k][i] = palette[i * bytes + k];
+        uint8_t read[entries * bytes] = {};
+        memcpy(read, palette, (highest + 1) * bytes);
+        for (size_t i = 0; i < entries; i += block) {
+            U8 plane[bytes];
+            split<bytes>(read + i * bytes, plane);
+            for (uint32_t k = 0; k < bytes; k++) store(at[k] + i, plane[k]);
+        }
     }
 };
 
 template <uint32_t bits, uint32_t bytes>
 size_t expand_16_colours(const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *palette, uint32_t highest) {
-    const Planes<bytes, 16> planes(palette, highest);
-    U8 table[bytes];
-    for (uint32_t k = 0; k < bytes; k++) table[k] = U8(_mm256_broadcastsi128_si256(load<__m128i>(planes.at[k])));
+    const Planes<bytes, block> planes(palette, highest);
+    Any table[bytes];
+    for (uint32_t k = 0; k < bytes; k++) table[k] = _mm256_broadcastsi128_si256(load<__m128i>(planes.at[k]));
     size_t i = 0;
     for (; i + block <= count; i += block) {
-        const U8 indices = arranged<bytes>(load_indices<bits>(src + i * bits / 8));
-        U8 plane[bytes];
-        for (uint32_t k = 0; k < bytes; k++) plane[k] = U8(_mm256_shuffle_epi8(Any(table[k]), Any(indices)));
+        const Any indices = arranged<bytes>(Any(load_indices<bits>(src + i * bits / 8)));
+        Any plane[bytes];
+        for (uint32_t k = 0; k < bytes; k++) plane[k] = _mm256_shuffle_epi8(table[k], indices);
         store_planes<bytes>(dst + i * bytes, plane);
     }
     return i;
@@ -115,7 +176,7 @@ size_t expand_16_colours(const uint8_t *src, uint8_t *dst, size_t count, const u
 
 #if defined(__AVX512VBMI__)
 // The byte of each of 64 indices from a table of 256.
-INLINE __m512i look_up(const __m512i *table, __m512i indices) {
+INLINE Wide look_up(const Wide *table, Wide indices) {
     return _mm512_mask_blend_epi8(_mm512_movepi8_mask(indices), _mm512_permutex2var_epi8(table[0], indices, table[1]),
                                   _mm512_permutex2var_epi8(table[2], indices, table[3]));
 }
@@ -123,21 +184,15 @@ INLINE __m512i look_up(const __m512i *table, __m512i indices) {
 template <uint32_t bytes>
 size_t expand_256_colours(const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *palette, uint32_t highest) {
     const Planes<bytes, 256> planes(palette, highest);
-    __m512i table[bytes][4];
+    Wide table[bytes][4];
     for (uint32_t k = 0; k < bytes; k++)
-        for (uint32_t part = 0; part < 4; part++) table[k][part] = _mm512_load_si512(planes.at[k] + 64 * part);
+        for (uint32_t part = 0; part < 4; part++) table[k][part] = load<Wide>(planes.at[k] + 64 * part);
     size_t i = 0;
-    for (; i + 2 * block <= count; i += 2 * block) {
-        const Any first = Any(arranged<bytes>(load(src + i))), second = Any(arranged<bytes>(load(src + i + block)));
-        const __m512i indices = __builtin_shufflevector(first, second, 0, 1, 2, 3, 4, 5, 6, 7);
-        U8 plane[2][bytes];
-        for (uint32_t k = 0; k < bytes; k++) {
-            const __m512i found = look_up(table[k], indices);
-            plane[0][k] = U8(__builtin_shufflevector(found, found, 0, 1, 2, 3));
-            plane[1][k] = U8(__builtin_shufflevector(found, found, 4, 5, 6, 7));
-        }
-        store_planes<bytes>(dst + i * bytes, plane[0]);
-        store_planes<bytes>(dst + (i + block) * bytes, plane[1]);
+    for (; i + sizeof(Wide) <= count; i += sizeof(Wide)) {
+        const Wide indices = arranged<bytes>(load<Wide>(src + i));
+        Wide plane[bytes];
+        for (uint32_t k = 0; k < bytes; k++) plane[k] = look_up(table[k], indices);
+        store_planes<bytes>(dst + i * bytes, plane);
     }
     return i;
 }
