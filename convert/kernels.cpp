@@ -162,8 +162,12 @@ void convert_blocks(const uint8_t *src, uint8_t *dst, size_t count, const uint8_
     }
 }
 
+// Repacking is the same when red and blue change names on both sides. Of such twins one is compiled.
 template <Layout S, Layout D, Rule R> void convert(const void *src, void *dst, uint32_t count) {
-    static constexpr Shape shape{S.bytes * 8, D.bytes, block, convert_blocks<S, D, R>};
+    constexpr bool twin =
+        R == Rule::repack && D.bytes > 2 && (S.r.shift == S.b.shift ? D.r.shift < D.b.shift : S.r.shift < S.b.shift);
+    constexpr Layout s = twin ? red_as_blue(S) : S, d = twin ? red_as_blue(D) : D;
+    static constexpr Shape shape{s.bytes * 8, d.bytes, block, convert_blocks<s, d, R>};
     convert_run(shape, src, dst, count, nullptr);
 }
 

@@ -30,6 +30,7 @@ static constexpr Layout other_order(Layout l) {
 }
 
 static constexpr Layout without_alpha(Layout l) { return {l.bytes, l.swapped, l.r, l.g, l.b, {}}; }
+static constexpr Layout red_as_blue(Layout l) { return {l.bytes, l.swapped, l.b, l.g, l.r, l.a}; }
 
 namespace layout {
 
