@@ -2,6 +2,7 @@
 //
 // Mirror images: in place, or into another record.
 #include "geometry/frame.h"
+#include "geometry/kernels.h"
 
 #include <string.h>
 
@@ -16,13 +17,20 @@ uint8_t reversed(uint8_t byte) {
     return static_cast<uint8_t>(reverse_table[byte & 15] << 4 | reverse_table[byte >> 4]);
 }
 
+// In place: chunks from both ends change places. One waits in a buffer while the other takes its place.
 template <size_t bytes> void mirror_pixels(uint8_t *row, uint32_t width) {
-    uint8_t *left = row, *right = row + (size_t{width} - 1) * bytes;
-    for (; left < right; left += bytes, right -= bytes) {
-        uint8_t pixel[bytes];
-        memcpy(pixel, left, bytes);
-        memcpy(left, right, bytes);
-        memcpy(right, pixel, bytes);
+    constexpr size_t chunk = 1024;
+    uint8_t waiting[chunk * bytes];
+    MirrorRun &mirror = *active_geometry().mirror[bytes - 1];
+    uint8_t *left = row, *end = row + size_t{width} * bytes;
+    for (size_t half = width / 2; half > 0;) {
+        const size_t count = half < chunk ? half : chunk, count_bytes = count * bytes;
+        memcpy(waiting, left, count_bytes);
+        mirror(end - count_bytes, left, count);
+        mirror(waiting, end - count_bytes, count);
+        left += count_bytes;
+        end -= count_bytes;
+        half -= count;
     }
 }
 

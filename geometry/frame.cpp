@@ -3,9 +3,20 @@
 // The steps that flip, crop and quarter turns share.
 #include "geometry/frame.h"
 
+#include "core/cpu.h"
+#include "geometry/kernels.h"
+
 #include <string.h>
 
 namespace img {
+
+const GeometryKernels &active_geometry() {
+    static constexpr const GeometryKernels *of[] = {
+#define VARIANT(name, ...) &name::geometry_kernels,
+#include "core/variants.inc"
+    };
+    return *of[int(cpu::variant())];
+}
 
 void Frame::take_format() {
     if (!has(dst_, IMG_F_FORMAT) && is_palette(src_.format)) dst_.ncolors = src_.ncolors;
@@ -54,11 +65,19 @@ const uint8_t *Frame::row(uint32_t i) {
     return line;
 }
 
+Band Frame::rows(uint32_t i, uint32_t count) {
+    if (!line_bytes_) return {row(i), static_cast<ptrdiff_t>(src_.stride), count};
+    const uint32_t held = smaller(count, lines_ - i % lines_);
+    for (uint32_t k = 0; k < held; k++) row(i + k);
+    return {memory_.get() + i % lines_ * line_bytes_, static_cast<ptrdiff_t>(line_bytes_), held};
+}
+
 img_status Frame::copy_rows(const Cut &cut, const Placement &placement) {
     if (!cut.width || !cut.height) return done();
     const uint64_t line_bytes = to_buffer() ? 0 : row_bytes(dst_.format, cut.width);
     if (const img_status status = begin(cut, 1, line_bytes)) return status;
     const Rows dst{dst_};
+    MirrorRun &mirror = *active_geometry().mirror[pixel_bytes() - 1];
     const auto pixel = static_cast<int32_t>(pixel_bytes());
     const int32_t step = placement.mirrored ? -pixel : pixel;
     const uint64_t start = placement.mirrored ? run_bytes(dst_.format, cut.width - 1) : 0;
@@ -69,7 +88,7 @@ img_status Frame::copy_rows(const Cut &cut, const Placement &placement) {
             uint8_t *out = dst.at(placement.upward ? from_below : i);
             // A cut may be moved within its own buffer.
             if (placement.mirrored)
-                copy_(line, out + start, step, cut.width);
+                mirror(line, out, cut.width);
             else
                 memmove(out, line, size_t{cut.width} * pixel_bytes());
         } else {

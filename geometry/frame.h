@@ -7,6 +7,8 @@
 #include "convert/rows.h"
 #include "convert/transform.h"
 
+#include <stddef.h>
+
 namespace img {
 
 // A rectangle of the source.
@@ -19,6 +21,13 @@ struct Placement {
     bool mirrored;      // from right to left
     bool upward;        // the first row at the bottom of a buffer
     bool handed_upward; // the last row handed over first, numbered from the bottom
+};
+
+// Rows that lie `step` bytes apart.
+struct Band {
+    const uint8_t *first;
+    ptrdiff_t step;
+    uint32_t count;
 };
 
 class Frame {
@@ -37,6 +46,10 @@ public:
 
     // Row i of the cut. It stays until `lines` further rows were read.
     const uint8_t *row(uint32_t i);
+
+    // Rows of the cut from i on, together: all that were asked for if they are read where they lie, otherwise as many as
+    // there are lines for.
+    Band rows(uint32_t i, uint32_t count);
 
     // Places all rows of the cut.
     img_status copy_rows(const Cut &cut, const Placement &placement);

@@ -2,8 +2,7 @@
 //
 // Quarter, half and three-quarter turns.
 #include "geometry/frame.h"
-
-#include <string.h>
+#include "geometry/kernels.h"
 
 using namespace img;
 
@@ -12,35 +11,25 @@ namespace {
 // Columns that are handed to an access function together.
 constexpr uint32_t block_columns = 8;
 
-// Rows of a band that is turned together: enough to fill the cache lines that a column touches.
-constexpr uint32_t band_rows = 32;
+// Rows that are converted before they are turned together: enough for the kernels, and few enough for the caches.
+constexpr uint32_t band_rows = 64;
 
-// Writes rows as columns: row i goes down, or up, the column `first + i * column_step` of dst.
-template <size_t bytes>
-void turn_band(const uint8_t *const *rows, uint32_t nrows, uint32_t width, uint8_t *first, int64_t column_step,
-               int64_t row_step) {
-    for (uint32_t x = 0; x < width; x++) {
-        uint8_t *out = first + x * row_step;
-        for (uint32_t i = 0; i < nrows; i++) memcpy(out + i * column_step, rows[i] + size_t{x} * bytes, bytes);
-    }
-}
-
-using TurnBand = void(const uint8_t *const *rows, uint32_t nrows, uint32_t width, uint8_t *first, int64_t column_step,
-                      int64_t row_step);
-constexpr TurnBand *turn_bands[] = {nullptr, turn_band<1>, turn_band<2>, turn_band<3>, turn_band<4>};
-
-// Into a buffer, a band of rows at a time: each cache line of the destination is filled while it is at hand.
+// Into a buffer: straight from the source where rows are read where they lie, otherwise by bands of converted rows.
 img_status turn_into_buffer(Frame &frame, const img_record &dst, const Cut &cut, bool clockwise) {
     if (const img_status status = frame.begin(cut, band_rows, 0)) return status;
-    const auto pixel = static_cast<int64_t>(frame.pixel_bytes());
-    const int64_t row_step = clockwise ? int64_t{dst.stride} : -int64_t{dst.stride};
-    const int64_t column_step = clockwise ? -pixel : pixel;
-    uint8_t *first = clockwise ? row_at(dst, 0) + (cut.height - 1) * pixel : row_at(dst, cut.width - 1);
-    for (uint32_t y = 0; y < cut.height; y += band_rows) {
-        const uint8_t *rows[band_rows];
-        const uint32_t nrows = smaller(band_rows, cut.height - y);
-        for (uint32_t i = 0; i < nrows; i++) rows[i] = frame.row(y + i);
-        turn_bands[pixel](rows, nrows, cut.width, first + y * column_step, column_step, row_step);
+    const uint32_t pixel = frame.pixel_bytes();
+    TurnRows &turn = *active_geometry().turn[pixel - 1];
+    uint8_t *first = row_at(dst, clockwise ? 0 : cut.width - 1); // where the leftmost column goes
+    const ptrdiff_t dst_step = clockwise ? ptrdiff_t{dst.stride} : -ptrdiff_t{dst.stride};
+    for (uint32_t y = 0; y < cut.height;) {
+        const Band band = frame.rows(y, cut.height - y);
+        y += band.count;
+        // Clockwise the last row of the source is the first column.
+        const uint8_t *last = band.first + (band.count - 1) * band.step;
+        if (clockwise)
+            turn(last, -band.step, first + size_t{cut.height - y} * pixel, dst_step, cut.width, band.count);
+        else
+            turn(band.first, band.step, first + size_t{y - band.count} * pixel, dst_step, cut.width, band.count);
     }
     return frame.done();
 }

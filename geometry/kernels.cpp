@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+//
+// The inner loops of geometry: runs mirrored, rows turned to columns. Compiled once per variant, with IMG_TARGET naming
+// its namespace; everything but the table has internal linkage.
+#include "geometry/kernels.h"
+
+#include <string.h>
+
+namespace img::IMG_TARGET {
+namespace {
+
+template <size_t bytes> void mirror_pixels(const uint8_t *src, uint8_t *dst, size_t count) {
+    for (size_t i = 0; i < count; i++) memcpy(dst + (count - 1 - i) * bytes, src + i * bytes, bytes);
+}
+
+// A band of rows is turned together: enough to fill the cache lines that a column touches.
+template <size_t bytes>
+void turn_pixels(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, uint32_t width,
+                 uint32_t height) {
+    constexpr uint32_t band = 32;
+    for (uint32_t y0 = 0; y0 < height; y0 += band) {
+        const uint32_t end = height - y0 < band ? height : y0 + band;
+        for (uint32_t x = 0; x < width; x++)
+            for (uint32_t y = y0; y < end; y++)
+                memcpy(dst + x * dst_step + y * bytes, src + y * src_step + x * bytes, bytes);
+    }
+}
+
+} // namespace
+} // namespace img::IMG_TARGET
+
+#if defined(__AVX2__)
+#include "geometry/vector.h"
+#endif
+
+namespace img::IMG_TARGET {
+namespace {
+
+#if !defined(__AVX2__)
+template <size_t bytes> constexpr MirrorRun *mirror = mirror_pixels<bytes>;
+template <size_t bytes> constexpr TurnRows *turn = turn_pixels<bytes>;
+#endif
+
+} // namespace
+
+const GeometryKernels geometry_kernels = {{mirror<1>, mirror<2>, mirror<3>, mirror<4>},
+                                          {turn<1>, turn<2>, turn<3>, turn<4>}};
+
+} // namespace img::IMG_TARGET

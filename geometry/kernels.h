@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: MIT
+//
+// The inner loops of geometry, per variant and size of a pixel. Declarations only: this header is compiled for several
+// instruction sets.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+namespace img {
+
+// Copies a run of pixels from right to left. The runs do not overlap.
+using MirrorRun = void(const uint8_t *src, uint8_t *dst, size_t count);
+
+// Copies rows to columns: pixel x of row y becomes pixel y of row x. Steps lead from one row to the next, up or down.
+using TurnRows = void(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, uint32_t width,
+                      uint32_t height);
+
+// By the bytes of a pixel, less one.
+struct GeometryKernels {
+    MirrorRun *mirror[4];
+    TurnRows *turn[4];
+};
+
+#define VARIANT(name, ...)                                                                                             \
+    namespace name {                                                                                                   \
+    extern const GeometryKernels geometry_kernels;                                                                     \
+    }
+#include "core/variants.inc"
+
+const GeometryKernels &active_geometry();
+
+} // namespace img
