@@ -53,6 +53,7 @@ img_status Frame::begin(const Cut &cut, uint32_t lines, uint64_t extra) {
 
 const uint8_t *Frame::row(uint32_t i) {
     const Rows rows{src_};
+    if (!line_bytes_) return rows.at(cut_.y + i) + run_bytes(src_.format, cut_.x);
     uint8_t *line = memory_.get() + i % lines_ * line_bytes_;
     if (!rows.direct()) {
         rows.pass(cut_.x, cut_.y + i, cut_.width, line);
@@ -60,7 +61,6 @@ const uint8_t *Frame::row(uint32_t i) {
         return line;
     }
     const uint8_t *at = rows.at(cut_.y + i) + run_bytes(src_.format, cut_.x);
-    if (!transform_) return at;
     img_dtransform_apply(transform_.get(), at, line, cut_.width);
     return line;
 }
@@ -72,30 +72,41 @@ Band Frame::rows(uint32_t i, uint32_t count) {
     return {memory_.get() + i % lines_ * line_bytes_, static_cast<ptrdiff_t>(line_bytes_), held};
 }
 
-img_status Frame::copy_rows(const Cut &cut, const Placement &placement) {
-    if (!cut.width || !cut.height) return done();
-    const uint64_t line_bytes = to_buffer() ? 0 : row_bytes(dst_.format, cut.width);
-    if (const img_status status = begin(cut, 1, line_bytes)) return status;
+void Frame::rows_to_buffer(const Cut &cut, const Placement &placement) {
     const Rows dst{dst_};
     MirrorRun &mirror = *active_geometry().mirror[pixel_bytes() - 1];
+    const size_t bytes = size_t{cut.width} * pixel_bytes();
+    const ptrdiff_t step = placement.upward ? -ptrdiff_t{dst_.stride} : ptrdiff_t{dst_.stride};
+    uint8_t *out = dst.at(placement.upward ? cut.height - 1 : 0);
+    for (uint32_t i = 0; i < cut.height;) {
+        Band band = rows(i, cut.height - i);
+        for (i += band.count; band.count; band.count--, band.first += band.step, out += step) {
+            if (placement.mirrored)
+                mirror(band.first, out, cut.width);
+            else
+                memmove(out, band.first, bytes); // A cut may be moved within its own buffer.
+        }
+    }
+}
+
+void Frame::rows_to_function(const Cut &cut, const Placement &placement) {
     const auto pixel = static_cast<int32_t>(pixel_bytes());
     const int32_t step = placement.mirrored ? -pixel : pixel;
     const uint64_t start = placement.mirrored ? run_bytes(dst_.format, cut.width - 1) : 0;
     for (uint32_t i = 0; i < cut.height; i++) {
-        const uint32_t from_below = cut.height - 1 - i;
-        const uint8_t *line = row(i);
-        if (to_buffer()) {
-            uint8_t *out = dst.at(placement.upward ? from_below : i);
-            // A cut may be moved within its own buffer.
-            if (placement.mirrored)
-                mirror(line, out, cut.width);
-            else
-                memmove(out, line, size_t{cut.width} * pixel_bytes());
-        } else {
-            copy_(line, extra() + start, step, cut.width);
-            dst.pass(0, placement.handed_upward ? from_below : i, cut.width, extra());
-        }
+        copy_(row(i), extra() + start, step, cut.width);
+        Rows{dst_}.pass(0, placement.handed_upward ? cut.height - 1 - i : i, cut.width, extra());
     }
+}
+
+img_status Frame::copy_rows(const Cut &cut, const Placement &placement) {
+    if (!cut.width || !cut.height) return done();
+    const uint64_t line_bytes = to_buffer() ? 0 : row_bytes(dst_.format, cut.width);
+    if (const img_status status = begin(cut, 1, line_bytes)) return status;
+    if (to_buffer())
+        rows_to_buffer(cut, placement);
+    else
+        rows_to_function(cut, placement);
     return done();
 }
 

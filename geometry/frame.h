@@ -66,6 +66,9 @@ public:
     uint8_t *extra() const { return memory_.get() + lines_ * line_bytes_; }
 
 private:
+    void rows_to_buffer(const Cut &cut, const Placement &placement);
+    void rows_to_function(const Cut &cut, const Placement &placement);
+
     const img_record &src_;
     img_record &dst_;
     Storage storage_;

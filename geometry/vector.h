@@ -24,11 +24,10 @@ __m256i load_halves(const uint8_t *low, const uint8_t *high) {
 
 #if defined(__AVX512VBMI__)
 
-// The first whole pixels of a vector from the last to the first.
+// The last whole pixels of a vector from the last to the first.
 template <size_t bytes> consteval Order<64> reversed() {
-    constexpr size_t used = 64 / bytes * bytes;
     Order<64> order{};
-    for (size_t i = 0; i < used; i++) order.at[i] = uint8_t(used - bytes - i / bytes * bytes + i % bytes);
+    for (size_t i = 0; i < 64 / bytes * bytes; i++) order.at[i] = uint8_t(64 - bytes - i / bytes * bytes + i % bytes);
     return order;
 }
 
@@ -40,12 +39,13 @@ template <size_t bytes> void mirror(const uint8_t *src, uint8_t *dst, size_t cou
     constexpr size_t used = 64 / bytes * bytes;
     const __m512i order = _mm512_load_si512(table.at);
     size_t left = count * bytes;
-    for (; left >= 64; left -= used, src += used)
-        _mm512_mask_storeu_epi8(dst + left - used, ~__mmask64{0} >> (64 - used),
-                                permuted(order, _mm512_loadu_si512(src)));
+    // Upward in the destination, which the caches like better than upward in the source.
+    for (; left >= 64; left -= used, dst += used)
+        _mm512_mask_storeu_epi8(dst, ~__mmask64{0} >> (64 - used),
+                                permuted(order, _mm512_loadu_si512(src + left - 64)));
     if (!left) return;
     const __mmask64 rest = _bzhi_u64(~uint64_t{0}, static_cast<uint32_t>(left));
-    const __m512i moved = _mm512_sub_epi8(order, _mm512_set1_epi8(static_cast<char>(used - left)));
+    const __m512i moved = _mm512_sub_epi8(order, _mm512_set1_epi8(static_cast<char>(64 - left)));
     _mm512_mask_storeu_epi8(dst, rest, permuted(moved, _mm512_maskz_loadu_epi8(rest, src)));
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include "geometry/kernels.h"
 #include "tests/image.h"
 #include "tests/memory.h"
+#include "tests/runs.h"
 
 #include <gtest/gtest.h>
 
@@ -243,6 +245,38 @@ TEST(Geometry, FailingAllocations) {
             });
         }
     }
+}
+
+// Rows without gaps that end, or begin, where memory does.
+TEST(Geometry, KernelsOfAllVariantsStayWithinTheImages) {
+    const runs::Fenced from(150 * 300 * 4), to(150 * 300 * 4);
+    for (size_t i = 0; i < from.size(); i++) from.first()[i] = static_cast<uint8_t>(i * 37 % 251);
+    std::mt19937 random{3};
+    runs::for_each_variant([&](const char *name) {
+        for (uint32_t round = 0; round < 1200; round++) {
+            const size_t bytes = 1 + round % 4;
+            const auto w = static_cast<uint32_t>(1 + random() % (round % 10 ? 40 : 150));
+            const auto h = static_cast<uint32_t>(1 + random() % (round % 10 ? 70 : 300));
+            const size_t all = w * h * bytes;
+            const uint8_t *src = round % 8 < 4 ? from.before_end(all) : from.first();
+            uint8_t *dst = round % 8 < 4 ? to.before_end(all) : to.first();
+            const auto step = static_cast<ptrdiff_t>(w * bytes), dst_step = static_cast<ptrdiff_t>(h * bytes);
+            Bytes want(all);
+            for (size_t i = 0; i < w * h; i++) memcpy(&want[(w * h - 1 - i) * bytes], src + i * bytes, bytes);
+            img::active_geometry().mirror[bytes - 1](src, dst, w * h);
+            ASSERT_EQ(Bytes(dst, dst + all), want) << name << " " << bytes << " " << w * h;
+
+            const bool up = random() % 2; // the source from below, the destination from above, or the other way round
+            for (size_t y = 0; y < h; y++)
+                for (size_t x = 0; x < w; x++)
+                    memcpy(&want[((up ? x : w - 1 - x) * h + y) * bytes], src + ((up ? h - 1 - y : y) * w + x) * bytes,
+                           bytes);
+            img::active_geometry().turn[bytes - 1](up ? src + (h - 1) * step : src, up ? -step : step,
+                                                   up ? dst : dst + (w - 1) * dst_step, up ? dst_step : -dst_step, w,
+                                                   h);
+            ASSERT_EQ(Bytes(dst, dst + all), want) << name << " " << bytes << " " << w << "x" << h;
+        }
+    });
 }
 
 } // namespace
