@@ -11,8 +11,12 @@ namespace img {
 
 struct img_scl_parms;
 
-// Scales src to dst, which may be the same line if it is long enough for both.
-using img_scl_func = void (*)(const void *src, void *dst, const img_scl_parms *parms);
+// Scales src to dst. Halved lines pass through room, which is long enough for src. All may be the same line if it is long
+// enough for src and dst.
+using img_scl_func = void (*)(const void *src, void *room, void *dst, const img_scl_parms *parms);
+
+// Pixels that vectors step through together.
+constexpr uint32_t scale_lanes = 16;
 
 // Offsets and steps count words of the format's family (scale/family.h).
 struct img_scl_parms {
@@ -28,6 +32,10 @@ struct img_scl_parms {
     uint32_t edge_count; // enlarging: pixels at the left edge that repeat the first one
     uint32_t main_count; // pixels that the stepper writes
     uint32_t halvings;   // passes of exact halving before the stepper
+
+    // How far the stepper is after 0 to 16 pixels: pixels, without int_step's direction, and parts of dst_width.
+    uint32_t lane_whole[scale_lanes + 1], lane_parts[scale_lanes + 1];
+    uint32_t edge_src; // enlarging: the pixel that the edge repeats
 };
 
 // Halvings after which a size is at most twice the other; it is halved on the way.

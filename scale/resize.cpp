@@ -107,7 +107,7 @@ void Resizer::produce(int64_t row, uint8_t *line) const {
         img_dtransform_apply(transform_.get(), in, line, src_.width);
         in = line;
     }
-    parms_.scaler(in, line, &parms_);
+    parms_.scaler(in, line, line, &parms_);
 }
 
 // Makes the row the current one. True if it had to be produced.
