@@ -51,7 +51,11 @@ template <Family F, bool averaged> void fold_pairs(const uint8_t *src, uint8_t *
         const Window in = load_window(src, second, 2 * left);
         Any v = _mm512_permutex2var_epi8(in.low, first, in.high);
         if constexpr (averaged) v = mean<F>(v, _mm512_permutex2var_epi8(in.low, other, in.high));
-        _mm512_mask_storeu_epi8(dst, first_bytes(bytes), with_forced<F>(v));
+        v = with_forced<F>(v);
+        if (left >= 64) // The byte behind whole pixels, if there is one, is the next vector's.
+            store(dst, v);
+        else
+            _mm512_mask_storeu_epi8(dst, first_bytes(bytes), v);
         src += 2 * bytes;
         dst += bytes;
         left -= bytes;
@@ -156,8 +160,18 @@ private:
         return _mm512_maskz_permutexvar_epi8(~__mmask64{0}, _mm512_load_si512(order.at), v);
     }
 
+    // Masks only where they are needed: what a masked store wrote is slow to be read again.
     static void put(uint8_t *dst, uint32_t count, Any v) {
-        _mm512_mask_storeu_epi8(dst, first_bytes(count * pixel), v);
+        if (count < lanes) return _mm512_mask_storeu_epi8(dst, first_bytes(count * pixel), v);
+        const auto w = Words(v);
+        const auto store_part = [](uint8_t *to, auto part) { memcpy(to, &part, sizeof part); };
+        if constexpr (pixel == 4)
+            store(dst, v);
+        else if constexpr (pixel == 1)
+            store_part(dst, __builtin_shufflevector(w, w, 0, 1, 2, 3));
+        else
+            store_part(dst, __builtin_shufflevector(w, w, 0, 1, 2, 3, 4, 5, 6, 7));
+        if constexpr (pixel == 3) store_part(dst + 32, __builtin_shufflevector(w, w, 8, 9, 10, 11));
     }
 
     const uint8_t *line_;
