@@ -59,10 +59,12 @@ private:
     bool converts_output() const { return work_ != dst_.format; }
     bool converts_input() const { return work_ != src_.format; }
 
-    void produce(int64_t row, uint8_t *line) const;
+    void produce(int64_t row, uint8_t *line, uint8_t *out) const;
     bool bring(int64_t row);
-    bool blend(int64_t next);
+    bool blend(int64_t next, uint8_t *out);
     void write(int64_t row, bool convert);
+    bool goes_straight() const;
+    void make_straight(int64_t row, int64_t next, bool blends, uint8_t *out);
 
     img_record src_; // the folded one when rows are folded
     const img_record &dst_;
@@ -83,10 +85,12 @@ img_status Resizer::prepare() {
     work_ = choose_format(dst_.format, src_.format);
     average_ = img_avg_getfunc(work_);
     if (!average_ || img_scl_calc_parms(work_, src_.width, dst_.width, &parms_) != 0) return IMG_ST_BADFMT;
-    img_dtransform_state *state;
-    const img_status status = img_dtransform_create(&src_, &dst_, &state);
-    transform_ = Transform{state};
-    if (status) return status;
+    if (src_.format != dst_.format) {
+        img_dtransform_state *state;
+        const img_status status = img_dtransform_create(&src_, &dst_, &state);
+        transform_ = Transform{state};
+        if (status) return status;
+    }
 
     uint32_t folded_height = src_.height;
     const uint32_t shift = count_halvings(folded_height, dst_.height);
@@ -97,8 +101,8 @@ img_status Resizer::prepare() {
     return IMG_ST_OK;
 }
 
-// Makes the source row, scaled across in the working format.
-void Resizer::produce(int64_t row, uint8_t *line) const {
+// Makes the source row, scaled across in the working format: in the line, or in another place by way of the line.
+void Resizer::produce(int64_t row, uint8_t *line, uint8_t *out) const {
     const Rows rows{src_};
     const auto y = static_cast<uint32_t>(row);
     const uint8_t *in = rows.direct() ? rows.at(y) : line;
@@ -107,7 +111,7 @@ void Resizer::produce(int64_t row, uint8_t *line) const {
         img_dtransform_apply(transform_.get(), in, line, src_.width);
         in = line;
     }
-    parms_.scaler(in, line, line, &parms_);
+    parms_.scaler(in, line, out, &parms_);
 }
 
 // Makes the row the current one. True if it had to be produced.
@@ -116,15 +120,15 @@ bool Resizer::bring(int64_t row) {
     const bool is_other = row == in_other_;
     if (is_other) std::swap(current_, other_);
     in_current_ = row;
-    if (!is_other) produce(row, current_);
+    if (!is_other) produce(row, current_, current_);
     return !is_other;
 }
 
 // Blends the current row with its neighbour, unless it already is. True if that was done now.
-bool Resizer::blend(int64_t next) {
+bool Resizer::blend(int64_t next, uint8_t *out) {
     if (!has_row(next) || next == in_other_) return false;
-    produce(next, other_);
-    average_(current_, other_, current_, dst_.width);
+    produce(next, other_, other_);
+    average_(current_, other_, out, dst_.width);
     in_other_ = next;
     return true;
 }
@@ -140,6 +144,27 @@ void Resizer::write(int64_t row, bool convert) {
         memcpy(rows.at(y), line, run_bytes(dst_.format, dst_.width));
     else
         rows.pass(0, y, dst_.width, line);
+}
+
+// Whether rows can be made where they belong: none is made twice, none is read from where another was written, and none
+// is fetched by a function, which could ask for an end before its row is written.
+bool Resizer::goes_straight() const {
+    const img_record &src = unfolded_.data ? unfolded_ : src_;
+    if (!has(src, IMG_F_DIRECT) || !has(dst_, IMG_F_DIRECT) || converts_output() || src_.height < dst_.height)
+        return false;
+    const auto begin = [](const img_record &image) { return reinterpret_cast<uintptr_t>(image.data); };
+    const auto end = [](const img_record &image) { return reinterpret_cast<uintptr_t>(row_at(image, image.height)); };
+    return end(src) <= begin(dst_) || end(dst_) <= begin(src);
+}
+
+void Resizer::make_straight(int64_t row, int64_t next, bool blends, uint8_t *out) {
+    blends = blends && has_row(next);
+    if (!blends && row != in_other_) return produce(row, current_, out);
+    bring(row);
+    if (blends)
+        blend(next, out);
+    else
+        memcpy(out, current_, run_bytes(dst_.format, dst_.width));
 }
 
 img_status Resizer::run(bool upside_down) {
@@ -159,12 +184,19 @@ img_status Resizer::run(bool upside_down) {
         has(src_, IMG_F_DIRECT) && has(dst_, IMG_F_DIRECT) && uint64_t{sh} * src_.stride < uint64_t{dh} * dst_.stride;
     Walk in = backward ? Walk{int64_t{sh} - 1, -1} : Walk{0, 1};
     Walk out = backward != upside_down ? Walk{int64_t{dh} - 1, -1} : Walk{0, 1};
+    const bool straight = goes_straight();
     uint32_t fraction = 0;
     for (uint32_t i = tail_rows; i < dh; i++) {
-        bool convert = bring(in.row);
-        if (fraction >= half && blend(in.row + in.step)) convert = true;
-        if (abort_resize.load(std::memory_order_relaxed)) return IMG_ST_NOMEM;
-        write(out.row, convert);
+        const int64_t next = in.row + in.step;
+        if (straight) {
+            if (abort_resize.load(std::memory_order_relaxed)) return IMG_ST_NOMEM;
+            make_straight(in.row, next, fraction >= half, Rows{dst_}.at(static_cast<uint32_t>(out.row)));
+        } else {
+            bool convert = bring(in.row);
+            if (fraction >= half && blend(next, current_)) convert = true;
+            if (abort_resize.load(std::memory_order_relaxed)) return IMG_ST_NOMEM;
+            write(out.row, convert);
+        }
         out.row += out.step;
         in.row += in.step * quotient;
         fraction += remainder;
