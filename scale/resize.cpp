@@ -44,6 +44,11 @@ struct Walk {
 
 constexpr int64_t no_row = -1;
 
+// Working lines begin at cache lines, so that vectors do not straddle two of them.
+constexpr uint64_t line_alignment = 64;
+constexpr uint64_t whole_vectors(uint64_t bytes) { return (bytes + line_alignment - 1) & ~(line_alignment - 1); }
+uint8_t *aligned(uint8_t *block) { return block + (-reinterpret_cast<uintptr_t>(block) & (line_alignment - 1)); }
+
 class Resizer {
 public:
     Resizer(const img_record &src, const img_record &dst) : src_(src), dst_(dst) {}
@@ -168,12 +173,13 @@ void Resizer::make_straight(int64_t row, int64_t next, bool blends, uint8_t *out
 }
 
 img_status Resizer::run(bool upside_down) {
-    const uint64_t output_bytes = converts_output() ? row_bytes(dst_.format, dst_.width) : 0;
-    const uint64_t line_bytes = row_bytes(work_, larger(src_.width, dst_.width));
-    block_ = allocate<uint8_t>(output_bytes + 2 * line_bytes);
+    const uint64_t output_bytes = converts_output() ? whole_vectors(run_bytes(dst_.format, dst_.width)) : 0;
+    const uint64_t line_bytes = whole_vectors(run_bytes(work_, larger(src_.width, dst_.width)));
+    block_ = allocate<uint8_t>(output_bytes + 2 * line_bytes + line_alignment);
     if (!block_) return IMG_ST_NOMEM;
-    output_ = output_bytes ? block_.get() : nullptr;
-    current_ = block_.get() + output_bytes;
+    uint8_t *first = aligned(block_.get());
+    output_ = output_bytes ? first : nullptr;
+    current_ = first + output_bytes;
     other_ = current_ + line_bytes;
 
     const uint32_t sh = src_.height, dh = dst_.height;
