@@ -2,6 +2,7 @@
 #include "scale/params.h"
 #include "tests/image.h"
 #include "tests/memory.h"
+#include "tests/runs.h"
 
 #include <gtest/gtest.h>
 
@@ -152,7 +153,7 @@ std::vector<Bytes> model(const img_record &src, const img_record &dst, std::vect
     return result;
 }
 
-TEST(Resize, EqualsThePlainModel) {
+void compare_with_the_model(const char *variant) {
     std::mt19937 random{11};
     const auto pick = [&](uint32_t n) { return static_cast<uint32_t>(random() % n); };
     for (int round = 0; round < 4000; round++) {
@@ -184,11 +185,43 @@ TEST(Resize, EqualsThePlainModel) {
             const uint32_t y = backward != up ? dst.record.height - 1 - i : i;
             const uint8_t *at = &dst.pixels[y * dst.stride];
             ASSERT_EQ(Bytes(at, at + want[i].size()), want[i])
-                << "round " << round << std::hex << " " << from << " to " << to << std::dec << " " << src.record.width
-                << "x" << src.record.height << " to " << dst.record.width << "x" << dst.record.height << " up " << up
-                << " row " << y;
+                << variant << " round " << round << std::hex << " " << from << " to " << to << std::dec << " "
+                << src.record.width << "x" << src.record.height << " to " << dst.record.width << "x"
+                << dst.record.height << " up " << up << " row " << y;
         }
     }
+}
+
+TEST(Resize, EqualsThePlainModel) { runs::for_each_variant(compare_with_the_model); }
+
+// Lines that end, or begin, where memory does; apart and in place.
+TEST(Resize, LinesAreScaledWithinTheirMemory) {
+    const runs::Fenced from(4 * 600), to(4 * 600);
+    std::mt19937 random{5};
+    runs::for_each_variant([&](const char *name) {
+        for (uint32_t round = 0; round < 3000; round++) {
+            const img_format f = scalable[round % 14];
+            const auto pick = [&] { return static_cast<uint32_t>(1 + random() % (random() % 4 ? 60 : 600)); };
+            const uint32_t sw = pick(), dw = random() % 3 ? pick() : std::min(600u, random() % 2 ? sw * 2 : sw / 2 + 1);
+            const size_t in = sw * pixel_bytes(f), out = dw * pixel_bytes(f), both = std::max(in, out);
+            Bytes line(in), room(in);
+            for (uint8_t &byte : line) byte = static_cast<uint8_t>(random());
+            const Bytes want = pack(f, scaled(f, unpack(f, line.data(), sw), dw));
+            img::img_scl_parms parms;
+            ASSERT_EQ(img::img_scl_calc_parms(f, sw, dw, &parms), 0);
+            const bool back = random() % 2;
+            uint8_t *src = back ? from.before_end(in) : from.first(), *dst = back ? to.before_end(out) : to.first();
+            memcpy(src, line.data(), in);
+            parms.scaler(src, room.data(), dst, &parms);
+            ASSERT_EQ(Bytes(dst, dst + out), want)
+                << name << std::hex << " " << f << std::dec << " " << sw << " " << dw;
+            uint8_t *shared = back ? to.before_end(both) : to.first();
+            memcpy(shared, line.data(), in);
+            parms.scaler(shared, shared, shared, &parms);
+            ASSERT_EQ(Bytes(shared, shared + out), want)
+                << name << std::hex << " " << f << std::dec << " " << sw << " " << dw << " in place";
+        }
+    });
 }
 
 TEST(Resize, OntoItsOwnBuffer) {
@@ -292,22 +325,24 @@ TEST(Resize, AbortEndsARunAndFailuresReleaseEverything) {
 }
 
 TEST(Average, LinesOfAnyAlignmentAndDestination) {
-    Bytes a(700), b(700), out(700), want;
-    for (size_t i = 0; i < 700; i++) a[i] = static_cast<uint8_t>(i * 7), b[i] = static_cast<uint8_t>(i * 13 + 5);
-    for (const img_format f : scalable) {
-        const img_avg_func average = img_avg_getfunc(f);
-        for (uint32_t n = 0; n <= 150; n += n < 40 ? 1 : 37)
-            for (uint32_t at = 0; at < 4; at++) {
-                want = pack(f, mean(f, unpack(f, &a[at], n), unpack(f, &b[at], n)));
-                std::fill(out.begin(), out.end(), uint8_t{0xee});
-                average(&a[at], &b[at], &out[at], n);
-                ASSERT_EQ(Bytes(&out[at], &out[at] + want.size()), want) << std::hex << f << " " << n;
-                ASSERT_EQ(out[at + want.size()], 0xee);
-                Bytes line = a;
-                average(&line[at], &b[at], &line[at], n);
-                ASSERT_EQ(Bytes(&line[at], &line[at] + want.size()), want);
-            }
-    }
+    runs::for_each_variant([](const char *) {
+        Bytes a(700), b(700), out(700), want;
+        for (size_t i = 0; i < 700; i++) a[i] = static_cast<uint8_t>(i * 7), b[i] = static_cast<uint8_t>(i * 13 + 5);
+        for (const img_format f : scalable) {
+            const img_avg_func average = img_avg_getfunc(f);
+            for (uint32_t n = 0; n <= 150; n += n < 40 ? 1 : 37)
+                for (uint32_t at = 0; at < 4; at++) {
+                    want = pack(f, mean(f, unpack(f, &a[at], n), unpack(f, &b[at], n)));
+                    std::fill(out.begin(), out.end(), uint8_t{0xee});
+                    average(&a[at], &b[at], &out[at], n);
+                    ASSERT_EQ(Bytes(&out[at], &out[at] + want.size()), want) << std::hex << f << " " << n;
+                    ASSERT_EQ(out[at + want.size()], 0xee);
+                    Bytes line = a;
+                    average(&line[at], &b[at], &line[at], n);
+                    ASSERT_EQ(Bytes(&line[at], &line[at] + want.size()), want);
+                }
+        }
+    });
     for (const img_format f : {FMT_PAL8, FMT_A8, FMT_XBGR8888HE, FMT_XBGR8888OE, FMT_ABGR8888OE})
         EXPECT_EQ(img_avg_getfunc(f), nullptr);
 }
