@@ -13,7 +13,6 @@ namespace {
 template <size_t size> struct Order { alignas(size) uint8_t at[size]; };
 
 __m128i load_half(const uint8_t *p) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p)); }
-__m256i load(const uint8_t *p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)); }
 
 // Two runs of 16 bytes; the second goes to the upper half without passing through a shuffle.
 __m256i load_halves(const uint8_t *low, const uint8_t *high) {
@@ -63,7 +62,7 @@ template <size_t bytes> consteval Order<32> reversed() {
 template <size_t bytes> void mirror(const uint8_t *src, uint8_t *dst, size_t count) {
     static constexpr Order<32> table = reversed<bytes>();
     constexpr size_t half = 16 / bytes * bytes, step = 2 * half;
-    const __m256i order = load(table.at);
+    const __m256i order = _mm256_load_si256(reinterpret_cast<const __m256i *>(table.at));
     const auto turned = [&](const uint8_t *p) { return _mm256_shuffle_epi8(load_halves(p + half, p), order); };
     size_t left = count * bytes;
     if constexpr (bytes == 3) {
@@ -90,100 +89,170 @@ template <size_t bytes> void mirror(const uint8_t *src, uint8_t *dst, size_t cou
 
 // ---- Turn ------------------------------------------------------------------------------------------------------
 
-// A block has as many columns as pixels fit a half of a vector, and twice as many rows: the first in the lower halves.
-// Pixels of three bytes are handled as four.
-template <size_t bytes> constexpr size_t columns = bytes == 3 ? 4 : 16 / bytes;
-template <size_t bytes> constexpr size_t rows = 2 * columns<bytes>;
+// What a block of pixels is turned in: vectors of two or of four parts of 16 bytes.
+struct Pair {
+    using Vector = __m256i;
+    static constexpr size_t parts = 2;
 
-template <size_t bytes> struct Block { __m256i v[columns<bytes>]; };
+    static Vector load(const uint8_t *p, ptrdiff_t step) { return load_halves(p, p + step); }
+    static Vector table(const uint8_t (&part)[16]) { return _mm256_broadcastsi128_si256(load_half(part)); }
+    static Vector shuffled(Vector v, Vector order) { return _mm256_shuffle_epi8(v, order); }
+    template <size_t bytes> static Vector low(Vector a, Vector b) {
+        if constexpr (bytes == 1) return _mm256_unpacklo_epi8(a, b);
+        if constexpr (bytes == 2) return _mm256_unpacklo_epi16(a, b);
+        return _mm256_unpacklo_epi32(a, b);
+    }
+    template <size_t bytes> static Vector high(Vector a, Vector b) {
+        if constexpr (bytes == 1) return _mm256_unpackhi_epi8(a, b);
+        if constexpr (bytes == 2) return _mm256_unpackhi_epi16(a, b);
+        return _mm256_unpackhi_epi32(a, b);
+    }
+    static void store(uint8_t *p, Vector v) { _mm256_storeu_si256(reinterpret_cast<Vector *>(p), v); }
+    // The first twelve bytes of each part.
+    static void store_squeezed(uint8_t *p, Vector v) {
+        v = _mm256_permutevar8x32_epi32(v, _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(p), _mm256_castsi256_si128(v));
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(p + 16), _mm256_extracti128_si256(v, 1));
+    }
+};
+
+#if defined(__AVX512VBMI__)
+// With masks for the reason given above.
+struct Quad {
+    using Vector = __m512i;
+    static constexpr size_t parts = 4;
+
+    static Vector load(const uint8_t *p, ptrdiff_t step) {
+        return _mm512_maskz_inserti64x4(0xff, _mm512_castsi256_si512(Pair::load(p, step)),
+                                        Pair::load(p + 2 * step, step), 1);
+    }
+    static Vector table(const uint8_t (&part)[16]) { return _mm512_maskz_broadcast_i32x4(0xffff, load_half(part)); }
+    static Vector shuffled(Vector v, Vector order) { return _mm512_shuffle_epi8(v, order); }
+    template <size_t bytes> static Vector low(Vector a, Vector b) {
+        if constexpr (bytes == 1) return _mm512_unpacklo_epi8(a, b);
+        if constexpr (bytes == 2) return _mm512_unpacklo_epi16(a, b);
+        return _mm512_maskz_unpacklo_epi32(0xffff, a, b);
+    }
+    template <size_t bytes> static Vector high(Vector a, Vector b) {
+        if constexpr (bytes == 1) return _mm512_unpackhi_epi8(a, b);
+        if constexpr (bytes == 2) return _mm512_unpackhi_epi16(a, b);
+        return _mm512_maskz_unpackhi_epi32(0xffff, a, b);
+    }
+    static void store(uint8_t *p, Vector v) { _mm512_storeu_si512(p, v); }
+    static void store_squeezed(uint8_t *p, Vector v) {
+        const Vector order = _mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 3, 7, 11, 15);
+        _mm512_mask_storeu_epi32(p, 0x0fff, _mm512_maskz_permutexvar_epi32(0xffff, order, v));
+    }
+};
+using Widest = Quad;
+
+// Lines of the cache that are written whole need not be read from memory first.
+struct Streamed : Quad {
+    static void store(uint8_t *p, Vector v) { _mm512_stream_si512(reinterpret_cast<Vector *>(p), v); }
+};
+#else
+using Widest = Pair;
+#endif
+
+// A block has as many columns as pixels fit a part, and as many rows for each part. Pixels of three bytes are handled as
+// four.
+template <size_t bytes> constexpr size_t columns = bytes == 3 ? 4 : 16 / bytes;
+
+template <class V, size_t bytes> struct Block { typename V::Vector v[columns<bytes>]; };
 
 // One round of interleaving the first half of the vectors with the second. After as many rounds as the number of columns
 // has bits, rows are columns.
-template <size_t bytes> Block<bytes> interleaved(const Block<bytes> &b) {
+template <class V, size_t bytes> Block<V, bytes> interleaved(const Block<V, bytes> &b) {
     constexpr size_t n = columns<bytes> / 2;
-    Block<bytes> result;
+    Block<V, bytes> result;
     for (size_t i = 0; i < n; i++) {
-        const __m256i x = b.v[i], y = b.v[i + n];
-        if constexpr (bytes == 1) {
-            result.v[2 * i] = _mm256_unpacklo_epi8(x, y);
-            result.v[2 * i + 1] = _mm256_unpackhi_epi8(x, y);
-        } else if constexpr (bytes == 2) {
-            result.v[2 * i] = _mm256_unpacklo_epi16(x, y);
-            result.v[2 * i + 1] = _mm256_unpackhi_epi16(x, y);
-        } else {
-            result.v[2 * i] = _mm256_unpacklo_epi32(x, y);
-            result.v[2 * i + 1] = _mm256_unpackhi_epi32(x, y);
-        }
+        result.v[2 * i] = V::template low<bytes>(b.v[i], b.v[i + n]);
+        result.v[2 * i + 1] = V::template high<bytes>(b.v[i], b.v[i + n]);
     }
     return result;
 }
 
-template <size_t bytes> Block<bytes> turned(const Block<bytes> &b) {
-    const Block<bytes> twice = interleaved(interleaved(b));
+template <class V, size_t bytes> Block<V, bytes> turned(const Block<V, bytes> &b) {
+    const Block<V, bytes> twice = interleaved(interleaved(b));
     if constexpr (bytes == 1) return interleaved(interleaved(twice));
     if constexpr (bytes == 2) return interleaved(twice);
     return twice;
 }
 
-// Four pixels of three bytes, `skip` bytes into each half, as four of four; and back.
+// Four pixels of three bytes, `skip` bytes into each part, as four of four; and back.
 template <size_t skip>
-constexpr Order<32> spread = [] {
-    Order<32> order{};
-    for (size_t i = 0; i < 32; i++) order.at[i] = uint8_t(i % 4 == 3 ? 0x80 : skip + i % 16 / 4 * 3 + i % 4);
+constexpr Order<16> spread = [] {
+    Order<16> order{};
+    for (size_t i = 0; i < 16; i++) order.at[i] = uint8_t(i % 4 == 3 ? 0x80 : skip + i / 4 * 3 + i % 4);
     return order;
 }();
-constexpr Order<32> squeezed = [] {
-    Order<32> order{};
-    for (size_t i = 0; i < 32; i++) order.at[i] = uint8_t(i % 16 >= 12 ? 0x80 : i % 16 / 3 * 4 + i % 16 % 3);
+constexpr Order<16> squeezed = [] {
+    Order<16> order{};
+    for (size_t i = 0; i < 16; i++) order.at[i] = uint8_t(i >= 12 ? 0x80 : i / 3 * 4 + i % 3);
     return order;
 }();
 
 // skip: bytes before the pixels that are loaded with them, so that nothing is read behind them.
-template <size_t bytes, size_t skip = 0>
+template <class V, size_t bytes, size_t skip = 0>
 void turn_block(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step) {
     constexpr ptrdiff_t n = columns<bytes>;
-    Block<bytes> block;
+    Block<V, bytes> block;
     for (ptrdiff_t i = 0; i < n; i++) {
-        block.v[i] = load_halves(src - skip + i * src_step, src - skip + (i + n) * src_step);
-        if constexpr (bytes == 3) block.v[i] = _mm256_shuffle_epi8(block.v[i], load(spread<skip>.at));
+        block.v[i] = V::load(src - skip + i * src_step, n * src_step);
+        if constexpr (bytes == 3) block.v[i] = V::shuffled(block.v[i], V::table(spread<skip>.at));
     }
     block = turned(block);
     for (ptrdiff_t i = 0; i < n; i++) {
-        uint8_t *out = dst + i * dst_step;
-        if constexpr (bytes == 3) {
-            const __m256i v = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(block.v[i], load(squeezed.at)),
-                                                          _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
-            _mm_storeu_si128(reinterpret_cast<__m128i *>(out), _mm256_castsi256_si128(v));
-            _mm_storel_epi64(reinterpret_cast<__m128i *>(out + 16), _mm256_extracti128_si256(v, 1));
-        } else {
-            _mm256_storeu_si256(reinterpret_cast<__m256i *>(out), block.v[i]);
+        if constexpr (bytes == 3)
+            V::store_squeezed(dst + i * dst_step, V::shuffled(block.v[i], V::table(squeezed.at)));
+        else
+            V::store(dst + i * dst_step, block.v[i]);
+    }
+}
+
+// Blocks go by tiles, whose lines and pages stay at hand until they are done. The last blocks overlap those before them.
+template <class V, size_t bytes>
+void turn_blocks(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, uint32_t width,
+                 uint32_t height) {
+    constexpr uint32_t tile = 256, across = columns<bytes>, down = V::parts * across;
+    const auto smaller = [](uint32_t a, uint32_t b) { return a < b ? a : b; };
+    for (uint32_t left = 0; left < width; left += tile) {
+        const uint32_t right = smaller(left + tile, width);
+        for (uint32_t y0 = 0; y0 < height; y0 += down) {
+            const uint32_t y = smaller(y0, height - down);
+            for (uint32_t x0 = left; x0 < right; x0 += across) {
+                const uint32_t x = smaller(x0, width - across);
+                const uint8_t *from = src + y * src_step + x * bytes;
+                uint8_t *to = dst + x * dst_step + y * bytes;
+                if (bytes == 3 && x + across + 2 > width) // Too few bytes follow in the row.
+                    turn_block<V, bytes, bytes == 3 ? 4 : 0>(from, src_step, to, dst_step);
+                else
+                    turn_block<V, bytes>(from, src_step, to, dst_step);
+            }
         }
     }
 }
 
-// Blocks go by tiles, whose lines stay in the caches until they are done. The last blocks overlap those before them.
 template <size_t bytes>
 void turn(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, uint32_t width, uint32_t height) {
-    constexpr uint32_t tile = 128, down = rows<bytes>, across = columns<bytes>;
-    if (width < across + 2 || height < down) return turn_pixels<bytes>(src, src_step, dst, dst_step, width, height);
-    const auto smaller = [](uint32_t a, uint32_t b) { return a < b ? a : b; };
-    for (uint32_t top = 0; top < height; top += tile) {
-        for (uint32_t left = 0; left < width; left += tile) {
-            const uint32_t bottom = smaller(top + tile, height), right = smaller(left + tile, width);
-            for (uint32_t x0 = left; x0 < right; x0 += across) {
-                const uint32_t x = smaller(x0, width - across);
-                for (uint32_t y0 = top; y0 < bottom; y0 += down) {
-                    const uint32_t y = smaller(y0, height - down);
-                    const uint8_t *from = src + y * src_step + x * bytes;
-                    uint8_t *to = dst + x * dst_step + y * bytes;
-                    if (bytes == 3 && x + across + 2 > width)
-                        turn_block<bytes, bytes == 3 ? 4 : 0>(from, src_step, to, dst_step);
-                    else
-                        turn_block<bytes>(from, src_step, to, dst_step);
-                }
-            }
-        }
+    constexpr uint32_t across = columns<bytes>, down = Widest::parts * across;
+    TurnRows *kernel = turn_blocks<Widest, bytes>;
+    if (height < down) kernel = turn_blocks<Pair, bytes>;
+    if (width < across + 2 || height < Pair::parts * across) kernel = turn_pixels<bytes>;
+#if defined(__AVX512VBMI__)
+    constexpr size_t worth_streaming = size_t{16} << 20; // bytes, about what a core has of the last cache
+    const bool aligned = (reinterpret_cast<uintptr_t>(dst) | static_cast<uintptr_t>(dst_step)) % 64 == 0;
+    if (bytes != 3 && aligned && size_t{width} * height * bytes >= worth_streaming &&
+        kernel == turn_blocks<Widest, bytes>) {
+        turn_blocks<Streamed, bytes>(src, src_step, dst, dst_step, width, height / down * down);
+        _mm_sfence();
+        if (height % down == 0) return;
+        src += static_cast<ptrdiff_t>(height - down) * src_step; // the last blocks, which overlap and are not aligned
+        dst += size_t{height - down} * bytes;
+        height = down;
     }
+#endif
+    kernel(src, src_step, dst, dst_step, width, height);
 }
 
 } // namespace

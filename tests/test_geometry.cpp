@@ -279,4 +279,31 @@ TEST(Geometry, KernelsOfAllVariantsStayWithinTheImages) {
     });
 }
 
+// Larger than the caches, where lines may go past them; the last rows fill no whole vector.
+TEST(Geometry, HugeImagesAreTurned) {
+    for (const img_format format : {FMT_ARGB8888HE, FMT_G8}) {
+        const uint32_t bytes = img::bits_per_pixel(format) / 8, w = 2050 * 4 / bytes, h = 2063;
+        img_record src{}, dst{};
+        Bytes pixels(size_t{w} * h * bytes), turned(size_t{w} * 2112 * bytes + 64, 0xee);
+        for (size_t i = 0; i < pixels.size(); i++) pixels[i] = static_cast<uint8_t>(i * 37 % 251);
+        src.data = pixels.data();
+        src.stride = w * bytes;
+        dst.data = &turned[-reinterpret_cast<uintptr_t>(turned.data()) % 64];
+        dst.stride = 2112 * bytes;
+        src.width = dst.height = w;
+        src.height = dst.width = h;
+        src.format = dst.format = format;
+        src.flags = dst.flags = IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | IMG_F_DIRECT;
+        ASSERT_EQ(img_rotate_ortho(&src, &dst, IMG_ANGLE_90), IMG_ST_OK);
+        size_t wrong = 0;
+        for (size_t x = 0; x < w; x++) {
+            const uint8_t *row = img::row_at(dst, x);
+            for (size_t y = 0; y < h; y++)
+                wrong += memcmp(row + (h - 1 - y) * bytes, &pixels[(y * w + x) * bytes], bytes) != 0;
+            wrong += row[h * bytes] != 0xee;
+        }
+        EXPECT_EQ(wrong, 0u) << std::hex << format;
+    }
+}
+
 } // namespace
