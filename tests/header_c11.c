@@ -1,8 +1,11 @@
 /* SPDX-License-Identifier: MIT */
 /* The public headers as a C11 program sees them: they compile alone, and the layouts are the ones modules rely on. */
 #include "pictra/backend.h"
+#include "pictra/codec.h"
+#include "pictra/image.h"
 #include "pictra/pictra.h"
 #include "pictra/routines.h"
+#include "pictra/stream.h"
 
 #include <assert.h>
 

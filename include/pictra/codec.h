@@ -1,0 +1,190 @@
+/* SPDX-License-Identifier: MIT */
+/*
+ * Codecs: what they implement, the callouts between them and the caller, the registry, and driving one step by step. Included
+ * by pictra.h; docs/codec-modules.md is the guide for authors of modules.
+ */
+#ifndef PICTRA_CODEC_H
+#define PICTRA_CODEC_H
+
+#include "image.h"
+#include "stream.h"
+
+#include <stddef.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* A library with its codec registry; see img_lib_attach in pictra.h. */
+typedef struct img_lib_handle img_lib_handle;
+
+/* ---- Decoding: what codec and caller exchange ----------------------------------------------------------------- */
+
+/* How a codec will deliver rows (setup of img_decode_callouts) or fetch them (setup of img_encode_callouts). */
+enum {
+    IMG_SETUP_TOPDOWN = 0x2, /* all rows in order from the top; wins if both are set */
+    IMG_SETUP_BOTTOMUP = 0x4 /* all rows in order from the bottom */
+};
+
+/*
+ * Further arguments of a codec, forwarded unchanged. A callout gets four words after (data, record); a codec passes
+ * integers and object pointers converted to uintptr_t, and zero for words that it does not use. Their meaning is agreed
+ * between codec and caller.
+ */
+typedef img_status (*img_forward_func)(void *data, img_record *record, uintptr_t a, uintptr_t b, uintptr_t c,
+                                       uintptr_t d);
+
+/*
+ * The steps of decoding that a caller may take over, and the same table as a codec receives it. Any function may be
+ * null. For the caller's functions data is the table's data and record the caller's record; a codec passes on the
+ * data of the table that it was given and its own record.
+ */
+typedef struct img_decode_callouts {
+    /* Picks one of the formats that the codec can produce; returns its index. */
+    uint32_t (*choose_format)(void *data, img_record *record, const img_format *formats, uint32_t nformats);
+    /* Sees or completes the record before storage is allocated. Non-zero stops the decode. */
+    img_status (*setup)(void *data, img_record *record, uint32_t setup_flags);
+    /* The decode failed after a setup. */
+    void (*abort)(void *data, img_record *record);
+    /* Progress. Non-zero asks the codec to stop. */
+    img_forward_func scanline;
+    /* The codec's palette, of the record's ncolors entries in the given format, before it is stored. 0: handled. */
+    img_status (*set_palette)(void *data, img_record *record, const void *palette, img_format format);
+    /* The colour key, after it was stored in the record. */
+    void (*set_transparency)(void *data, img_record *record, uint32_t key);
+    /* The frame is complete. */
+    void (*frame)(void *data, img_record *record);
+    /* A value that the codec reports. */
+    img_forward_func set_value;
+    void *data;
+} img_decode_callouts;
+
+/* The same for encoding: the table of the caller, and the one that a codec receives. */
+typedef struct img_encode_callouts {
+    /* Picks one of the formats that the codec can write; an index of nformats or above means none. */
+    uint32_t (*choose_format)(void *data, img_record *image, const img_format *formats, uint32_t nformats);
+    /* Sees the image before its pixels are fetched. Non-zero stops the encode. */
+    img_status (*setup)(void *data, img_record *image, uint32_t setup_flags);
+    /* The encode failed after a setup. */
+    void (*abort)(void *data, img_record *image);
+    /* Progress. Non-zero asks the codec to stop. */
+    img_forward_func scanline;
+    /* Fills dst with the image's ncolors palette entries in the given format. */
+    img_status (*get_palette)(void *data, img_record *image, void *dst, img_format format);
+    /* Stores the colour key at dst, a pixel in the format that the codec writes. */
+    img_status (*get_transparency)(void *data, img_record *image, void *dst);
+    /* The frame is written. */
+    void (*frame)(void *data, img_record *image);
+    void *data;
+} img_encode_callouts;
+
+/* ---- Codecs --------------------------------------------------------------------------------------------------- */
+
+/*
+ * What a codec implements; any slot may be null. state points at one word, null before begin, that is the codec's own
+ * until finish. docs/codec-modules.md holds the whole contract of a codec.
+ */
+typedef struct img_codec_funcs {
+    /* 0 if the stream holds this codec's format. Leaves the stream where it was. */
+    img_status (*decode_validate)(io_handle *stream);
+    img_status (*decode_begin)(io_handle *stream, void **state);
+    /* Decodes one image, driving the callouts: choose_format, setup, then palette and colour key, then rows. */
+    img_status (*decode_frame)(io_handle *stream, const img_decode_callouts *callouts, img_record *record,
+                               void **state);
+    img_status (*decode_finish)(io_handle *stream, void **state);
+    img_status (*encode_begin)(io_handle *stream, void **state);
+    img_status (*encode_frame)(io_handle *stream, const img_encode_callouts *callouts, img_record *image, void **state);
+    img_status (*encode_finish)(io_handle *stream, void **state);
+} img_codec_funcs;
+
+/* Fills the table, of size bytes, and returns 0; another result is a failure that is reported as it is. */
+typedef img_status img_getfuncs_func(img_codec_funcs *table, size_t size);
+
+/* The entry of a codec module: exported by every module, not by the library. */
+IMG_API img_getfuncs_func img_codec_getfuncs;
+
+/* One entry of the registry. */
+typedef struct img_codec img_codec;
+
+/* ---- Codec registry --------------------------------------------------------------------------------------------- */
+
+/*
+ * Registers the codec module at path, to be opened when first needed. extensions (without the dot) and mime_types are
+ * lists joined by ":", which an empty name ends; either may be null. The texts are copied. The codec belongs to the handle
+ * and is found before all older ones. Null when memory lacks.
+ */
+IMG_API img_codec *img_codec_register_dll(img_lib_handle *handle, const char *path, const char *extensions,
+                                          const char *mime_types);
+
+/* The same for functions inside the program: getfuncs is called at once. Null when memory lacks or getfuncs fails. */
+IMG_API img_codec *img_codec_register(img_lib_handle *handle, img_getfuncs_func *getfuncs, const char *extensions,
+                                      const char *mime_types);
+
+/* Takes the codec out of the handle's registry, closes its module and frees it. */
+IMG_API void img_codec_deregister(img_lib_handle *handle, img_codec *codec);
+
+/*
+ * Lists the codecs, newest first, without the nexclude ones in exclude. Stores up to max of them in out and returns how
+ * many there are in all.
+ */
+IMG_API uint32_t img_codec_list(img_lib_handle *handle, img_codec **out, uint32_t max, img_codec *const *exclude,
+                                uint32_t nexclude);
+
+/* Lists the codecs for the extension of path: the text after its last dot, in letters of either case. */
+IMG_API uint32_t img_codec_list_byext(img_lib_handle *handle, const char *path, img_codec **out, uint32_t max);
+
+/* Lists the codecs for a MIME type, in letters of either case. */
+IMG_API uint32_t img_codec_list_bymime(img_lib_handle *handle, const char *mime_type, img_codec **out, uint32_t max);
+
+/*
+ * Tells what a codec was registered for. Each list is a sequence of strings that an empty one ends, or null; it belongs
+ * to the codec. Either pointer may be null.
+ */
+IMG_API void img_codec_get_criteria(img_codec *codec, const char **extensions, const char **mime_types);
+
+/*
+ * Opens the codec's module and fills its functions, once: later calls return 0 whatever the first one gave, and a codec
+ * that did not open stays without functions. The drivers call it; call it early to load a module at a time of your own.
+ *
+ * IMG_ST_OK      done, now or earlier
+ * IMG_ST_MODULE  the module does not open or lacks img_codec_getfuncs; other values are the module's own
+ */
+IMG_API img_status codec_init(img_codec *codec);
+
+/* Closes the module and frees a codec that is in no registry. */
+IMG_API void codec_release(img_codec *codec);
+
+/* ---- Decode and encode step by step ------------------------------------------------------------------------------ */
+
+/*
+ * Finds the first of the candidates whose validate function takes the stream; its index goes to *index if index is not
+ * null. IMG_ST_NOCODEC without candidates, else the status of the last one asked.
+ */
+IMG_API img_status img_decode_validate(img_codec *const *candidates, uint32_t ncandidates, io_handle *stream,
+                                       uint32_t *index);
+
+/* Begins decoding with a codec. state is the codec's word, null beforehand. IMG_ST_NOTSUP if it decodes no frames. */
+IMG_API img_status img_decode_begin(img_codec *codec, io_handle *stream, void **state);
+
+/* Decodes one image into record. callouts may be null. IMG_ST_MODULE if the codec decodes no frames. */
+IMG_API img_status img_decode_frame(img_codec *codec, io_handle *stream, const img_decode_callouts *callouts,
+                                    img_record *record, void **state);
+
+/* Ends decoding; due after every successful begin. */
+IMG_API img_status img_decode_finish(img_codec *codec, io_handle *stream, void **state);
+
+/* Begins encoding with a codec. IMG_ST_NOTSUP if it encodes no frames. */
+IMG_API img_status img_encode_begin(img_codec *codec, io_handle *stream, void **state);
+
+/* Encodes one image. callouts may be null. IMG_ST_NOTSUP if the codec encodes no frames. */
+IMG_API img_status img_encode_frame(img_codec *codec, io_handle *stream, const img_encode_callouts *callouts,
+                                    img_record *image, void **state);
+
+/* Ends encoding; due after every successful begin. */
+IMG_API img_status img_encode_finish(img_codec *codec, io_handle *stream, void **state);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
