@@ -64,7 +64,7 @@ int img_decode_access(void *data, uint32_t x, uint32_t y, uint32_t count, void *
     if (y >= record.height || x >= record.width) return 0;
     count = smaller(count, record.width - x);
     if (!has(record, IMG_F_DIRECT)) count = smaller(count, context.line_width);
-    if (!count) return 0;
+    if (!count || !context.convert) return 0;
 
     if (has(record, IMG_F_DIRECT)) {
         uint8_t *out = row_at(record, y);

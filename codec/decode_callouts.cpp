@@ -15,9 +15,18 @@ namespace {
 
 DecodeContext &context_of(void *data) { return *static_cast<DecodeContext *>(data); }
 
-// A caller whose size is only a hint gives it up for the codec's.
+// A caller whose size is only a hint gives it up for the codec's, as far as a buffer of its own goes.
 void release_hinted_size(img_record &record, const img_record &image) {
-    if (has(record, IMG_F_SIZE_HINT)) record.flags &= ~(image.flags & size_flags);
+    if (!has(record, IMG_F_SIZE_HINT)) return;
+    const bool own = has(record, IMG_F_DIRECT);
+    if (!own || image.width <= record.width) record.flags &= ~(image.flags & IMG_F_WIDTH);
+    if (!own || image.height <= record.height) record.flags &= ~(image.flags & IMG_F_HEIGHT);
+}
+
+// The number of colours is the codec's, but no more than a palette of the caller's own says that it holds.
+uint32_t count_colors(const img_record &record, const img_record &image) {
+    const bool own = has(record, IMG_F_PALETTE) && record.ncolors;
+    return own ? smaller(record.ncolors, image.ncolors) : image.ncolors;
 }
 
 uint32_t dflt_choose_format(void *data, img_record *image, const img_format *formats, uint32_t count) {
@@ -58,6 +67,8 @@ img_status prepare_conversion(DecodeContext &context, img_record &image, uint32_
     if (has(record, IMG_F_ACCESS)) {
         context.line_width = smaller(record.width, image.width);
         line_bytes = row_bytes(record.format, context.line_width);
+    } else if (!has(record, IMG_F_DIRECT)) {
+        // no pixel will be stored
     } else if (setup_flags & IMG_SETUP_TOPDOWN) {
         context.next_line = static_cast<uint8_t *>(record.data);
         context.line_step = record.stride;
@@ -69,7 +80,7 @@ img_status prepare_conversion(DecodeContext &context, img_record &image, uint32_
     }
 
     // Indices beyond the codec's palette find entries of 0.
-    const bool has_palette = expands && image.ncolors;
+    const bool has_palette = expands && context.expand && image.ncolors;
     const uint64_t entries = has_palette ? full_palette(image.format, image.ncolors) : 0;
     const uint64_t palette_bytes = run_bytes(record.format, entries);
     if (line_bytes + palette_bytes > UINT32_MAX) return IMG_ST_NOMEM;
@@ -94,7 +105,7 @@ img_status dflt_setup(void *data, img_record *image, uint32_t setup_flags) {
     imgcpy(record, *image, shape_flags);
     if (!has(record, IMG_F_WANT_ALPHA) && !(image->format & record.format & IMG_FMT_ALPHA))
         record.format &= ~img_format{IMG_FMT_ALPHA};
-    if (is_palette(record.format)) record.ncolors = image->ncolors;
+    if (is_palette(record.format)) record.ncolors = count_colors(record, *image);
     const auto &caller = *context.caller;
     if (caller.setup)
         if (const img_status status = caller.setup(caller.data, &record, setup_flags)) return status;
@@ -140,14 +151,15 @@ img_status dflt_set_palette(void *data, img_record *image, const void *palette, 
 void store_key(const DecodeContext &context, img_format codec_format, uint32_t key) {
     img_record &record = *context.record;
     record.transparency = key;
+    if (bits_per_pixel(record.format) <= 8) record.transparency8 = static_cast<uint8_t>(key);
+    if (bits_per_pixel(record.format) == 16) record.transparency16 = static_cast<uint16_t>(key);
+    const KeyPixel pixel = key_pixel(codec_format, key);
     const bool wide = bits_per_pixel(record.format) > 16;
     constexpr img_format argb = FMT_ARGB8888HE;
     if (!(context.state & expands_palette)) {
-        img_convert_data(codec_format, &key, wide ? argb : record.format, &record.transparency, 1);
+        img_convert_data(codec_format, pixel.bytes, wide ? argb : record.format, &record.transparency, 1);
     } else if (context.palette && context.expand) {
-        // Indices fill their byte from the top.
-        const auto index = static_cast<uint8_t>(key << (8 - bits_per_pixel(codec_format)));
-        context.expand(&index, &record.transparency, 1, context.palette);
+        context.expand(pixel.bytes, &record.transparency, 1, context.palette);
         if (wide) img_convert_data(record.format, &record.transparency, argb, &record.transparency, 1);
     }
 }
@@ -206,6 +218,8 @@ img_status dflt_set_value(void *data, img_record *, uintptr_t a, uintptr_t b, ui
 void free_scratch(DecodeContext &context) {
     free(context.scratch);
     context.scratch = nullptr;
+    context.palette = nullptr;
+    context.convert = nullptr; // rows that still come are dropped
 }
 
 void dflt_frame(void *data, img_record *) {
@@ -220,7 +234,10 @@ void dflt_abort(void *data, img_record *) {
     context.state &= ~uint32_t{decode_set_up};
     if (context.caller->abort) context.caller->abort(context.caller->data, context.record);
     Storage::release(*context.record, context.state & (pixels_allocated | palette_allocated));
-    if (context.state & pixels_allocated) context.record->flags &= ~img_flags{IMG_F_PALETTE};
+    if (context.state & pixels_allocated) {
+        context.record->flags &= ~img_flags{IMG_F_PALETTE};
+        if (has(context.image, IMG_F_DIRECT)) context.image.data = nullptr;
+    }
     free_scratch(context);
 }
 

@@ -48,16 +48,18 @@ namespace img {
 int img_encode_access(void *data, uint32_t x, uint32_t y, uint32_t count, void *out) {
     auto &context = *static_cast<EncodeContext *>(data);
     const img_record &record = *context.record;
+    const bool numbered = !context.next_line;
+    if (!context.transform || x >= record.width || (numbered && y >= record.height)) return 0;
+    count = smaller(count, record.width - x);
     if (!count) return 0;
     if (has(record, IMG_F_ACCESS)) {
-        count = smaller(count, record.width); // as much as the line holds
         record.access(record.access_arg, x, y, count, context.line);
         img_dtransform_apply(context.transform, context.line, out, count);
         return 0;
     }
     // Kept: the row's offset is counted in 32 bits.
     const uint8_t *line = static_cast<const uint8_t *>(record.data) + uint32_t{y * record.stride};
-    if (context.next_line) {
+    if (!numbered) {
         if (!context.lines_left) return 0;
         line = context.next_line;
         if (--context.lines_left) context.next_line += context.line_step;

@@ -84,8 +84,8 @@ namespace img {
 
 img_status copy_image(const img_record &src, img_record &dst, bool upside_down, bool in_order) {
     if (!has_all(src, shape_flags)) return IMG_ST_BADARG;
-    if (!has(dst, IMG_F_FORMAT) && is_palette(src.format)) dst.ncolors = src.ncolors;
-    imgcpy(dst, src, shape_flags);
+    take_format(dst, src);
+    imgcpy(dst, src, size_flags);
 
     img_dtransform_state *created;
     if (const img_status status = img_dtransform_create(&src, &dst, &created)) return status;

@@ -67,15 +67,30 @@ void imgcpy(img_record &dst, const img_record &src, img_flags mask) {
     }
 }
 
+void take_format(img_record &dst, const img_record &src) {
+    if (!has(dst, IMG_F_FORMAT | IMG_F_PALETTE) && is_palette(src.format)) dst.ncolors = src.ncolors;
+    imgcpy(dst, src, IMG_F_FORMAT);
+}
+
 void copy_palette(img_record &dst, const img_record &src) {
-    if (!has(src, IMG_F_PALETTE) || !has(dst, IMG_F_PALETTE)) return;
-    const uint32_t count = smaller(src.ncolors, dst.ncolors);
+    const uint32_t count = has(src, IMG_F_PALETTE) ? smaller(src.ncolors, dst.ncolors) : 0;
     for (uint32_t i = 0; i < count; i++) dst.palette[i] = src.palette[i];
     for (uint32_t i = count; i < dst.ncolors; i++) dst.palette[i] = 0;
 }
 
+KeyPixel key_pixel(img_format format, uint32_t key) {
+    KeyPixel pixel;
+    const uint32_t bits = bits_per_pixel(format);
+    if (bits == 1 || bits == 4) key <<= 8 - bits;
+    memcpy(pixel.bytes, &key, sizeof key);
+    const auto half = static_cast<uint16_t>(key);
+    if (bits == 16) memcpy(pixel.bytes, &half, sizeof half);
+    if (bits <= 8) pixel.bytes[0] = static_cast<uint8_t>(key);
+    return pixel;
+}
+
 img_status allocate_storage(img_record &record, img_alloc_result &made) {
-    const bool row_wraps = run_bits(record.format, record.width) > UINT32_MAX;
+    const bool row_wraps = run_bits(record.format, record.width) > UINT32_MAX - 7;
     if (row_wraps && record.height && !has(record, storage_flags)) {
         made = 0;
         return IMG_ST_NOMEM;

@@ -37,8 +37,17 @@ inline uint8_t *row_at(const img_record &record, uint64_t y) {
 // and transparency stay. Nothing is allocated: storage is shared.
 void imgcpy(img_record &dst, const img_record &src, img_flags mask);
 
+// Gives dst the format that it lacks, and with a palette format the number of colours for a palette that it lacks, too.
+void take_format(img_record &dst, const img_record &src);
+
 // Fills dst's palette with the entries of src's, as far as they reach, and with 0.
 void copy_palette(img_record &dst, const img_record &src);
+
+// A colour key as the first pixel of a run: indices of 1 and 4 bits lie at the top of their byte.
+struct KeyPixel {
+    uint8_t bytes[4];
+};
+KeyPixel key_pixel(img_format format, uint32_t key);
 
 // img_alloc, refusing rows whose size would wrap: what is written into a row must fit it.
 img_status allocate_storage(img_record &record, img_alloc_result &made);

@@ -9,7 +9,7 @@ img_status img_crop(const img_record *src, img_record *dst, uint32_t x, uint32_t
     if (!has_all(*src, shape_flags) || !has_all(*dst, size_flags)) return IMG_ST_BADARG;
     if (uint64_t{x} + dst->width > src->width || uint64_t{y} + dst->height > src->height) return IMG_ST_BADARG;
     Frame frame{*src, *dst};
-    frame.take_format();
+    take_format(*dst, *src);
     if (const img_status status = frame.prepare(0)) return status;
     return frame.copy_rows({x, y, dst->width, dst->height}, {});
 }

@@ -97,7 +97,7 @@ img_status img_flip_horizontal(img_record *image) {
 img_status img_flip(const img_record *src, img_record *dst, uint32_t direction) {
     if (!has_all(*src, shape_flags)) return IMG_ST_BADARG;
     Frame frame{*src, *dst};
-    frame.take_format();
+    take_format(*dst, *src);
     if (direction > IMG_FLIP_VERTICAL) return IMG_ST_BADFMT;
     imgcpy(*dst, *src, size_flags);
     if (const img_status status = frame.prepare(IMG_F_PAL_ALPHA)) return status;

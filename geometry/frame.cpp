@@ -18,11 +18,6 @@ const GeometryKernels &active_geometry() {
     return *of[int(cpu::variant())];
 }
 
-void Frame::take_format() {
-    if (!has(dst_, IMG_F_FORMAT) && is_palette(src_.format)) dst_.ncolors = src_.ncolors;
-    imgcpy(dst_, src_, IMG_F_FORMAT);
-}
-
 img_status Frame::prepare(img_flags marks) {
     copy_ = img_copy_getfunc(dst_.format);
     if (!copy_) return IMG_ST_BADFMT;

@@ -34,9 +34,6 @@ class Frame {
 public:
     Frame(const img_record &src, img_record &dst) : src_(src), dst_(dst), storage_(dst) {}
 
-    // The format that dst lacks comes from src, and with it the number of colours.
-    void take_format();
-
     // Finds the copy routine, prepares the conversion and gives dst its storage with the palette. marks: dst also takes
     // the mark that the palette carries alpha.
     img_status prepare(img_flags marks);

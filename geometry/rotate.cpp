@@ -63,7 +63,7 @@ img_status turn_to_function(Frame &frame, const img_record &dst, const Cut &cut,
 img_status img_rotate_ortho(const img_record *src, img_record *dst, uint32_t angle) {
     if (!has_all(*src, shape_flags)) return IMG_ST_BADARG;
     Frame frame{*src, *dst};
-    frame.take_format();
+    take_format(*dst, *src);
     if (angle == IMG_ANGLE_0) return img_dtransform(src, dst);
     if (angle != IMG_ANGLE_90 && angle != IMG_ANGLE_180 && angle != IMG_ANGLE_270) return IMG_ST_BADFMT;
     img_record shape = *src; // as it is after the turn
