@@ -15,18 +15,9 @@ namespace {
 
 DecodeContext &context_of(void *data) { return *static_cast<DecodeContext *>(data); }
 
-// A caller whose size is only a hint gives it up for the codec's, as far as a buffer of its own goes.
+// A caller whose size is only a hint gives it up for the codec's. Kept: a buffer of its own is not asked whether it holds it.
 void release_hinted_size(img_record &record, const img_record &image) {
-    if (!has(record, IMG_F_SIZE_HINT)) return;
-    const bool own = has(record, IMG_F_DIRECT);
-    if (!own || image.width <= record.width) record.flags &= ~(image.flags & IMG_F_WIDTH);
-    if (!own || image.height <= record.height) record.flags &= ~(image.flags & IMG_F_HEIGHT);
-}
-
-// The number of colours is the codec's, but no more than a palette of the caller's own says that it holds.
-uint32_t count_colors(const img_record &record, const img_record &image) {
-    const bool own = has(record, IMG_F_PALETTE) && record.ncolors;
-    return own ? smaller(record.ncolors, image.ncolors) : image.ncolors;
+    if (has(record, IMG_F_SIZE_HINT)) record.flags &= ~(image.flags & size_flags);
 }
 
 uint32_t dflt_choose_format(void *data, img_record *image, const img_format *formats, uint32_t count) {
@@ -105,7 +96,7 @@ img_status dflt_setup(void *data, img_record *image, uint32_t setup_flags) {
     imgcpy(record, *image, shape_flags);
     if (!has(record, IMG_F_WANT_ALPHA) && !(image->format & record.format & IMG_FMT_ALPHA))
         record.format &= ~img_format{IMG_FMT_ALPHA};
-    if (is_palette(record.format)) record.ncolors = count_colors(record, *image);
+    if (is_palette(record.format)) record.ncolors = image->ncolors; // Kept: also for a palette of its own
     const auto &caller = *context.caller;
     if (caller.setup)
         if (const img_status status = caller.setup(caller.data, &record, setup_flags)) return status;
@@ -153,10 +144,12 @@ void store_key(const DecodeContext &context, img_format codec_format, uint32_t k
     record.transparency = key;
     if (bits_per_pixel(record.format) <= 8) record.transparency8 = static_cast<uint8_t>(key);
     if (bits_per_pixel(record.format) == 16) record.transparency16 = static_cast<uint16_t>(key);
-    const KeyPixel pixel = key_pixel(codec_format, key);
+    const bool expands = context.state & expands_palette;
+    // Kept: only expansion looks at the key as an index; a conversion takes its bits as they lie.
+    const KeyPixel pixel = key_pixel(codec_format, expands ? key << index_shift(codec_format) : key);
     const bool wide = bits_per_pixel(record.format) > 16;
     constexpr img_format argb = FMT_ARGB8888HE;
-    if (!(context.state & expands_palette)) {
+    if (!expands) {
         img_convert_data(codec_format, pixel.bytes, wide ? argb : record.format, &record.transparency, 1);
     } else if (context.palette && context.expand) {
         context.expand(pixel.bytes, &record.transparency, 1, context.palette);

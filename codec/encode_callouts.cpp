@@ -90,12 +90,10 @@ img_status dflt_get_transparency(void *data, img_record *image, void *dst) {
     if (bits_per_pixel(record.format) > 16)
         if (const img_status status = img_convert_data(FMT_ARGB8888HE, &record.transparency, record.format, &key, 1))
             return status;
-    if (!context.transform)
-        memcpy(dst, &key, run_bytes(record.format, 1));
-    else if (bits_per_pixel(record.format) < 8)
-        img_dtransform_apply(context.transform, key_pixel(record.format, record.transparency8).bytes, dst, 1);
-    else
+    if (context.transform)
         img_dtransform_apply(context.transform, &key, dst, 1);
+    else
+        memcpy(dst, &key, run_bytes(record.format, 1));
     return IMG_ST_OK;
 }
 

@@ -68,7 +68,7 @@ void imgcpy(img_record &dst, const img_record &src, img_flags mask) {
 }
 
 void take_format(img_record &dst, const img_record &src) {
-    if (!has(dst, IMG_F_FORMAT | IMG_F_PALETTE) && is_palette(src.format)) dst.ncolors = src.ncolors;
+    if (!has(dst, IMG_F_FORMAT) && is_palette(src.format)) dst.ncolors = src.ncolors;
     imgcpy(dst, src, IMG_F_FORMAT);
 }
 
@@ -81,7 +81,6 @@ void copy_palette(img_record &dst, const img_record &src) {
 KeyPixel key_pixel(img_format format, uint32_t key) {
     KeyPixel pixel;
     const uint32_t bits = bits_per_pixel(format);
-    if (bits == 1 || bits == 4) key <<= 8 - bits;
     memcpy(pixel.bytes, &key, sizeof key);
     const auto half = static_cast<uint16_t>(key);
     if (bits == 16) memcpy(pixel.bytes, &half, sizeof half);

@@ -37,13 +37,18 @@ inline uint8_t *row_at(const img_record &record, uint64_t y) {
 // and transparency stay. Nothing is allocated: storage is shared.
 void imgcpy(img_record &dst, const img_record &src, img_flags mask);
 
-// Gives dst the format that it lacks, and with a palette format the number of colours for a palette that it lacks, too.
+// Gives dst the format that it lacks, and with a palette format the number of colours.
 void take_format(img_record &dst, const img_record &src);
 
 // Fills dst's palette with the entries of src's, as far as they reach, and with 0.
 void copy_palette(img_record &dst, const img_record &src);
 
-// A colour key as the first pixel of a run: indices of 1 and 4 bits lie at the top of their byte.
+// How far up an index of 1 or 4 bits lies in its byte, when it is the first of a run.
+constexpr uint32_t index_shift(img_format format) {
+    return bits_per_pixel(format) < 8 ? 8 - bits_per_pixel(format) : 0;
+}
+
+// A colour key as the bytes of a pixel.
 struct KeyPixel {
     uint8_t bytes[4];
 };

@@ -74,6 +74,10 @@ IMG_API void imglog(uint32_t severity, const char *function, int32_t line, uint6
  * beforehand (format, size, storage, palette, IMG_F_WANT_ALPHA, IMG_F_SIZE_HINT) is honoured; the rest is filled. callouts
  * may be null. Storage that the record lacked is given to the caller.
  *
+ * A palette of the caller's own gets as many entries as the file has, whatever ncolors says: bring room for 256, and clear
+ * IMG_F_PALETTE before a record is used again. With IMG_F_SIZE_HINT the size becomes the file's also over a buffer of the
+ * caller's own, which must then hold any picture; without it the picture is cut to the record's size.
+ *
  * After a failure the record may hold a format and a size, but no storage that it did not have before.
  *
  * IMG_ST_OK      done
