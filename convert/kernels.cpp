@@ -36,15 +36,19 @@ constexpr size_t chunk = 256; // pixels that pass through a buffer together; it 
 
 size_t index_bytes(size_t count, uint32_t bits) { return (count * bits + 7) >> 3; }
 
+// Passed by reference: a copy would wait for the stores that made the original. The uncommon paths are functions of
+// their own, for the common one to be short.
 struct Run {
     const uint8_t *src;
     uint8_t *dst;
     size_t count;
     const uint8_t *palette;
 
-    // What is left from a pixel on. Indices of less than a byte must begin one there.
-    Run from(size_t pixel, const Shape &shape) const {
-        return {src + index_bytes(pixel, shape.src_bits), dst + pixel * shape.dst_bytes, count - pixel, palette};
+    // Indices of less than a byte must begin one where the rest begins.
+    void skip(size_t pixels, const Shape &shape) {
+        src += index_bytes(pixels, shape.src_bits);
+        dst += pixels * shape.dst_bytes;
+        count -= pixels;
     }
 };
 
@@ -70,7 +74,7 @@ void copy_short(uint8_t *dst, const uint8_t *src, size_t bytes) {
 }
 
 // At most a chunk, read completely before anything is written.
-void convert_buffered(const Shape &shape, const Run &run) {
+[[gnu::noinline]] void convert_buffered(const Shape &shape, const Run &run) {
     const size_t src_bytes = index_bytes(run.count, shape.src_bits), dst_bytes = run.count * shape.dst_bytes;
     if (run.count >= shape.least) {
         uint8_t in[chunk * 4];
@@ -87,56 +91,57 @@ void convert_buffered(const Shape &shape, const Run &run) {
 size_t pixels_to_alignment(const uint8_t *first, uint32_t pixel_bytes) {
     const size_t missing = -reinterpret_cast<uintptr_t>(first) % vector_bytes;
     if (pixel_bytes == 3) return missing * 11 % vector_bytes; // 3 * 11 = 1 modulo 32
-    return missing % pixel_bytes ? 0 : missing / pixel_bytes;
+    const uint32_t shift = pixel_bytes / 2;                   // of 1, 2 and 4
+    return missing >> shift << shift == missing ? missing >> shift : 0;
 }
 
 // Converts up to the first pixel of the destination, or of the source, that begins a vector.
-Run align(const Shape &shape, Run run, bool by_dst) {
+[[gnu::noinline]] void align(const Shape &shape, Run &run, bool by_dst) {
     const size_t lead =
         by_dst ? pixels_to_alignment(run.dst, shape.dst_bytes) : pixels_to_alignment(run.src, shape.src_bits / 8);
-    if (!lead) return run;
+    if (!lead) return;
     shape.convert(run.src, run.dst, block, run.palette);
-    return run.from(lead, shape);
+    run.skip(lead, shape);
 }
 
 // Lines that streaming writes whole are not read from memory first. A chunk is converted in the cache, then moved.
-Run convert_streaming(const Shape &shape, Run run) {
+[[gnu::noinline]] void convert_streaming(const Shape &shape, Run &run) {
     alignas(vector_bytes) uint8_t out[chunk * 4];
-    run = align(shape, run, true);
-    if (reinterpret_cast<uintptr_t>(run.dst) % vector_bytes) return run;
-    for (; run.count >= 2 * chunk; run = run.from(chunk, shape)) {
+    align(shape, run, true);
+    if (reinterpret_cast<uintptr_t>(run.dst) % vector_bytes) return;
+    for (; run.count >= 2 * chunk; run.skip(chunk, shape)) {
         shape.convert(run.src, out, chunk, run.palette);
         stream(run.dst, out, chunk * shape.dst_bytes);
     }
     end_streaming();
-    return run;
 }
 
-void convert_apart(const Shape &shape, Run run) {
+void convert_apart(const Shape &shape, Run &run) {
     if (shape.least == block) {
         if (run.count * shape.dst_bytes >= worth_streaming)
-            run = convert_streaming(shape, run);
+            convert_streaming(shape, run);
         else if (run.count >= worth_aligning) // vectors that straddle cache lines take twice as long
-            run = align(shape, run, shape.dst_bytes * 8 >= shape.src_bits);
+            align(shape, run, shape.dst_bytes * 8 >= shape.src_bits);
     }
     shape.convert(run.src, run.dst, run.count, run.palette);
 }
 
-void convert_in_place(const Shape &shape, Run run) {
+[[gnu::noinline]] void convert_in_place(const Shape &shape, const Run &run) {
     size_t whole = 0; // pixels that need no buffer
     if (shape.dst_bytes * 8 <= shape.src_bits && (whole = run.count & ~size_t{block - 1}))
         shape.convert(run.src, run.dst, whole, run.palette);
     for (size_t end = run.count; end > whole;) { // last to first, because pixels grow
         const size_t begin = end - whole > chunk ? (end - 1) / chunk * chunk : whole;
-        const Run rest = run.from(begin, shape);
-        convert_buffered(shape, {rest.src, rest.dst, end - begin, run.palette});
+        Run last{run.src, run.dst, end, run.palette};
+        last.skip(begin, shape);
+        convert_buffered(shape, last);
         end = begin;
     }
 }
 
 void convert_run(const Shape &shape, const void *src, void *dst, size_t count, const void *palette) {
-    const Run run{static_cast<const uint8_t *>(src), static_cast<uint8_t *>(dst), count,
-                  static_cast<const uint8_t *>(palette)};
+    Run run{static_cast<const uint8_t *>(src), static_cast<uint8_t *>(dst), count,
+            static_cast<const uint8_t *>(palette)};
     const auto s = reinterpret_cast<uintptr_t>(src), d = reinterpret_cast<uintptr_t>(dst);
     if (s + index_bytes(count, shape.src_bits) > d && d + count * shape.dst_bytes > s)
         return convert_in_place(shape, run);
