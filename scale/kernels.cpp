@@ -6,10 +6,8 @@
 
 #include "scale/mean.h"
 
-#if defined(__AVX512VBMI__)
+#if defined(__AVX2__)
 #include "scale/stepper.h"
-#elif defined(__AVX2__)
-#include "scale/vector.h"
 #else
 #include "scale/plain.h"
 #endif
@@ -42,7 +40,7 @@ template <Family F> void step_pixels(const uint8_t *line, uint8_t *dst, const im
     for (uint32_t i = 0; i < p.edge_count; i++, out += dir) edge.store(out);
 }
 
-#if defined(__AVX512VBMI__)
+#if defined(__AVX2__)
 template <Family F> constexpr auto halve = fold_pairs<F, true>;
 template <Family F> constexpr auto thin = fold_pairs<F, false>;
 

@@ -64,6 +64,10 @@ int img_scl_calc_parms(img_format format, uint32_t src_width, uint32_t dst_width
     for (uint32_t i = 0, whole = 0, parts = 0; i <= scale_lanes; i++, whole += step) {
         parms->lane_whole[i] = whole;
         parms->lane_parts[i] = parts;
+        if (i < scale_lanes) {
+            parms->lane_whole_back[scale_lanes - 1 - i] = whole;
+            parms->lane_parts_back[scale_lanes - 1 - i] = parts;
+        }
         parts += parms->frac_step;
         if (parts >= dst_width) {
             parts -= dst_width;

@@ -15,7 +15,7 @@ struct img_scl_parms;
 // enough for src and dst.
 using img_scl_func = void (*)(const void *src, void *room, void *dst, const img_scl_parms *parms);
 
-// Pixels that vectors step through together.
+// Pixels that vectors step through together, at most.
 constexpr uint32_t scale_lanes = 16;
 
 // Offsets and steps count words of the format's family (scale/family.h).
@@ -35,7 +35,8 @@ struct img_scl_parms {
 
     // How far the stepper is after 0 to 16 pixels: pixels, without int_step's direction, and parts of dst_width.
     uint32_t lane_whole[scale_lanes + 1], lane_parts[scale_lanes + 1];
-    uint32_t edge_src; // enlarging: the pixel that the edge repeats
+    uint32_t lane_whole_back[scale_lanes], lane_parts_back[scale_lanes]; // after 15 to 0
+    uint32_t edge_src;                                                   // enlarging: the pixel that the edge repeats
 };
 
 // Halvings after which a size is at most twice the other; it is halved on the way.

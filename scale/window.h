@@ -1,0 +1,256 @@
+// SPDX-License-Identifier: MIT
+//
+// Pixels picked out of a stretch of a line, put together again, and pairs of them made one. Part of kernels.cpp. Here is
+// what differs between instruction sets: bytes from anywhere in two vectors, or words with shifts.
+#pragma once
+
+#include "scale/vector.h"
+
+namespace img::IMG_TARGET {
+namespace {
+
+constexpr uint32_t lanes = vector_bytes / 4;
+
+struct Order {
+    alignas(vector_bytes) uint8_t at[vector_bytes];
+};
+
+Any loaded(const Order &order) { return load(order.at); }
+
+// Pixels of all lanes that are packed.
+template <uint32_t pixel> void store_packed(uint8_t *dst, Any v) {
+    const auto w = Words(v);
+    const auto store_part = [](uint8_t *to, auto part) { memcpy(to, &part, sizeof part); };
+    if constexpr (pixel == 4) {
+        store(dst, v);
+    } else if constexpr (lanes == 8) {
+        if constexpr (pixel == 1) return store_part(dst, __builtin_shufflevector(w, w, 0, 1));
+        store_part(dst, __builtin_shufflevector(w, w, 0, 1, 2, 3));
+        if constexpr (pixel == 3) store_part(dst + 16, __builtin_shufflevector(w, w, 4, 5));
+    } else {
+        if constexpr (pixel == 1) return store_part(dst, __builtin_shufflevector(w, w, 0, 1, 2, 3));
+        store_part(dst, __builtin_shufflevector(w, w, 0, 1, 2, 3, 4, 5, 6, 7));
+        if constexpr (pixel == 3) store_part(dst + 32, __builtin_shufflevector(w, w, 8, 9, 10, 11));
+    }
+}
+
+#if defined(__AVX512VBMI__)
+
+constexpr uint32_t least_line = 2;
+
+typedef __mmask16 Chosen;
+Chosen at_least(Words a, Words b) { return _mm512_cmpge_epu32_mask(Any(a), Any(b)); }
+Words choose(Chosen chosen, Words v, Words otherwise) {
+    return Words(_mm512_mask_mov_epi32(Any(otherwise), chosen, Any(v)));
+}
+
+// An index is that of a pixel's four bytes.
+template <uint32_t pixel> constexpr uint32_t index_unit = pixel * 0x01010101;
+constexpr uint32_t first_index = 0x03020100;
+
+uint64_t first_bytes(size_t n) { return _bzhi_u64(~uint64_t{0}, static_cast<uint32_t>(n < 64 ? n : 64)); }
+
+struct Vectors {
+    Any low, high;
+};
+
+// Bytes from p on, and from `second` bytes further. Of those only as many are read as there are.
+Vectors load_two(const uint8_t *p, size_t second, size_t there) {
+    if (there >= second + 64) return {load(p), load(p + second)};
+    return {_mm512_maskz_loadu_epi8(first_bytes(there), p),
+            there > second ? _mm512_maskz_loadu_epi8(first_bytes(there - second), p + second) : _mm512_setzero_si512()};
+}
+
+template <uint32_t pixel> class Window {
+public:
+    Window(const uint8_t *line, uint32_t start, uint32_t length)
+        : in_(load_two(line + size_t{start} * pixel, 64, size_t{length - start} * pixel)), start_(start) {}
+
+    uint32_t start() const { return start_; }
+
+    // Small pixels are all in the first vector.
+    Any picked(Words index) const {
+        if constexpr (pixel <= 2) return _mm512_maskz_permutexvar_epi8(~__mmask64{0}, Any(index), in_.low);
+        if constexpr (pixel == 4) return _mm512_permutex2var_epi32(in_.low, Any(index >> 26), in_.high);
+        return _mm512_permutex2var_epi8(in_.low, Any(index), in_.high);
+    }
+
+private:
+    Vectors in_;
+    uint32_t start_;
+};
+
+// Pixels in lanes, from the first on, to one after the other.
+template <uint32_t pixel> Any packed(Any v, uint32_t first) {
+    static constexpr Order order = [] {
+        Order result{};
+        for (size_t i = 0; i < 16 * pixel; i++) result.at[i] = uint8_t(i / pixel * 4 + i % pixel);
+        return result;
+    }();
+    const Any moved = Any(Bytes(loaded(order)) + uint8_t(4 * first));
+    return _mm512_maskz_permutexvar_epi8(~__mmask64{0}, moved, v);
+}
+template <uint32_t pixel> Any packed(Any v) {
+    if constexpr (pixel == 4) return v;
+    return packed<pixel>(v, 0);
+}
+
+template <uint32_t pixel> void store_some(uint8_t *dst, Any v, uint32_t first, uint32_t count) {
+    _mm512_mask_storeu_epi8(dst, first_bytes(count * pixel), packed<pixel>(v, first));
+}
+
+// The bytes of the first pixels of pairs in two vectors; of the second ones with shift.
+template <size_t pixel> consteval Order pixels_of_pairs(size_t shift) {
+    constexpr size_t used = 64 / pixel * pixel, second = 2 * used - 64;
+    Order order{};
+    for (size_t i = 0; i < used; i++) {
+        const size_t from = (2 * (i / pixel) + shift) * pixel + i % pixel;
+        order.at[i] = uint8_t(from < 64 ? from : 64 + from - second);
+    }
+    return order;
+}
+
+// Two pixels become one: their mean, or the first of them.
+template <Family F, bool averaged> void fold_pairs(const uint8_t *src, uint8_t *dst, size_t count) {
+    constexpr size_t pixel = F.elements * F.bytes, used = 64 / pixel * pixel, second = 2 * used - 64;
+    static constexpr Order firsts = pixels_of_pairs<pixel>(0), seconds = pixels_of_pairs<pixel>(1);
+    const Any first = loaded(firsts), other = loaded(seconds);
+    for (size_t left = count * pixel; left;) {
+        const size_t bytes = left < used ? left : used;
+        const Vectors in = load_two(src, second, 2 * left);
+        Any v = _mm512_permutex2var_epi8(in.low, first, in.high);
+        if constexpr (averaged) v = mean<F>(v, _mm512_permutex2var_epi8(in.low, other, in.high));
+        v = with_forced<F>(v);
+        // Masks only where they are needed: what a masked store wrote is slow to be read again. The byte behind whole
+        // pixels, if there is one, is the next vector's.
+        if (left >= 64)
+            store(dst, v);
+        else
+            _mm512_mask_storeu_epi8(dst, first_bytes(bytes), v);
+        src += 2 * bytes;
+        dst += bytes;
+        left -= bytes;
+    }
+}
+
+#else
+
+constexpr uint32_t least_line = 2 * lanes;
+
+typedef Words Chosen; // all bits of a lane
+Chosen at_least(Words a, Words b) { return Chosen(a >= b); }
+Words choose(Chosen chosen, Words v, Words otherwise) {
+    return Words(_mm256_blendv_epi8(Any(otherwise), Any(v), Any(chosen)));
+}
+
+// An index is that of a pixel.
+template <uint32_t pixel> constexpr uint32_t index_unit = 1;
+constexpr uint32_t first_index = 0;
+
+__m128i load_half(const uint8_t *p) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p)); }
+
+// Sixteen pixels. The window is moved forward where it would reach beyond the line.
+template <uint32_t pixel> class Window {
+public:
+    Window(const uint8_t *line, uint32_t start, uint32_t length)
+        : start_(start < length - least_line ? start : length - least_line) {
+        const uint8_t *p = line + size_t{start_} * pixel;
+        if constexpr (pixel == 1) {
+            low_ = _mm256_castsi128_si256(load_half(p));
+        } else if constexpr (pixel == 2) {
+            low_ = load(p);
+        } else if constexpr (pixel == 3) {
+            low_ = spread(p, p + 12, 0, 0);
+            high_ = spread(p + 24, p + 32, 0, 4);
+        } else {
+            low_ = load(p);
+            high_ = load(p + vector_bytes);
+        }
+    }
+
+    uint32_t start() const { return start_; }
+
+    // Small pixels are shifted down from the words that they are in.
+    Any picked(Words index) const {
+        if constexpr (pixel <= 2) {
+            constexpr uint32_t per_word = 4 / pixel;
+            const Any word = _mm256_permutevar8x32_epi32(low_, Any(index / per_word));
+            return _mm256_srlv_epi32(word, Any(index % per_word * (8 * pixel)));
+        }
+        const Any low = _mm256_permutevar8x32_epi32(low_, Any(index));
+        const Any high = _mm256_permutevar8x32_epi32(high_, Any(index));
+        return _mm256_blendv_epi8(low, high, Any(index >= lanes));
+    }
+
+private:
+    // Four pixels of three bytes from either place, after as many other bytes, as four of four.
+    static Any spread(const uint8_t *p, const uint8_t *q, char skip_p, char skip_q) {
+        const Any order = _mm256_setr_epi8(0, 1, 2, -128, 3, 4, 5, -128, 6, 7, 8, -128, 9, 10, 11, -128, 0, 1, 2, -128,
+                                           3, 4, 5, -128, 6, 7, 8, -128, 9, 10, 11, -128);
+        const Any skip = _mm256_inserti128_si256(_mm256_set1_epi8(skip_p), _mm_set1_epi8(skip_q), 1);
+        return in_lanes(_mm256_inserti128_si256(_mm256_castsi128_si256(load_half(p)), load_half(q), 1),
+                        _mm256_add_epi8(order, skip));
+    }
+
+    Any low_{}, high_{};
+    uint32_t start_;
+};
+
+// Pixels in lanes to one after the other: within the halves, then the second half behind the first.
+template <uint32_t pixel> Any packed(Any v) {
+    static constexpr Order order = [] {
+        Order result{};
+        for (size_t i = 0; i < vector_bytes; i++)
+            result.at[i] = uint8_t(i % 16 < 4 * pixel ? i % 16 / pixel * 4 + i % 16 % pixel : 0x80);
+        return result;
+    }();
+    if constexpr (pixel == 4) return v;
+    v = in_lanes(v, loaded(order));
+    if constexpr (pixel == 1) return _mm256_permutevar8x32_epi32(v, _mm256_setr_epi32(0, 4, 1, 2, 3, 5, 6, 7));
+    if constexpr (pixel == 2) return _mm256_permutevar8x32_epi32(v, _mm256_setr_epi32(0, 1, 4, 5, 2, 3, 6, 7));
+    return _mm256_permutevar8x32_epi32(v, _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
+}
+
+template <uint32_t pixel> void store_some(uint8_t *dst, Any v, uint32_t first, uint32_t count) {
+    uint8_t pixels[vector_bytes];
+    store(pixels, packed<pixel>(v));
+    memcpy(dst, pixels + first * pixel, count * pixel);
+}
+
+// In each half of a vector the first pixels of pairs, then the second ones.
+template <size_t pixel> consteval Order parted() {
+    Order order{};
+    for (size_t i = 0; i < vector_bytes; i++)
+        order.at[i] = uint8_t((2 * (i % 8 / pixel) + i % 16 / 8) * pixel + i % pixel);
+    return order;
+}
+
+template <Family F, bool averaged> void fold_pairs(const uint8_t *src, uint8_t *dst, size_t count) {
+    constexpr size_t pixel = F.elements * F.bytes, together = vector_bytes / pixel;
+    if constexpr (pixel == 3) {
+        for (; count >= lanes; count -= lanes, src += 2 * lanes * pixel, dst += lanes * pixel) {
+            const Window<pixel> in{src, 0, 2 * lanes};
+            Any v = in.picked(Words{0, 2, 4, 6, 8, 10, 12, 14});
+            if constexpr (averaged) v = mean<F>(v, in.picked(Words{1, 3, 5, 7, 9, 11, 13, 15}));
+            store_packed<pixel>(dst, packed<pixel>(v));
+        }
+    } else {
+        static constexpr Order order = parted<pixel>();
+        for (; count >= together; count -= together, src += 2 * vector_bytes, dst += vector_bytes) {
+            const Any low = in_lanes(load(src), loaded(order)),
+                      high = in_lanes(load(src + vector_bytes), loaded(order));
+            Any v = _mm256_unpacklo_epi64(low, high);
+            if constexpr (averaged) v = mean<F>(v, _mm256_unpackhi_epi64(low, high));
+            store(dst, with_forced<F>(_mm256_permute4x64_epi64(v, 0b11'01'10'00)));
+        }
+    }
+    if constexpr (averaged)
+        halve_pixels<F>(src, dst, count);
+    else
+        thin_pixels<F>(src, dst, count);
+}
+
+#endif
+
+} // namespace
+} // namespace img::IMG_TARGET
