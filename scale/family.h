@@ -7,30 +7,42 @@
 
 namespace img {
 
-// A pixel is `elements` words of `bytes` bytes. The mean of two words is taken on all channels at once,
-// (a & b) + (((a ^ b) & mask) >> 1), where mask lacks the lowest bit of each channel, so that no bit passes into the
-// next one; it is rounded down. forced bits are set in every result: the field that the format ignores.
-struct Family {
+// A pixel is `elements` words of `bytes` bytes. Loops are compiled for each kind of pixel.
+struct Kind {
     uint32_t elements, bytes;
-    uint32_t mask;
     bool swapped; // the words are averaged in the other byte order
-    uint32_t forced;
+};
+
+// The mean of two words is taken on all channels at once, (a & b) + (((a ^ b) & mask) >> 1), where mask lacks the lowest
+// bit of each channel, so that no bit passes into the next one; it is rounded down. forced bits are set in every result:
+// the field that the format ignores. Both are repeated to fill 32 bits.
+struct MeanRule {
+    uint32_t mask, forced;
+};
+
+struct Family {
+    Kind kind;
+    MeanRule rule;
 };
 
 namespace family {
 
-inline constexpr Family grey{1, 1, 0xfe, false, 0};
-inline constexpr Family bytes3{3, 1, 0xfe, false, 0};
-inline constexpr Family bytes4{1, 4, 0xfefefefe, false, 0};
-inline constexpr Family x888he{1, 4, 0xfefefefe, false, 0xff000000};
-inline constexpr Family x888oe{1, 4, 0xfefefefe, false, 0x000000ff};
-inline constexpr Family rgb565he{1, 2, 0xf7de, false, 0};
-inline constexpr Family rgb565oe{1, 2, 0xf7de, true, 0};
+constexpr uint32_t twice(uint32_t half) { return half * 0x10001u; }
+
+inline constexpr Kind halves{1, 2, false}, halves_swapped{1, 2, true}, words{1, 4, false};
+
+inline constexpr Family grey{{1, 1, false}, {0xfefefefe, 0}};
+inline constexpr Family bytes3{{3, 1, false}, {0xfefefefe, 0}};
+inline constexpr Family bytes4{words, {0xfefefefe, 0}};
+inline constexpr Family x888he{words, {0xfefefefe, 0xff000000}};
+inline constexpr Family x888oe{words, {0xfefefefe, 0x000000ff}};
+inline constexpr Family rgb565he{halves, {twice(0xf7de), 0}};
+inline constexpr Family rgb565oe{halves_swapped, {twice(0xf7de), 0}};
 // The alpha bit is not in the mask: it stays where both pixels have it.
-inline constexpr Family argb1555he{1, 2, 0x7bde, false, 0};
-inline constexpr Family argb1555oe{1, 2, 0x7bde, true, 0};
-inline constexpr Family xrgb1555he{1, 2, 0x7bde, false, 0x8000};
-inline constexpr Family xrgb1555oe{1, 2, 0x7bde, true, 0x0080};
+inline constexpr Family argb1555he{halves, {twice(0x7bde), 0}};
+inline constexpr Family argb1555oe{halves_swapped, {twice(0x7bde), 0}};
+inline constexpr Family xrgb1555he{halves, {twice(0x7bde), twice(0x8000)}};
+inline constexpr Family xrgb1555oe{halves_swapped, {twice(0x7bde), twice(0x0080)}};
 
 } // namespace family
 

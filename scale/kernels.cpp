@@ -16,17 +16,17 @@ namespace img::IMG_TARGET {
 namespace {
 
 // The stepper in the manner of Bresenham, from the first pixel to the last, and the edge.
-template <Family F> void step_pixels(const uint8_t *line, uint8_t *dst, const img_scl_parms &p) {
-    const ptrdiff_t dir = p.dir * ptrdiff_t{F.bytes}, step = p.int_step * ptrdiff_t{F.bytes};
-    const uint8_t *at = line + p.src_start * size_t{F.bytes};
-    uint8_t *out = dst + p.dst_start * size_t{F.bytes};
+template <Kind K> [[gnu::noinline]] void step_pixels(const uint8_t *line, uint8_t *dst, const img_scl_parms &p) {
+    const ptrdiff_t dir = p.dir * ptrdiff_t{K.bytes}, step = p.int_step * ptrdiff_t{K.bytes};
+    const uint8_t *at = line + p.src_start * size_t{K.bytes};
+    uint8_t *out = dst + p.dst_start * size_t{K.bytes};
     // A line of one pixel has no neighbour; half is 0 then, and any pixel of the line will do.
     const ptrdiff_t neighbour = p.src_width >> p.halvings > 1 ? dir : 0;
     uint32_t fraction = 0;
     for (uint32_t i = 0; i < p.main_count; i++) {
-        Pixel<F> pixel = Pixel<F>::load(at);
-        if (fraction >= p.half) pixel = mean(pixel, Pixel<F>::load(at + neighbour));
-        pixel.store(out);
+        Pixel<K> pixel = Pixel<K>::load(at);
+        if (fraction >= p.half) pixel = mean(pixel, Pixel<K>::load(at + neighbour), p.rule);
+        pixel.store(out, p.rule);
         at += step;
         out += dir;
         fraction += p.frac_step;
@@ -36,52 +36,57 @@ template <Family F> void step_pixels(const uint8_t *line, uint8_t *dst, const im
         }
     }
     if (!p.edge_count) return;
-    const Pixel<F> edge = Pixel<F>::load(at);
-    for (uint32_t i = 0; i < p.edge_count; i++, out += dir) edge.store(out);
+    const Pixel<K> edge = Pixel<K>::load(at);
+    for (uint32_t i = 0; i < p.edge_count; i++, out += dir) edge.store(out, p.rule);
 }
 
 #if defined(__AVX2__)
-template <Family F> constexpr auto halve = fold_pairs<F, true>;
-template <Family F> constexpr auto thin = fold_pairs<F, false>;
+template <Kind K> constexpr auto halve = fold_pairs<K, true>;
+template <Kind K> constexpr auto thin = fold_pairs<K, false>;
 
-template <Family F> void step(const uint8_t *line, uint8_t *dst, const img_scl_parms &p) {
-    if (!Stepper<F>::serves(p)) return step_pixels<F>(line, dst, p);
-    Stepper<F> stepper{line, dst, p};
+template <Kind K> void step(const uint8_t *line, uint8_t *dst, const img_scl_parms &p) {
+    if (!Stepper<K>::serves(p)) return step_pixels<K>(line, dst, p);
+    Stepper<K> stepper{line, dst, p};
     if (p.dir > 0)
         stepper.reduce();
     else
         stepper.enlarge();
 }
 #else
-template <Family F> constexpr auto halve = halve_pixels<F>;
-template <Family F> constexpr auto thin = thin_pixels<F>;
-template <Family F> constexpr auto step = step_pixels<F>;
+template <Kind K> constexpr auto halve = halve_pixels<K>;
+template <Kind K> constexpr auto thin = thin_pixels<K>;
+template <Kind K> constexpr auto step = step_pixels<K>;
 #endif
 
-template <Family F> void scale(const void *from, void *room, void *to, const img_scl_parms *parms) {
+template <Kind K> void scale(const void *from, void *room, void *to, const img_scl_parms *parms) {
     const img_scl_parms &p = *parms;
     auto *dst = static_cast<uint8_t *>(to);
     const auto *line = static_cast<const uint8_t *>(from);
     for (uint32_t pass = 0; pass < p.halvings; pass++) {
-        halve<F>(line, static_cast<uint8_t *>(room), (p.src_width >> 1) >> pass);
+        halve<K>(line, static_cast<uint8_t *>(room), (p.src_width >> 1) >> pass, p.rule);
         line = static_cast<uint8_t *>(room);
     }
     const bool whole = p.frac_step == 0 && p.half > 0;
     if (whole && p.int_step == p.dir) // As long as before: a mean of equal pixels is the pixel.
-        average<F>(line, line, dst, p.dst_width);
+        average<K>(line, line, dst, size_t{p.dst_width} * K.elements * K.bytes, p.rule);
     else if (whole && p.int_step == 2 * p.dir)
-        thin<F>(line, dst, p.dst_width);
+        thin<K>(line, dst, p.dst_width, p.rule);
     else
-        step<F>(line, dst, p);
+        step<K>(line, dst, p);
+}
+
+template <Family F> void average_pixels(const void *a, const void *b, void *dst, uint32_t count) {
+    static constexpr MeanRule rule = F.rule; // A reference to the argument would export it with clang.
+    average<F.kind>(a, b, dst, size_t{count} * F.kind.elements * F.kind.bytes, rule);
 }
 
 } // namespace
 
 const ScaleKernels scale_kernels = {
-#define EACH(name) average<family::name>,
+#define EACH(name) average_pixels<family::name>,
     {FOR_EACH_FAMILY(EACH)},
 #undef EACH
-#define EACH(name) scale<family::name>,
+#define EACH(name) scale<family::name.kind>,
     {FOR_EACH_FAMILY(EACH)},
 #undef EACH
 };

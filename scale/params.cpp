@@ -18,9 +18,8 @@ const ScaleKernels &active_kernels() {
     return *of[int(cpu::variant())];
 }
 
-// Words of a pixel.
-constexpr uint32_t elements_of[] = {
-#define EACH(name) family::name.elements,
+constexpr Family families[] = {
+#define EACH(name) family::name,
     FOR_EACH_FAMILY(EACH)
 #undef EACH
 };
@@ -43,7 +42,8 @@ int img_scl_calc_parms(img_format format, uint32_t src_width, uint32_t dst_width
     parms->dir = 1;
     const FamilyIndex index = family_of(format);
     if (index == family_count) return -1;
-    const uint32_t elements = elements_of[index];
+    const uint32_t elements = families[index].kind.elements;
+    parms->rule = families[index].rule;
     uint32_t src = src_width;
     parms->dir = static_cast<int32_t>(elements);
     parms->scaler = active_kernels().scale[index];

@@ -5,7 +5,7 @@
 // mean of it and its neighbour in the second half of each step.
 #pragma once
 
-#include "pictra/pictra.h"
+#include "scale/family.h"
 
 namespace img {
 
@@ -36,7 +36,8 @@ struct img_scl_parms {
     // How far the stepper is after 0 to 16 pixels: pixels, without int_step's direction, and parts of dst_width.
     uint32_t lane_whole[scale_lanes + 1], lane_parts[scale_lanes + 1];
     uint32_t lane_whole_back[scale_lanes], lane_parts_back[scale_lanes]; // after 15 to 0
-    uint32_t edge_src;                                                   // enlarging: the pixel that the edge repeats
+    MeanRule rule;
+    uint32_t edge_src; // enlarging: the pixel that the edge repeats
 };
 
 // Halvings after which a size is at most twice the other; it is halved on the way.

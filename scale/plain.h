@@ -10,21 +10,21 @@ namespace {
 
 // Words that are loaded together before any is stored: lines may be the same one, and the loops become vectors.
 constexpr size_t block_bytes = 128;
-template <Family F> constexpr size_t block_words = block_bytes / F.bytes;
+template <Kind K> constexpr size_t block_words = block_bytes / K.bytes;
 
-template <Family F> void average_block(const Word<F> *a, const Word<F> *b, Word<F> *out) {
-    for (size_t i = 0; i < block_words<F>; i++) out[i] = mean<F>(a[i], b[i]) | Word<F>(F.forced);
+template <Kind K> void average_block(const Word<K> *a, const Word<K> *b, Word<K> *out, const MeanRule &rule) {
+    for (size_t i = 0; i < block_words<K>; i++) out[i] = mean<K>(a[i], b[i], rule) | Word<K>(rule.forced);
 }
 
-template <Family F> void average(const void *a, const void *b, void *dst, uint32_t count) {
+template <Kind K>
+[[gnu::noinline]] void average(const void *a, const void *b, void *dst, size_t bytes, const MeanRule &rule) {
     const auto *x = static_cast<const uint8_t *>(a), *y = static_cast<const uint8_t *>(b);
     auto *out = static_cast<uint8_t *>(dst);
-    Word<F> first[block_words<F>], second[block_words<F>];
-    size_t bytes = size_t{count} * F.elements * F.bytes;
+    Word<K> first[block_words<K>], second[block_words<K>];
     for (; bytes >= block_bytes; bytes -= block_bytes, x += block_bytes, y += block_bytes, out += block_bytes) {
         memcpy(first, x, block_bytes);
         memcpy(second, y, block_bytes);
-        average_block<F>(first, second, first);
+        average_block<K>(first, second, first, rule);
         memcpy(out, first, block_bytes);
     }
     if (!bytes) return;
@@ -32,7 +32,7 @@ template <Family F> void average(const void *a, const void *b, void *dst, uint32
     memset(second, 0, block_bytes);
     memcpy(first, x, bytes);
     memcpy(second, y, bytes);
-    average_block<F>(first, second, first);
+    average_block<K>(first, second, first, rule);
     memcpy(out, first, bytes);
 }
 

@@ -12,11 +12,11 @@ namespace img::IMG_TARGET {
 namespace {
 
 // Lane i is parms.lane_whole[i] pixels further than lane 0, and another one further where the parts carry over.
-template <Family F> class Stepper {
+template <Kind K> class Stepper {
 public:
     Stepper(const uint8_t *line, uint8_t *dst, const img_scl_parms &p)
         : line_(line), dst_(dst), p_(p), length_(p.src_width >> p.halvings), width_(Words{} + p.dst_width),
-          half_(Words{} + p.half) {}
+          half_(Words{} + p.half), rule_(p.rule) {}
 
     // Steps of less than two pixels in lines that fill a window, and sums of parts that fit 31 bits.
     static bool serves(const img_scl_parms &p) {
@@ -51,11 +51,11 @@ public:
                 store_some<pixel>(dst_ + size_t{p_.edge_count} * pixel, v, lanes - left, left);
         }
         const uint8_t *edge = line_ + size_t{p_.edge_src} * pixel;
-        for (uint32_t i = p_.edge_count; i-- > 0;) Pixel<F>::load(edge).store(dst_ + size_t{i} * pixel);
+        for (uint32_t i = p_.edge_count; i-- > 0;) Pixel<K>::load(edge).store(dst_ + size_t{i} * pixel, p_.rule);
     }
 
 private:
-    static constexpr uint32_t pixel = F.elements * F.bytes, unit = index_unit<pixel>;
+    static constexpr uint32_t pixel = K.elements * K.bytes, unit = index_unit<pixel>;
 
     static Any load(const uint32_t *table) { return img::IMG_TARGET::load(reinterpret_cast<const uint8_t *>(table)); }
 
@@ -75,8 +75,8 @@ private:
         parts = choose(carry, parts - width_, parts);
         const auto further = [](Words v) { return direction > 0 ? v + unit : v - unit; };
         index = choose(carry, further(index), index);
-        const Any near = in.picked(index), both = mean<F>(near, in.picked(further(index)));
-        return with_forced<F>(Any(choose(at_least(parts, half_), Words(both), Words(near))));
+        const Any near = in.picked(index), both = mean<K>(near, in.picked(further(index)), rule_);
+        return with_forced<K>(Any(choose(at_least(parts, half_), Words(both), Words(near))), rule_);
     }
 
     const uint8_t *line_;
@@ -85,6 +85,7 @@ private:
     uint32_t length_;
     uint32_t fraction_ = 0;
     Words whole_{}, parts_{}, width_, half_;
+    Rule rule_;
 };
 
 } // namespace

@@ -41,27 +41,36 @@ Halves swapped(Halves v) {
     return Halves(in_lanes(Any(v), load(order.at)));
 }
 
-template <Family F> Any mean(Any a, Any b) {
-    if constexpr (F.bytes == 2) {
-        const Halves x = F.swapped ? swapped(Halves(a)) : Halves(a), y = F.swapped ? swapped(Halves(b)) : Halves(b);
-        const Halves result = (x & y) + (((x ^ y) & uint16_t(F.mask)) >> 1);
-        return Any(F.swapped ? swapped(result) : result);
+// A rule in vectors.
+struct Rule {
+    Words mask, forced;
+    explicit Rule(const MeanRule &rule) : mask(Words{} + rule.mask), forced(Words{} + rule.forced) {}
+};
+
+template <Kind K> Any mean(Any a, Any b, const Rule &rule) {
+    if constexpr (K.bytes == 2) {
+        const Halves x = K.swapped ? swapped(Halves(a)) : Halves(a), y = K.swapped ? swapped(Halves(b)) : Halves(b);
+        const Halves result = (x & y) + (((x ^ y) & Halves(rule.mask)) >> 1);
+        return Any(K.swapped ? swapped(result) : result);
     } else { // The instruction rounds up: one less where the sum is odd.
         return Any(Bytes(average_of_bytes(a, b)) - Bytes((Bytes(a) ^ Bytes(b)) & uint8_t{1}));
     }
 }
 
-template <Family F> Any with_forced(Any v) {
-    if constexpr (!F.forced) return v;
-    return Any(Words(v) | (F.bytes == 2 ? F.forced * 0x10001u : F.forced));
+template <Kind K> Any with_forced(Any v, const Rule &rule) {
+    if constexpr (K.bytes == 1) return v;
+    return Any(Words(v) | rule.forced);
 }
 
 // In place as well: what overlaps at the end is read before anything is written.
-template <Family F> void average(const void *a, const void *b, void *dst, uint32_t count) {
+template <Kind K>
+[[gnu::noinline]] void average(const void *a, const void *b, void *dst, size_t bytes, const MeanRule &means) {
     const auto *x = static_cast<const uint8_t *>(a), *y = static_cast<const uint8_t *>(b);
     auto *out = static_cast<uint8_t *>(dst);
-    const auto at = [](const uint8_t *p, const uint8_t *q) { return with_forced<F>(mean<F>(load(p), load(q))); };
-    const size_t bytes = size_t{count} * F.elements * F.bytes;
+    const Rule rule{means};
+    const auto at = [&](const uint8_t *p, const uint8_t *q) {
+        return with_forced<K>(mean<K>(load(p), load(q), rule), rule);
+    };
     if (bytes < vector_bytes) {
         uint8_t first[vector_bytes] = {}, second[vector_bytes] = {};
         memcpy(first, x, bytes);

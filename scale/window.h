@@ -111,16 +111,18 @@ template <size_t pixel> consteval Order pixels_of_pairs(size_t shift) {
 }
 
 // Two pixels become one: their mean, or the first of them.
-template <Family F, bool averaged> void fold_pairs(const uint8_t *src, uint8_t *dst, size_t count) {
-    constexpr size_t pixel = F.elements * F.bytes, used = 64 / pixel * pixel, second = 2 * used - 64;
+template <Kind K, bool averaged>
+void fold_pairs(const uint8_t *src, uint8_t *dst, size_t count, const MeanRule &means) {
+    const Rule rule{means};
+    constexpr size_t pixel = K.elements * K.bytes, used = 64 / pixel * pixel, second = 2 * used - 64;
     static constexpr Order firsts = pixels_of_pairs<pixel>(0), seconds = pixels_of_pairs<pixel>(1);
     const Any first = loaded(firsts), other = loaded(seconds);
     for (size_t left = count * pixel; left;) {
         const size_t bytes = left < used ? left : used;
         const Vectors in = load_two(src, second, 2 * left);
         Any v = _mm512_permutex2var_epi8(in.low, first, in.high);
-        if constexpr (averaged) v = mean<F>(v, _mm512_permutex2var_epi8(in.low, other, in.high));
-        v = with_forced<F>(v);
+        if constexpr (averaged) v = mean<K>(v, _mm512_permutex2var_epi8(in.low, other, in.high), rule);
+        v = with_forced<K>(v, rule);
         // Masks only where they are needed: what a masked store wrote is slow to be read again. The byte behind whole
         // pixels, if there is one, is the next vector's.
         if (left >= 64)
@@ -225,13 +227,15 @@ template <size_t pixel> consteval Order parted() {
     return order;
 }
 
-template <Family F, bool averaged> void fold_pairs(const uint8_t *src, uint8_t *dst, size_t count) {
-    constexpr size_t pixel = F.elements * F.bytes, together = vector_bytes / pixel;
+template <Kind K, bool averaged>
+void fold_pairs(const uint8_t *src, uint8_t *dst, size_t count, const MeanRule &means) {
+    const Rule rule{means};
+    constexpr size_t pixel = K.elements * K.bytes, together = vector_bytes / pixel;
     if constexpr (pixel == 3) {
         for (; count >= lanes; count -= lanes, src += 2 * lanes * pixel, dst += lanes * pixel) {
             const Window<pixel> in{src, 0, 2 * lanes};
             Any v = in.picked(Words{0, 2, 4, 6, 8, 10, 12, 14});
-            if constexpr (averaged) v = mean<F>(v, in.picked(Words{1, 3, 5, 7, 9, 11, 13, 15}));
+            if constexpr (averaged) v = mean<K>(v, in.picked(Words{1, 3, 5, 7, 9, 11, 13, 15}), rule);
             store_packed<pixel>(dst, packed<pixel>(v));
         }
     } else {
@@ -240,14 +244,14 @@ template <Family F, bool averaged> void fold_pairs(const uint8_t *src, uint8_t *
             const Any low = in_lanes(load(src), loaded(order)),
                       high = in_lanes(load(src + vector_bytes), loaded(order));
             Any v = _mm256_unpacklo_epi64(low, high);
-            if constexpr (averaged) v = mean<F>(v, _mm256_unpackhi_epi64(low, high));
-            store(dst, with_forced<F>(_mm256_permute4x64_epi64(v, 0b11'01'10'00)));
+            if constexpr (averaged) v = mean<K>(v, _mm256_unpackhi_epi64(low, high), rule);
+            store(dst, with_forced<K>(_mm256_permute4x64_epi64(v, 0b11'01'10'00), rule));
         }
     }
     if constexpr (averaged)
-        halve_pixels<F>(src, dst, count);
+        halve_pixels<K>(src, dst, count, means);
     else
-        thin_pixels<F>(src, dst, count);
+        thin_pixels<K>(src, dst, count, means);
 }
 
 #endif
