@@ -53,12 +53,29 @@ uint64_t line_bytes(const img_record &src, const img_record &dst, uint32_t width
     return has(src, IMG_F_DIRECT) ? dst_bytes : larger(src_bytes, dst_bytes);
 }
 
+// Whether the rows of a buffer follow each other without gaps.
+bool rows_touch(const img_record &record, uint32_t width) {
+    return has(record, IMG_F_DIRECT) && bits_per_pixel(record.format) >= 8 &&
+           run_bytes(record.format, width) == record.stride;
+}
+
+// Whether all rows are one run in either buffer, and the buffers are apart. Long runs are written past the caches.
+bool one_run(const img_record &src, const img_record &dst, uint32_t width, uint32_t height) {
+    if (!rows_touch(src, width) || !rows_touch(dst, width) || uint64_t{width} * height > UINT32_MAX) return false;
+    const auto from = reinterpret_cast<uintptr_t>(src.data), to = reinterpret_cast<uintptr_t>(dst.data);
+    return from + uint64_t{src.stride} * height <= to || to + uint64_t{dst.stride} * height <= from;
+}
+
 img_status move_rows(const img_record &src_record, const img_record &dst_record, const img_dtransform_state &state,
                      bool upside_down, bool in_order) {
     const uint32_t width = smaller(src_record.width, dst_record.width);
     const uint32_t height = smaller(src_record.height, dst_record.height);
     if (!width || !height) return IMG_ST_OK;
     if (!has(src_record, storage_flags) || !has(dst_record, storage_flags)) return IMG_ST_BADARG;
+    if (!upside_down && one_run(src_record, dst_record, width, height)) {
+        img_dtransform_apply(&state, src_record.data, dst_record.data, width * height);
+        return IMG_ST_OK;
+    }
     const uint64_t bytes = line_bytes(src_record, dst_record, width);
     const Owned<uint8_t> line{bytes ? allocate<uint8_t>(bytes) : Owned<uint8_t>{}};
     if (bytes && !line) return IMG_ST_NOMEM;
