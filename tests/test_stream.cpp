@@ -1,50 +1,27 @@
 // SPDX-License-Identifier: MIT
 #include "tests/fake_backend.h"
 #include "tests/memory.h"
+#include "tests/transcript.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <random>
-#include <tuple>
 
 namespace {
 
-class Stream {
-public:
-    explicit Stream(FakeBackend &backend, uint32_t mode = IO_READ) : h(io_open(FakeBackend::make, mode, &backend)) {}
+const std::string text = "abcdefghijklmnopqrstuvwxyz";
+
+struct Stream {
+    explicit Stream(FakeBackend &fake, uint32_t mode = IO_READ)
+        : backend(fake), h(io_open(FakeBackend::make, mode, &fake)) {}
     ~Stream() { io_close(h); }
-    std::string read(uint32_t n) const {
-        std::string text(n, '?');
-        text.resize(h->read(h->self, text.data(), n));
-        return text;
-    }
-    uint32_t write(const std::string &text) const {
-        return h->write(h->self, text.data(), static_cast<uint32_t>(text.size()));
-    }
-    int unread(const std::string &text) const {
-        return h->unread(h->self, text.data(), static_cast<uint32_t>(text.size()));
-    }
-    int skip(uint32_t n) const { return h->skip(h->self, n); }
-    int unskip(uint32_t n) const { return h->unskip(h->self, n); }
-    int ctl(uint32_t code, void *arg) const { return h->ctl(h->self, code, arg); }
-    std::string get() const {
-        io_ctl_buf lent{nullptr, 77};
-        if (ctl(IO_CTL_GETBUF, &lent)) return "failed";
-        return {reinterpret_cast<char *>(lent.data), lent.length};
-    }
-    int resize(uint32_t size) const { return ctl(IO_CTL_SETBUF, &size); }
     io_stream &operator*() const { return *h->self; }
 
+    void goes(const std::string &transcript) const { EXPECT_EQ(play(h, transcript, &backend.log), transcript); }
+
+    FakeBackend &backend;
     io_handle *h;
 };
-
-// position, count, transferred, limit
-using Counters = std::tuple<uint32_t, uint32_t, uint32_t, uint32_t>;
-Counters counters(const Stream &s) { return {(*s).position, (*s).count, (*s).transferred, (*s).limit}; }
-constexpr uint32_t none = UINT32_MAX;
-
-const std::string text = "abcdefghijklmnopqrstuvwxyz";
 
 TEST(StreamOpen, RefusesBadArguments) {
     FakeBackend b;
@@ -69,7 +46,6 @@ TEST(StreamOpen, OperationsOfTheOtherModeFail) {
         EXPECT_EQ(errno, EBADF);
         errno = 0;
     };
-    errno = 0;
     bad(io_stream_read(&*w, nullptr, 1), 0);
     bad(io_stream_skip(&*w, 1), -1);
     bad(io_stream_unread(&*w, "", 0), -1);
@@ -81,177 +57,101 @@ TEST(StreamOpen, OperationsOfTheOtherModeFail) {
 
 TEST(StreamRead, BuffersSmallRequestsAndPassesLargeOnes) {
     FakeBackend b{.data = text};
-    Stream s{b};
-    EXPECT_EQ(s.read(0), "");
-    EXPECT_EQ(s.read(3), "abc");
-    EXPECT_EQ(counters(s), Counters(3, 5, 8, none - 8));
-    EXPECT_EQ(s.read(7), "defghij") << "the buffer's rest and one refill";
-    EXPECT_EQ(counters(s), Counters(2, 6, 16, none - 16));
-    EXPECT_EQ(s.read(15), "klmnopqrstuvwxy") << "as large as the buffer: directly";
-    EXPECT_EQ(b.take_log(), "r8=8 r8=8 r9=9");
+    const Stream s{b};
+    s.goes("r0= r3=abc[r8=8] c=3,5,8,-9");
+    s.goes("r7=defghij[r8=8] c=2,6,16,-17"); // the buffer's rest and one refill
+    s.goes("r15=klmnopqrstuvwxy[r9=9]");     // as large as the buffer: directly
     b.most = 1;
-    EXPECT_EQ(s.read(5), "z") << "a short read is not tried again";
-    EXPECT_EQ(s.read(5), "");
-    EXPECT_EQ(b.take_log(), "r8=1 r8=0");
+    s.goes("r5=z[r8=1] r5=[r8=0]"); // a short read is not tried again
 }
 
 TEST(StreamRead, StopsAtTheLimit) {
     FakeBackend b{.data = text};
-    Stream s{b};
-    EXPECT_EQ(s.ctl(IO_CTL_SETLIMIT, reinterpret_cast<void *>(uintptr_t{0x100000005})), 0) << "32 bits of it";
-    EXPECT_EQ(s.ctl(IO_CTL_SETLIMIT, nullptr), -1);
+    const Stream s{b};
+    EXPECT_EQ(s.h->ctl(s.h->self, IO_CTL_SETLIMIT, reinterpret_cast<void *>(uintptr_t{0x100000005})), 0) << "32 bits";
+    s.goes("l0=-1");
     EXPECT_EQ(errno, EPERM);
-    EXPECT_EQ(s.read(3), "abc");
-    EXPECT_EQ(s.skip(3), -1);
-    EXPECT_EQ(counters(s), Counters(3, 2, 5, 0));
-    EXPECT_EQ(s.read(20), "de");
-    EXPECT_EQ(s.read(20), "");
-    EXPECT_EQ(s.read(2), "");
-    EXPECT_EQ(b.take_log(), "r5=5");
+    s.goes("r3=abc[r5=5] s3=-1 c=3,2,5,0 r20=de r20= r2=");
 }
 
 TEST(StreamUnread, RewindsTheBufferOrTheBackend) {
     FakeBackend b{.data = text, .unreads = true};
-    Stream s{b};
-    s.read(3);
-    EXPECT_EQ(s.unread("XX"), 0);
-    EXPECT_EQ(s.read(3), "bcd") << "the buffer's own bytes, not those handed back";
-    EXPECT_EQ(s.read(9), "efghijklm");
-    EXPECT_EQ(b.take_log(), "r8=8 r8=8");
-    EXPECT_EQ(s.unread("efghijklm"), 0);
-    EXPECT_EQ(b.take_log(), "u3=1 u9=1");
-    EXPECT_EQ(counters(s), Counters(0, 0, 4, none - 4));
-    EXPECT_EQ(s.unread("12345"), -1) << "more than was read";
-    EXPECT_EQ(s.read(4), "efgh");
+    const Stream s{b};
+    s.goes("r3=abc[r8=8] uXX=0 r3=bcd"); // the buffer's own bytes, not those handed back
+    s.goes("r9=efghijklm[r8=8] uefghijklm=0[u3=1,u9=1] c=0,0,4,-5");
+    s.goes("u12345=-1 r4=efgh[r8=8]"); // not more than was read
 }
 
 TEST(StreamUnread, PushesBackWhatTheBackendCannotTake) {
     FakeBackend b{.data = text};
-    Stream s{b};
-    EXPECT_EQ(s.read(10), "abcdefghij");
-    s.read(2);
-    EXPECT_EQ(s.unread("ghijkl"), 0);
+    const Stream s{b};
+    s.goes("r10=abcdefghij[r10=10] r2=kl[r8=8] ughijkl=0");
     EXPECT_EQ((*s).pushback_capacity, 6u);
-    EXPECT_EQ(counters(s), Counters(0, 8, 18, none - 18)) << "what was consumed comes again";
-    EXPECT_EQ(s.read(2), "gh");
-    EXPECT_EQ(s.read(9), "ijklklmno");
-    EXPECT_EQ(s.unread("0123456789"), 0);
-    EXPECT_EQ(s.unread("AB"), 0) << "behind those before";
-    EXPECT_EQ(s.skip(9), 0) << "the buffer's 8 are counted, one pushed back is dropped";
-    EXPECT_EQ(s.read(30).substr(0, 15), "123456789ABklmn");
-
+    s.goes("c=0,8,18,-19 r2=gh r9=ijklklmno"); // what was consumed comes again
+    s.goes("u0123456789=0 uAB=0");             // behind those before
+    s.goes("s9=0 r15=123456789ABklmn");        // the buffer's 8 are counted, one pushed back is dropped
     const memory::Watch watch(1);
-    EXPECT_EQ(s.unread("0123456789ABCDEF"), -1);
+    s.goes("u0123456789ABCDEF=-1");
 }
 
 TEST(StreamSkip, UsesTheBackendAndForgetsTheBuffer) {
     FakeBackend b{.data = text, .skips = true, .unreads = true, .unskips = true};
-    Stream s{b};
-    EXPECT_EQ(s.skip(3), 0);
-    EXPECT_EQ(counters(s), Counters(8, 0, 3, none - 3));
-    EXPECT_EQ(s.unread("bc"), 0) << "no buffer yet: back to the backend";
-    EXPECT_EQ(s.read(2), "bc");
-    EXPECT_EQ(s.unskip(1), 0);
-    EXPECT_EQ(s.read(1), "c");
-    EXPECT_EQ(b.take_log(), "s3=1 u2=1 r8=8");
-    EXPECT_EQ(s.skip(10), 0);
-    EXPECT_EQ(s.read(9), "nopqrstuv");
-    EXPECT_EQ(s.unskip(17), 0);
-    EXPECT_EQ(s.skip(30), -1);
-    EXPECT_EQ(s.unskip(30), -1);
-    EXPECT_EQ(b.take_log(), "s4=1 r9=9 b17=1 s30=0");
-    EXPECT_EQ(s.read(9), "fghijklmn");
+    const Stream s{b};
+    s.goes("s3=0[s3=1] c=8,0,3,-4 ubc=0[u2=1] r2=bc[r8=8] b1=0 r1=c"); // without a buffer, back to the backend
+    s.goes("s10=0[s4=1] r9=nopqrstuv[r9=9] b17=0[b17=1] s30=-1[s30=0] b30=-1 r9=fghijklmn[r9=9]");
 }
 
 TEST(StreamSkip, ReadsThroughABackendThatCannot) {
-    const auto after = [](uint32_t skip, uint32_t most, int expected) {
-        FakeBackend b{.data = text, .most = most};
-        Stream s{b};
-        EXPECT_EQ(s.skip(skip), expected) << skip;
-        const std::string log = b.take_log();
-        return log + " " + s.read(3);
-    };
-    EXPECT_EQ(after(8, 8, 0), "r8=8 abc") << "a whole chunk counts as skipped but stays in the buffer";
-    EXPECT_EQ(after(12, 8, 0), "r8=8 efg") << "what is left is taken from the chunk that was read";
-    EXPECT_EQ(after(3, 8, -1), "r8=8 r8=8 r8=8 r8=2 r8=0 yz") << "a chunk beyond the rest wraps and reads on";
-    EXPECT_EQ(after(40, 8, -1), "r8=8 r8=8 r8=8 r8=2 r8=0 yz");
+    for (const char *transcript : {
+             "s8=0[r8=8] r3=abc",                           // a whole chunk counts as skipped but stays in the buffer
+             "s12=0[r8=8] r3=efg",                          // what is left is taken from the chunk that was read
+             "s3=-1[r8=8,r8=8,r8=8,r8=2,r8=0] r3=yz[r8=0]", // a chunk beyond the rest wraps and reads on
+             "s40=-1[r8=8,r8=8,r8=8,r8=2,r8=0] r3=yz[r8=0]",
+         }) {
+        FakeBackend b{.data = text};
+        Stream{b}.goes(transcript);
+    }
     FakeBackend b{.data = text, .buffer_size = 0};
-    EXPECT_EQ(Stream{b}.skip(1), -1) << "unbuffered";
+    Stream{b}.goes("s1=-1"); // unbuffered
 }
 
 TEST(StreamCtl, BackendIsAskedFirstAndUnknownCodesFail) {
-    FakeBackend b{.data = text};
-    Stream s{b};
+    FakeBackend b;
+    const Stream s{b};
     (*s).backend_ctl = [](intptr_t, uint32_t code, void *) { return code == 9 ? 0 : -1; };
-    EXPECT_EQ(s.ctl(9, nullptr), 0);
-    EXPECT_EQ(s.ctl(4, nullptr), -1);
+    EXPECT_EQ(s.h->ctl(s.h->self, 9, nullptr), 0);
+    EXPECT_EQ(s.h->ctl(s.h->self, 4, nullptr), -1);
     EXPECT_EQ(errno, EINVAL);
 }
 
 TEST(StreamCtl, LendsTheBuffer) {
     FakeBackend b{.data = text};
-    Stream s{b};
-    EXPECT_EQ(s.get(), "failed") << "no buffer yet, and none is made";
-    EXPECT_EQ(b.take_log(), "r8=0");
-    s.read(3);
-    EXPECT_EQ(s.get(), "defgh");
-    EXPECT_EQ(s.get(), "ijklmnop");
-    EXPECT_EQ(counters(s), Counters(8, 0, 16, none - 16));
-    EXPECT_EQ(s.unread("nop"), 0);
-    for (const char *next : {"nop", "qrstuvwx", "yz", ""}) EXPECT_EQ(s.get(), next);
+    const Stream s{b};
+    s.goes("g=failed[r8=0]"); // no buffer yet, and none is made
+    s.goes("r3=abc[r8=8] g=defgh g=ijklmnop[r8=8] c=8,0,16,-17");
+    s.goes("unop=0 g=nop g=qrstuvwx[r8=8] g=yz[r8=2] g=[r8=0]");
 }
 
 TEST(StreamCtl, ResizesTheBuffer) {
-    FakeBackend b{.data = text};
-    Stream s{b};
-    uint32_t size = 8;
-    EXPECT_EQ(s.ctl(IO_CTL_SETBUF, &size), 0);
-    EXPECT_EQ(size, 8u);
-    s.read(3);
-    size = 20;
-    EXPECT_EQ(s.ctl(IO_CTL_SETBUF, &size), 0);
-    EXPECT_EQ(size, 8u) << "the old one";
-    EXPECT_EQ(s.resize(7), -1) << "five bytes are unread behind three";
-    EXPECT_EQ(s.read(6), "defghi");
-    EXPECT_EQ(s.read(2), "jk");
-    EXPECT_EQ(b.take_log(), "r8=8 r20=18");
-    EXPECT_EQ(s.resize(2), -1) << "flushed first, which reads, and finds less than was consumed";
+    FakeBackend b{.data = text}, longer{.data = text + text}, sink;
+    const Stream s{b}, l{longer}, w{sink, IO_WRITE};
+    s.goes("n8=0,8 r3=abc[r8=8] n20=0,8 n7=-1,20");   // five bytes are unread behind three
+    s.goes("r6=defghi[r20=18] r2=jk n2=-1,20[r3=0]"); // flushed first, which reads, and finds less than was consumed
     EXPECT_EQ(errno, EFBIG);
-
-    FakeBackend longer{.data = text + text};
-    Stream l{longer};
-    l.read(7);
-    EXPECT_EQ(l.resize(4), 0);
-    EXPECT_EQ(counters(l), Counters(0, 4, 15, none - 15)) << "read over what was consumed, and cut";
-
-    FakeBackend sink;
-    Stream w{sink, IO_WRITE};
-    w.write("abc");
-    EXPECT_EQ(w.resize(4), 0);
-    EXPECT_EQ(w.write("d"), 1u);
-    EXPECT_EQ(sink.take_log(), "") << "fits what is left";
-    EXPECT_EQ(w.resize(0), 0);
-    EXPECT_EQ(sink.data, "abcd");
-    EXPECT_EQ(w.write("e"), 1u);
-    EXPECT_EQ(sink.take_log(), "w4=4 w1=1");
+    l.goes("r7=abcdefg[r8=8] n4=0,8[r7=7] c=0,4,15,-16"); // read over what was consumed, and cut
+    w.goes("wabc=3 n4=0,8 wd=1 n0=0,4[w4=4] we=1[w1=1]");
 }
 
 TEST(StreamWrite, BuffersFlushesAndSeeks) {
     FakeBackend b;
     {
-        Stream s{b, IO_WRITE};
-        EXPECT_EQ(s.write("abc"), 3u);
-        EXPECT_EQ(s.write("defghij"), 7u);
-        EXPECT_EQ(counters(s), Counters(2, 6, 8, none - 8));
-        EXPECT_EQ(s.write("0123456789ABCDEF"), 16u);
-        EXPECT_EQ(b.take_log(), "w8=8 w8=8 w10=10");
-        s.write("x");
-        EXPECT_EQ(s.h->seek(s.h->self, -4, SEEK_END), 0x123456789);
+        const Stream s{b, IO_WRITE};
+        s.goes("wabc=3 wdefghij=7[w8=8] c=2,6,8,-9 w0123456789ABCDEF=16[w8=8,w10=10]");
+        s.goes("wx=1 k-4=4886718345[w1=1,k2=4294967292]");
         char data[] = "rb";
         EXPECT_EQ(s.h->read_back(s.h->self, data, 2), 2u) << "the write operation";
-        s.write("yz");
-        EXPECT_EQ(b.take_log(), "w1=1 k2=4294967292 w2=2");
-        EXPECT_EQ((*s).limit, none - 27) << "which the last two did not touch";
+        s.goes("wyz=2[w2=2]");
+        EXPECT_EQ((*s).limit, UINT32_MAX - 27) << "which the last two did not touch";
     }
     EXPECT_EQ(b.log, "w2=2 x0=0");
     EXPECT_EQ(b.data, "abcdefghij0123456789ABCDEFxrbyz");
@@ -259,28 +159,21 @@ TEST(StreamWrite, BuffersFlushesAndSeeks) {
 
 TEST(StreamWrite, ShortWritesAndLimits) {
     FakeBackend b{.most = 3};
-    Stream s{b, IO_WRITE};
-    s.ctl(IO_CTL_SETLIMIT, reinterpret_cast<void *>(uintptr_t{7}));
-    s.write("abcdefgh");
-    EXPECT_EQ(b.take_log(), "w7=3") << "as large as the buffer: directly, up to the limit";
-    EXPECT_EQ(s.write("ijklm"), 5u);
+    const Stream s{b, IO_WRITE};
+    s.goes("l7=0 wabcdefgh=3[w7=3] wijklm=5"); // as large as the buffer: directly, up to the limit
     errno = 0;
     EXPECT_EQ(io_ostream_flush(&*s), -1);
     EXPECT_EQ(errno, EFBIG);
-    EXPECT_EQ(counters(s), Counters(2, 6, 6, 1)) << "the rest waits";
-    EXPECT_EQ(s.write("0123456789"), 6u);
-    EXPECT_EQ(s.h->seek(s.h->self, 0, 0), -1);
-    EXPECT_EQ(b.take_log(), "w4=3 w1=1 w0=0");
+    s.goes("c=2,6,6,1[w4=3] w0123456789=6[w1=1] k0=-1[w0=0]"); // the rest waits
     EXPECT_EQ(b.data, "abcijkl");
 }
 
 TEST(StreamMemory, WithoutABufferEverythingGoesDirectly) {
     FakeBackend in{.data = text}, out;
-    Stream r{in}, w{out, IO_WRITE};
+    const Stream r{in}, w{out, IO_WRITE};
     const memory::Watch watch(1);
-    EXPECT_EQ(r.read(3), "abc");
-    EXPECT_EQ(w.write("abc"), 3u); // the second buffer is had
-    EXPECT_EQ(in.take_log(), "r3=3");
+    r.goes("r3=abc[r3=3]");
+    w.goes("wabc=3"); // the second buffer is had
 }
 
 // Whatever is called in whatever order, the counters stay inside the buffer; the sanitizers watch the rest.
@@ -294,14 +187,12 @@ TEST(StreamMemory, AnyOrderOfOperationsStaysInTheBuffer) {
                       .skips = pick(2) != 0,
                       .unreads = pick(2) != 0,
                       .unskips = pick(2) != 0};
-        Stream s{b, pick(4) ? IO_READ : IO_WRITE};
+        const Stream s{b, pick(4) ? IO_READ : IO_WRITE};
         const io_stream &r = *s;
         char bytes[64] = {};
         for (int i = 0; i < 30; i++) {
             const uint32_t n = pick(2) ? pick(10) : pick(60);
-            uint32_t size = n;
-            io_ctl_buf lent;
-            switch (pick(10)) {
+            switch (pick(8)) {
             case 0:
                 io_stream_read(&*s, bytes, n);
                 break;
@@ -320,18 +211,8 @@ TEST(StreamMemory, AnyOrderOfOperationsStaysInTheBuffer) {
             case 5:
                 io_ostream_flush(&*s);
                 break;
-            case 6:
-                s.ctl(IO_CTL_SETBUF, &size);
-                break;
-            case 7:
-                s.ctl(IO_CTL_SETLIMIT, reinterpret_cast<void *>(uintptr_t{n}));
-                break;
-            case 8:
-                s.ctl(IO_CTL_GETBUF, &lent);
-                break;
-            case 9:
-                io_stream_read(&*s, bytes, 1);
-                break;
+            default:
+                operate(s.h, "nlg"[pick(3)], std::to_string(n));
             }
             ASSERT_TRUE(r.buffer ? uint64_t{r.position} + r.count <= r.buffer_size : r.count == 0) << round;
         }
