@@ -10,14 +10,21 @@
 #include <string>
 #include <vector>
 
+inline img_record a_record(img_flags flags, img_format format = 0, uint32_t width = 0, uint32_t height = 0) {
+    img_record record{};
+    record.flags = flags;
+    record.format = format;
+    record.width = width;
+    record.height = height;
+    return record;
+}
+
 struct Image {
     Image(img_format format, uint32_t width, uint32_t height, bool access, uint8_t fill = 0) {
         stride = static_cast<uint32_t>(img::run_bytes(format, width)) + 3;
         pixels.resize(size_t{stride} * height, fill);
-        record.format = format;
-        record.width = width;
-        record.height = height;
-        record.flags = IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | (access ? IMG_F_ACCESS : IMG_F_DIRECT);
+        const img_flags storage = access ? IMG_F_ACCESS : IMG_F_DIRECT;
+        record = a_record(IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | storage, format, width, height);
         if (access) {
             record.access = pass;
             record.access_arg = this;

@@ -96,128 +96,92 @@ TEST(Geometry, EveryPixelComesFromItsPlace) {
 }
 
 TEST(Geometry, AccessFunctionsAreCalledInOrder) {
-    struct Case {
-        Op op;
-        const char *fetched, *handed;
-    };
-    for (const auto &[op, fetched, handed] :
-         {Case{hflip, "0,0:10 0,1:10 ", "0,1:10 0,0:10 "}, Case{vflip, "0,0:10 0,1:10 ", "0,1:10 0,0:10 "},
-          Case{crop, "0,0:10 0,1:10 ", "0,0:10 0,1:10 "}, Case{rot180, "0,0:10 0,1:10 ", "0,1:10 0,0:10 "}}) {
-        Image src{FMT_G8, 10, 2, true}, dst{FMT_RGB888, 10, 2, true};
-        dst.receives = true;
-        ASSERT_EQ(run(op, src.record, dst.record), IMG_ST_OK);
-        EXPECT_EQ(src.calls, fetched);
-        EXPECT_EQ(dst.calls, handed);
-    }
+    const char *down = "0,0:10 0,1:10 ", *up = "0,1:10 0,0:10 ";
     for (const auto &[op, handed] :
-         {std::pair{rot90, "2,0:8 2,1:8 0,0:2 0,1:2 "}, std::pair{rot270, "0,0:8 0,1:8 8,0:2 8,1:2 "}}) {
-        Image src{FMT_G8, 2, 10, false}, dst{FMT_RGB888, 10, 2, true};
+         {std::pair{hflip, up}, std::pair{vflip, up}, std::pair{crop, down}, std::pair{rot180, up},
+          std::pair{rot90, "2,0:8 2,1:8 0,0:2 0,1:2 "}, std::pair{rot270, "0,0:8 0,1:8 8,0:2 8,1:2 "}}) {
+        const bool turns = op == rot90 || op == rot270;
+        Image src{FMT_G8, turns ? 2u : 10u, turns ? 10u : 2u, !turns}, dst{FMT_RGB888, 10, 2, true};
         dst.receives = true;
         ASSERT_EQ(run(op, src.record, dst.record), IMG_ST_OK);
+        EXPECT_EQ(src.calls, turns ? "" : down);
         EXPECT_EQ(dst.calls, handed);
     }
 }
 
 TEST(Geometry, InPlace) {
-    const auto flipped = [](img_format format, uint32_t width, Bytes row) {
-        img_record image{};
-        image.data = row.data();
-        image.stride = static_cast<uint32_t>(row.size());
-        image.width = width;
-        image.height = 1;
-        image.format = format;
-        image.flags = IMG_F_DIRECT;
-        EXPECT_EQ(img_flip_horizontal(&image), IMG_ST_OK);
-        return row;
+    const auto image = [](img_format format, uint32_t width, uint32_t height, Bytes *pixels) {
+        img_record r = a_record(pixels ? IMG_F_DIRECT : 0, format, width, height);
+        if (!pixels) return r;
+        r.data = pixels->data();
+        r.stride = height ? static_cast<uint32_t>(pixels->size()) / height : 0;
+        return r;
     };
-    EXPECT_EQ(flipped(FMT_PAL1, 10, {0x80, 0x00}), (Bytes{0x00, 0x40}));
-    EXPECT_EQ(flipped(FMT_PAL1, 16, {0x81, 0x03}), (Bytes{0xc0, 0x81}));
-    EXPECT_EQ(flipped(FMT_PAL1, 3, {0x3f}), (Bytes{0x80}));
-    EXPECT_EQ(flipped(FMT_PAL1, 17, {0x00, 0x01, 0xff}), (Bytes{0xc0, 0x00, 0x00}));
-    EXPECT_EQ(flipped(FMT_G8, 3, {1, 2, 3, 9}), (Bytes{3, 2, 1, 9}));
-    EXPECT_EQ(flipped(FMT_RGB565HE, 2, {1, 2, 3, 4}), (Bytes{3, 4, 1, 2}));
-    EXPECT_EQ(flipped(FMT_RGB888, 3, {1, 2, 3, 4, 5, 6, 7, 8, 9}), (Bytes{7, 8, 9, 4, 5, 6, 1, 2, 3}));
-    EXPECT_EQ(flipped(FMT_XBGR8888OE, 2, {1, 2, 3, 4, 5, 6, 7, 8}), (Bytes{5, 6, 7, 8, 1, 2, 3, 4}));
-
-    Bytes rows{1, 2, 3, 4, 5, 6};
-    img_record image{};
-    image.data = rows.data();
-    image.stride = 2;
-    image.height = 3;
-    image.flags = IMG_F_DIRECT;
-    EXPECT_EQ(img_flip_vertical(&image), IMG_ST_OK);
-    EXPECT_EQ(rows, (Bytes{5, 6, 3, 4, 1, 2}));
-    const memory::Watch watch(1);
-    EXPECT_EQ(img_flip_vertical(&image), IMG_ST_NOMEM);
-
-    struct Case {
-        uint32_t width, height;
+    struct Row {
         img_format format;
-        img_flags flags;
+        uint32_t width;
+        Bytes row, flipped;
+    };
+    for (auto &[format, width, row, flipped] : {
+             Row{FMT_PAL1, 10, {0x80, 0x00}, {0x00, 0x40}},
+             Row{FMT_PAL1, 16, {0x81, 0x03}, {0xc0, 0x81}},
+             Row{FMT_PAL1, 3, {0x3f}, {0x80}},
+             Row{FMT_PAL1, 17, {0x00, 0x01, 0xff}, {0xc0, 0x00, 0x00}},
+             Row{FMT_G8, 3, {1, 2, 3, 9}, {3, 2, 1, 9}},
+             Row{FMT_RGB565HE, 2, {1, 2, 3, 4}, {3, 4, 1, 2}},
+             Row{FMT_RGB888, 3, {1, 2, 3, 4, 5, 6, 7, 8, 9}, {7, 8, 9, 4, 5, 6, 1, 2, 3}},
+             Row{FMT_XBGR8888OE, 2, {1, 2, 3, 4, 5, 6, 7, 8}, {5, 6, 7, 8, 1, 2, 3, 4}},
+         }) {
+        Bytes pixels = row;
+        img_record r = image(format, width, 1, &pixels);
+        EXPECT_EQ(img_flip_horizontal(&r), IMG_ST_OK);
+        EXPECT_EQ(pixels, flipped);
+    }
+    Bytes rows{1, 2, 3, 4, 5, 6};
+    img_record r = image(0, 0, 3, &rows);
+    EXPECT_EQ(img_flip_vertical(&r), IMG_ST_OK);
+    EXPECT_EQ(rows, (Bytes{5, 6, 3, 4, 1, 2}));
+
+    const memory::Watch watch(1);
+    EXPECT_EQ(img_flip_vertical(&r), IMG_ST_NOMEM);
+    struct Case {
+        img_status (*flip)(img_record *);
+        img_record record;
         img_status status;
     };
-    for (const auto &[width, height, format, flags, status] :
-         {Case{1, 1, 0, 0, IMG_ST_OK}, Case{2, 0, 0, 0, IMG_ST_BADFMT}, Case{2, 0, 0, IMG_F_DIRECT, IMG_ST_OK},
-          Case{2, 1, 0x100, IMG_F_DIRECT, IMG_ST_NOCODEC}, Case{2, 1, FMT_PAL4, IMG_F_DIRECT, IMG_ST_BADFMT}}) {
-        image.width = width;
-        image.height = height;
-        image.format = format;
-        image.flags = flags;
-        EXPECT_EQ(img_flip_horizontal(&image), status);
-    }
-    image.height = 0;
-    image.flags = IMG_F_DIRECT;
-    EXPECT_EQ(img_flip_vertical(&image), IMG_ST_OK);
-    image.flags = 0;
-    EXPECT_EQ(img_flip_vertical(&image), IMG_ST_BADFMT);
+    for (auto [flip, record, status] : {
+             Case{img_flip_horizontal, image(0, 1, 1, nullptr), IMG_ST_OK},
+             Case{img_flip_horizontal, image(0, 2, 0, nullptr), IMG_ST_BADFMT},
+             Case{img_flip_horizontal, image(0, 2, 0, &rows), IMG_ST_OK},
+             Case{img_flip_horizontal, image(0x100, 2, 1, &rows), IMG_ST_NOCODEC},
+             Case{img_flip_horizontal, image(FMT_PAL4, 2, 1, &rows), IMG_ST_BADFMT},
+             Case{img_flip_vertical, image(0, 2, 0, &rows), IMG_ST_OK},
+             Case{img_flip_vertical, image(0, 2, 0, nullptr), IMG_ST_BADFMT},
+         })
+        EXPECT_EQ(flip(&record), status);
 }
 
 TEST(Geometry, RefusalsAndWhatTheyLeave) {
     Image src{FMT_PAL8, 4, 3, false};
     src.give_palette(palette, 4);
     src.record.flags |= IMG_F_PAL_ALPHA;
-    img_record dst{};
-    img_record incomplete = src.record;
+    img_record dst{}, incomplete = src.record, nowhere = src.record;
     incomplete.flags &= ~img_flags{IMG_F_HEIGHT};
+    nowhere.flags &= ~img_flags{IMG_F_DIRECT};
     for (const Op op : {hflip, crop, rot90}) EXPECT_EQ(run(op, incomplete, dst), IMG_ST_BADARG);
     EXPECT_EQ(run(crop, src.record, dst), IMG_ST_BADARG) << "no size";
     EXPECT_EQ(dst.flags, 0u);
+    // The format is taken before the direction is looked at.
     EXPECT_EQ(img_flip(&src.record, &dst, 2), IMG_ST_BADFMT);
-    EXPECT_EQ(dst.flags, IMG_F_FORMAT) << "taken before the direction was looked at";
-    EXPECT_EQ(dst.ncolors, 4u);
+    EXPECT_EQ(std::pair(dst.flags, dst.ncolors), std::pair(img_flags{IMG_F_FORMAT}, 4u));
     dst = {};
     EXPECT_EQ(img_rotate_ortho(&src.record, &dst, 90), IMG_ST_BADFMT);
     EXPECT_EQ(dst.flags, IMG_F_FORMAT);
-
-    const auto cut = [&](uint32_t x, uint32_t y, uint32_t w, uint32_t h) {
-        img_record part{};
-        part.width = w;
-        part.height = h;
-        part.flags = IMG_F_WIDTH | IMG_F_HEIGHT;
-        const img_status status = img_crop(&src.record, &part, x, y);
-        EXPECT_EQ(bool(part.flags & IMG_F_PALETTE), status == IMG_ST_OK);
-        EXPECT_FALSE(part.flags & IMG_F_PAL_ALPHA) << "crop does not take it";
-        if (part.flags & IMG_F_DIRECT)
-            free(part.data);
-        else if (part.flags & IMG_F_PALETTE)
-            free(part.palette);
-        return status;
-    };
-    EXPECT_EQ(cut(2, 1, 2, 2), IMG_ST_OK);
-    EXPECT_EQ(cut(3, 1, 2, 2), IMG_ST_BADARG);
-    EXPECT_EQ(cut(4, 3, 0, 0), IMG_ST_OK);
-    EXPECT_EQ(cut(0xffffffff, 0, 2, 2), IMG_ST_BADARG);
-
     for (const img_format format : {FMT_PAL4, FMT_A8, FMT_XBGR8888HE, FMT_ABGR8888OE}) {
-        dst = {};
-        dst.format = format;
-        dst.flags = IMG_F_FORMAT;
+        dst = a_record(IMG_F_FORMAT, format);
         EXPECT_EQ(run(rot90, src.record, dst), IMG_ST_BADFMT);
-        EXPECT_EQ(dst.flags, IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT);
-        EXPECT_EQ(dst.width, 3u);
+        EXPECT_EQ(std::pair(dst.flags, dst.width), std::pair(img_flags{IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT}, 3u));
     }
-    img_record nowhere = src.record;
-    nowhere.flags &= ~img_flags{IMG_F_DIRECT};
     dst = {};
     EXPECT_EQ(run(vflip, nowhere, dst), IMG_ST_BADARG);
     EXPECT_FALSE(dst.flags & IMG_F_DIRECT);
@@ -226,6 +190,19 @@ TEST(Geometry, RefusalsAndWhatTheyLeave) {
     EXPECT_EQ(dst.width, 4u);
     EXPECT_TRUE(dst.flags & IMG_F_PAL_ALPHA);
     free(dst.data);
+
+    struct Cut {
+        uint32_t x, y, size;
+        img_status status;
+    };
+    for (const auto &[x, y, size, status] : {Cut{2, 1, 2, IMG_ST_OK}, Cut{3, 1, 2, IMG_ST_BADARG},
+                                             Cut{4, 3, 0, IMG_ST_OK}, Cut{0xffffffff, 0, 2, IMG_ST_BADARG}}) {
+        img_record part = a_record(IMG_F_WIDTH | IMG_F_HEIGHT, 0, size, size);
+        EXPECT_EQ(run(crop, src.record, part, x, y), status);
+        // Whether the palette is opaque is not taken.
+        EXPECT_EQ(part.flags & (IMG_F_PALETTE | IMG_F_PAL_ALPHA), status ? img_flags{0} : img_flags{IMG_F_PALETTE});
+        free(part.flags & IMG_F_DIRECT ? part.data : part.palette);
+    }
 }
 
 TEST(Geometry, FailingAllocations) {

@@ -29,15 +29,6 @@ protected:
         script.log.clear();
         return img_load_resize(&handle, nullptr, callouts, &dst);
     }
-    static img_record wanted(img_flags flags, uint32_t width, uint32_t height, img_format format = 0) {
-        img_record r{};
-        r.flags = flags;
-        r.width = width;
-        r.height = height;
-        r.format = format;
-        return r;
-    }
-
     img_lib_handle handle{};
 };
 
@@ -51,8 +42,8 @@ TEST_F(LoadResize, EqualsLoadThenResize) {
         const img_format formats[] = {FMT_G8, FMT_RGB888, FMT_RGB565OE, FMT_ARGB8888HE, FMT_PAL8};
         const img_format from = formats[pick(5)], to = formats[pick(4)];
         picture(from, 1 + pick(30), 1 + pick(30));
-        script.palette.assign(from == FMT_PAL8 ? 256 : 0, 0);
-        for (size_t i = 0; i < script.palette.size(); i++) script.palette[i] = static_cast<uint32_t>(i * 0x01030507);
+        script.palette.clear();
+        for (uint32_t i = 0; from == FMT_PAL8 && i < 256; i++) script.palette.push_back(i * 0x01030507);
         const uint32_t orders[] = {IMG_SETUP_TOPDOWN, IMG_SETUP_BOTTOMUP, 0};
         script.setup_flags = orders[pick(3)];
         script.run = pick(3) ? 0 : 1 + pick(9);
@@ -60,9 +51,7 @@ TEST_F(LoadResize, EqualsLoadThenResize) {
         const uint32_t width = pick(4) ? 1 + pick(30) : script.width, height = pick(4) ? 1 + pick(30) : script.height;
         const img_flags asked = (pick(2) ? IMG_F_FORMAT : 0) | both_sides;
 
-        img_record whole{}, expected = wanted(asked, width, height, to);
-        whole.format = to;
-        whole.flags = asked & IMG_F_FORMAT;
+        img_record whole = a_record(asked & IMG_F_FORMAT, to), expected = a_record(asked, to, width, height);
         const uint32_t order = script.setup_flags, run = script.run;
         script.setup_flags = 0;
         ASSERT_EQ(img_load(&handle, nullptr, nullptr, &whole), IMG_ST_OK);
@@ -84,7 +73,8 @@ TEST_F(LoadResize, EqualsLoadThenResize) {
 
         Image target{to, width, height, true};
         target.receives = true;
-        img_record dst = pick(2) && order && (asked & IMG_F_FORMAT) ? target.record : wanted(asked, width, height, to);
+        img_record dst =
+            pick(2) && order && (asked & IMG_F_FORMAT) ? target.record : a_record(asked, to, width, height);
         const bool to_function = dst.flags & IMG_F_ACCESS;
         ASSERT_EQ(load(dst), resized) << round;
         if (resized == IMG_ST_OK) {
@@ -105,12 +95,9 @@ TEST_F(LoadResize, EqualsLoadThenResize) {
 
 TEST_F(LoadResize, SizesFollowTheDecodedPicture) {
     picture(FMT_G8, 30, 20);
-    for (const auto &[flags, width, height] :
-         {std::tuple{img_flags{IMG_F_WIDTH}, 15u, 10u}, std::tuple{img_flags{IMG_F_HEIGHT}, 6u, 4u},
-          std::tuple{img_flags{0}, 30u, 20u}}) {
-        img_record dst = wanted(flags, width, height);
-        if (flags == IMG_F_WIDTH) dst.height = 99;
-        if (flags == IMG_F_HEIGHT) dst.width = 99;
+    for (auto [dst, width, height] :
+         {std::tuple{a_record(IMG_F_WIDTH, 0, 15, 99), 15u, 10u}, std::tuple{a_record(IMG_F_HEIGHT, 0, 99, 4), 6u, 4u},
+          std::tuple{a_record(0), 30u, 20u}}) {
         ASSERT_EQ(load(dst), IMG_ST_OK);
         EXPECT_EQ(std::pair(dst.width, dst.height), std::pair(width, height));
         free(dst.data);
@@ -121,7 +108,7 @@ TEST_F(LoadResize, SizesFollowTheDecodedPicture) {
         script.note("chooses for " + std::to_string(d->width) + "x" + std::to_string(d->height));
         return 0;
     };
-    img_record dst = wanted(both_sides, 7, 5);
+    img_record dst = a_record(both_sides, 0, 7, 5);
     script.setup_status = 31;
     EXPECT_EQ(load(dst, &callouts), 31u);
     EXPECT_EQ(script.image.width, 7u);
@@ -133,8 +120,7 @@ TEST_F(LoadResize, CalloutsGetTheCallersData) {
     script.palette.assign(256, 0xff000000);
     script.key = 1;
     const img_decode_callouts callouts = logging_decode_callouts();
-    img_record dst = wanted(both_sides, 2, 2, FMT_RGB888);
-    dst.flags |= IMG_F_FORMAT;
+    img_record dst = a_record(both_sides | IMG_F_FORMAT, FMT_RGB888, 2, 2);
     ASSERT_EQ(load(dst, &callouts), IMG_ST_OK);
     EXPECT_EQ(script.log, "validate begin frame setup(2) key(ff000000) value(1,2,3,4) =9 "
                           "scanline(2,2,0,ffffffffffffffff) done finish");
@@ -159,7 +145,7 @@ TEST_F(LoadResize, StopsAtAnyRow) {
         script.fail_after = kind == 0 ? at : UINT32_MAX;
         script.frame = kind == 0 ? 4 : 0;
         stop_at = kind == 1 ? at + 1 : UINT32_MAX;
-        img_record dst = wanted(both_sides, 7, height);
+        img_record dst = a_record(both_sides, 0, 7, height);
         const memory::Watch watch;
         if (kind == 2) { // the resize cannot be done
             dst.format = FMT_PAL8;
@@ -178,31 +164,25 @@ TEST_F(LoadResize, StopsAtAnyRow) {
 TEST_F(LoadResize, FailingAllocationsAndThreads) {
     picture(FMT_PAL8, 6, 40);
     script.palette.assign(256, 0xff112233);
-    img_record dst;
     for (const uint32_t order : {uint32_t{IMG_SETUP_TOPDOWN}, 0u}) {
         script.setup_flags = order;
-        const auto attempt = [&](const memory::Watch &watch) {
-            dst = wanted(both_sides | IMG_F_FORMAT, 3, 5, FMT_RGB888);
+        memory::for_each_failure([&](size_t n, const memory::Watch &watch) {
+            img_record dst = a_record(both_sides | IMG_F_FORMAT, FMT_RGB888, 3, 5);
             const img_status status = load(dst);
+            EXPECT_EQ(status, watch.failed() ? IMG_ST_NOMEM : IMG_ST_OK) << n;
             if (dst.flags & IMG_F_DIRECT) free(dst.data);
             EXPECT_EQ(watch.live(), 0u);
-            return status;
-        };
-        memory::for_each_failure([&](size_t n, const memory::Watch &watch) {
-            const img_status status = attempt(watch);
-            EXPECT_EQ(status, watch.failed() ? IMG_ST_NOMEM : IMG_ST_OK) << n;
         });
     }
     script.setup_flags = IMG_SETUP_TOPDOWN;
-    for (const size_t n : {size_t{1}, size_t{2}, size_t{3}}) { // condition, mutex, thread
+    for (const size_t n : {1u, 2u, 3u}) // condition, mutex, thread
         for (const bool reports : {true, false}) {
             script.reports_rows = reports;
             const memory::ThreadFailure failure(n);
-            dst = wanted(both_sides | IMG_F_FORMAT, 3, 5, FMT_RGB888);
+            img_record dst = a_record(both_sides | IMG_F_FORMAT, FMT_RGB888, 3, 5);
             EXPECT_EQ(load(dst), IMG_ST_NOMEM) << n;
             EXPECT_FALSE(dst.flags & IMG_F_DIRECT);
         }
-    }
 }
 
 } // namespace

@@ -227,54 +227,49 @@ TEST(Resize, LinesAreScaledWithinTheirMemory) {
 TEST(Resize, OntoItsOwnBuffer) {
     for (const auto &[sw, sh, dw, dh] :
          {std::tuple{7u, 5u, 13u, 11u}, std::tuple{13u, 11u, 7u, 5u}, std::tuple{9u, 4u, 9u, 7u}}) {
-        const uint32_t large = std::max(sw * sh, dw * dh) * 4;
-        Bytes apart(large), shared(large);
-        img_record src{}, dst{};
-        src.width = sw;
-        src.height = sh;
-        dst.width = dw;
-        dst.height = dh;
-        src.format = dst.format = FMT_ARGB8888HE;
-        src.flags = dst.flags = IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | IMG_F_DIRECT;
-        src.stride = sw * 4;
-        dst.stride = dw * 4;
-        for (uint32_t i = 0; i < sw * sh * 4; i++) shared[i] = static_cast<uint8_t>(i * 31);
-        Bytes original = shared;
-        src.data = original.data();
-        dst.data = apart.data();
-        ASSERT_EQ(img_resize_fs(&src, &dst), IMG_ST_OK);
-        src.data = dst.data = shared.data();
-        ASSERT_EQ(img_resize_fs(&src, &dst), IMG_ST_OK);
-        EXPECT_EQ(memcmp(apart.data(), shared.data(), dw * dh * 4), 0) << sw << " to " << dw;
+        Image src{FMT_ARGB8888HE, sw, sh, false}, dst{FMT_ARGB8888HE, dw, dh, false};
+        src.fill();
+        ASSERT_EQ(img_resize_fs(&src.record, &dst.record), IMG_ST_OK);
+        src.pixels.resize(std::max(src.pixels.size(), dst.pixels.size()));
+        src.record.data = src.pixels.data();
+        img_record onto = dst.record;
+        onto.data = src.record.data;
+        ASSERT_EQ(img_resize_fs(&src.record, &onto), IMG_ST_OK);
+        for (uint32_t y = 0; y < dh; y++)
+            EXPECT_EQ(memcmp(img::row_at(onto, y), img::row_at(dst.record, y), dw * 4), 0) << sw << " to " << dw;
     }
 }
 
 TEST(Resize, SizesAndStatuses) {
-    Image src{FMT_RGB888, 30, 20, false};
-    const auto result = [&](img_flags flags, uint32_t w, uint32_t h, img_format format = FMT_RGB888) {
-        img_record dst{};
-        dst.flags = flags;
-        dst.width = w;
-        dst.height = h;
-        dst.format = format;
-        const img_status status = img_resize_fs(&src.record, &dst);
-        if (dst.flags & IMG_F_DIRECT) free(dst.data);
-        return std::tuple{status, dst.width, dst.height};
+    struct Case {
+        img_flags flags;
+        uint32_t width, height;
+        img_format format;
+        std::tuple<img_status, uint32_t, uint32_t> result;
+        uint32_t source_height = 20;
+        img_flags source_storage = IMG_F_DIRECT;
     };
-    using R = std::tuple<img_status, uint32_t, uint32_t>;
-    EXPECT_EQ(result(0, 0, 0), R(IMG_ST_OK, 30, 20));
-    EXPECT_EQ(result(IMG_F_WIDTH, 10, 99), R(IMG_ST_OK, 10, 6));
-    EXPECT_EQ(result(IMG_F_HEIGHT, 99, 5), R(IMG_ST_OK, 7, 5));
-    EXPECT_EQ(result(IMG_F_WIDTH, 1, 0), R(IMG_ST_OK, 1, 1));
-    EXPECT_EQ(result(IMG_F_HEIGHT, 5, 0), R(IMG_ST_BADARG, 5, 0));
-    for (const img_format format : {FMT_PAL8, FMT_A8, FMT_XBGR8888HE, FMT_ABGR8888OE})
-        EXPECT_EQ(std::get<0>(result(IMG_F_FORMAT | IMG_F_WIDTH, 10, 0, format)), IMG_ST_BADFMT);
-    src.record.height = 0;
-    EXPECT_EQ(std::get<0>(result(0, 0, 0)), IMG_ST_BADARG);
-    src.record.height = 20;
-    src.record.flags &= ~img_flags{IMG_F_DIRECT};
-    EXPECT_EQ(std::get<0>(result(IMG_F_WIDTH, 10, 0)), IMG_ST_BADARG);
-
+    for (const auto &[flags, width, height, format, result, source_height, storage] : {
+             Case{0, 0, 0, 0, {IMG_ST_OK, 30, 20}},
+             Case{IMG_F_WIDTH, 10, 99, 0, {IMG_ST_OK, 10, 6}},
+             Case{IMG_F_HEIGHT, 99, 5, 0, {IMG_ST_OK, 7, 5}},
+             Case{IMG_F_WIDTH, 1, 0, 0, {IMG_ST_OK, 1, 1}},
+             Case{IMG_F_HEIGHT, 5, 0, 0, {IMG_ST_BADARG, 5, 0}},
+             Case{IMG_F_WIDTH | IMG_F_FORMAT, 10, 0, FMT_PAL8, {IMG_ST_BADFMT, 10, 0}},
+             Case{IMG_F_WIDTH | IMG_F_FORMAT, 10, 0, FMT_A8, {IMG_ST_BADFMT, 10, 0}},
+             Case{IMG_F_WIDTH | IMG_F_FORMAT, 10, 0, FMT_XBGR8888HE, {IMG_ST_BADFMT, 10, 0}},
+             Case{IMG_F_WIDTH | IMG_F_FORMAT, 10, 0, FMT_ABGR8888OE, {IMG_ST_BADFMT, 10, 0}},
+             Case{0, 0, 0, 0, {IMG_ST_BADARG, 0, 0}, 0},
+             Case{IMG_F_WIDTH, 10, 0, 0, {IMG_ST_BADARG, 10, 6}, 20, 0},
+         }) {
+        Image src{FMT_RGB888, 30, 20, false};
+        src.record.height = source_height;
+        src.record.flags = (src.record.flags & ~img_flags{IMG_F_DIRECT}) | storage;
+        img_record dst = a_record(flags, format, width, height);
+        const img_status status = img_resize_fs(&src.record, &dst);
+        EXPECT_EQ(std::tuple(status, dst.width, dst.height), result) << std::hex << format;
+        if (dst.flags & IMG_F_DIRECT) free(dst.data);
+    }
     img::img_scl_parms parms;
     EXPECT_EQ(img::img_scl_calc_parms(FMT_ABGR8888OE, 5, 5, &parms), -1);
     EXPECT_EQ(parms.dir, 1);
@@ -285,36 +280,24 @@ TEST(Resize, SizesAndStatuses) {
 }
 
 TEST(Resize, AbortEndsARunAndFailuresReleaseEverything) {
-    struct Aborting {
-        uint32_t rows = 0;
-        static int pass(void *arg, uint32_t, uint32_t, uint32_t, void *) {
-            if (++static_cast<Aborting *>(arg)->rows == 3) img_resize_set_abort(1);
-            return 0;
-        }
-    } counter;
+    static uint32_t rows;
+    rows = 0;
     Image src{FMT_RGB888, 20, 20, true};
-    src.record.access = Aborting::pass;
-    src.record.access_arg = &counter;
-    img_record dst{};
-    dst.width = 30;
-    dst.flags = IMG_F_WIDTH;
+    src.record.access = [](void *, uint32_t, uint32_t, uint32_t, void *) {
+        if (++rows == 3) img_resize_set_abort(1);
+        return 0;
+    };
+    img_record dst = a_record(IMG_F_WIDTH, 0, 30);
     {
         const memory::Watch watch;
         EXPECT_EQ(img_resize_fs(&src.record, &dst), IMG_ST_NOMEM);
         EXPECT_EQ(watch.live(), 0u);
     }
-    EXPECT_LE(counter.rows, 4u);
+    EXPECT_LE(rows, 4u);
     EXPECT_FALSE(dst.flags & IMG_F_DIRECT);
-    EXPECT_EQ(dst.data, nullptr);
-    counter.rows = 3;
-    EXPECT_EQ(img_resize_fs(&src.record, &dst), IMG_ST_OK) << "the next one starts without the request";
-    free(dst.data);
-    for (const uint32_t width : {30u, 3u}) {
+    for (const uint32_t width : {30u, 3u}) { // the next ones start without the request
         const size_t count = memory::for_each_failure([&](size_t, const memory::Watch &watch) {
-            dst = {};
-            dst.width = width;
-            dst.format = FMT_RGB565HE;
-            dst.flags = IMG_F_WIDTH | IMG_F_FORMAT;
+            dst = a_record(IMG_F_WIDTH | IMG_F_FORMAT, FMT_RGB565HE, width);
             const img_status status = img_resize_fs(&src.record, &dst);
             EXPECT_EQ(status, watch.failed() ? IMG_ST_NOMEM : IMG_ST_OK);
             if (!status) free(dst.data);
@@ -325,23 +308,24 @@ TEST(Resize, AbortEndsARunAndFailuresReleaseEverything) {
 }
 
 TEST(Average, LinesOfAnyAlignmentAndDestination) {
-    runs::for_each_variant([](const char *) {
-        Bytes a(700), b(700), out(700), want;
-        for (size_t i = 0; i < 700; i++) a[i] = static_cast<uint8_t>(i * 7), b[i] = static_cast<uint8_t>(i * 13 + 5);
-        for (const img_format f : scalable) {
-            const img_avg_func average = img_avg_getfunc(f);
+    Bytes a(700), b(700);
+    for (size_t i = 0; i < 700; i++) {
+        a[i] = static_cast<uint8_t>(i * 7);
+        b[i] = static_cast<uint8_t>(i * 13 + 5);
+    }
+    runs::for_each_variant([&](const char *) {
+        for (const img_format f : scalable)
             for (uint32_t n = 0; n <= 150; n += n < 40 ? 1 : 37)
                 for (uint32_t at = 0; at < 4; at++) {
-                    want = pack(f, mean(f, unpack(f, &a[at], n), unpack(f, &b[at], n)));
-                    std::fill(out.begin(), out.end(), uint8_t{0xee});
-                    average(&a[at], &b[at], &out[at], n);
-                    ASSERT_EQ(Bytes(&out[at], &out[at] + want.size()), want) << std::hex << f << " " << n;
-                    ASSERT_EQ(out[at + want.size()], 0xee);
-                    Bytes line = a;
-                    average(&line[at], &b[at], &line[at], n);
-                    ASSERT_EQ(Bytes(&line[at], &line[at] + want.size()), want);
+                    const Bytes mixed = pack(f, mean(f, unpack(f, &a[at], n), unpack(f, &b[at], n)));
+                    Bytes want = a, line = a;
+                    std::copy(mixed.begin(), mixed.end(), &want[at]);
+                    img_avg_getfunc(f)(&a[at], &b[at], &line[at], n);
+                    ASSERT_EQ(line, want) << std::hex << f << " " << n;
+                    line = a;
+                    img_avg_getfunc(f)(&line[at], &b[at], &line[at], n);
+                    ASSERT_EQ(line, want) << std::hex << f << " " << n << " in place";
                 }
-        }
     });
     for (const img_format f : {FMT_PAL8, FMT_A8, FMT_XBGR8888HE, FMT_XBGR8888OE, FMT_ABGR8888OE})
         EXPECT_EQ(img_avg_getfunc(f), nullptr);

@@ -53,12 +53,9 @@ TEST(Transform, AllPathsAndBothOrders) {
 }
 
 TEST(Transform, PalettesInTheDestinationsFormat) {
-    img_record src{}, dst{};
-    src.format = FMT_PAL8;
-    src.flags = IMG_F_FORMAT | IMG_F_PALETTE;
+    img_record src = a_record(IMG_F_FORMAT | IMG_F_PALETTE, FMT_PAL8), dst = a_record(IMG_F_FORMAT);
     src.palette = const_cast<uint32_t *>(palette);
     src.ncolors = 4;
-    dst.flags = IMG_F_FORMAT;
     const auto expand = [&](img_format to, Bytes indices) {
         dst.format = to;
         img_dtransform_state *state;
@@ -95,11 +92,7 @@ TEST(Transform, Refusals) {
           Case{FMT_PAL8, 0x20, IMG_F_FORMAT | IMG_F_PALETTE, IMG_F_FORMAT, IMG_ST_BADFMT},
           Case{FMT_PAL4, FMT_PAL4, IMG_F_FORMAT, IMG_F_FORMAT, IMG_ST_BADFMT},
           Case{FMT_G8, FMT_A8, IMG_F_FORMAT, IMG_F_FORMAT, IMG_ST_BADFMT}}) {
-        img_record src{}, dst{};
-        src.format = from;
-        src.flags = from_flags;
-        dst.format = to;
-        dst.flags = to_flags;
+        const img_record src = a_record(from_flags, from), dst = a_record(to_flags, to);
         auto *state = reinterpret_cast<img_dtransform_state *>(1);
         EXPECT_EQ(img_dtransform_create(&src, &dst, &state), status) << std::hex << from << " " << to;
         EXPECT_EQ(state, nullptr);
@@ -133,9 +126,7 @@ TEST(Transform, FillsAnEmptyRecordWithThePaletteToo) {
     free(dst.data);
 
     for (const uint32_t ncolors : {2u, 6u}) { // of its own: as far as it reaches
-        dst = {};
-        dst.format = FMT_PAL8;
-        dst.flags = IMG_F_FORMAT;
+        dst = a_record(IMG_F_FORMAT, FMT_PAL8);
         dst.ncolors = ncolors;
         ASSERT_EQ(img_dtransform(&src.record, &dst), IMG_ST_OK);
         EXPECT_EQ(dst.palette[1], palette[1]);
@@ -178,9 +169,7 @@ TEST(Transform, RecordsOfTheirOwnMayBeUsedAtOnce) {
     const auto convert = [] {
         for (const img_format format : {FMT_RGB565HE, FMT_ARGB8888OE, FMT_G8}) {
             Image src{FMT_RGB888, 100, 20, false, 0xff};
-            img_record dst{};
-            dst.format = format;
-            dst.flags = IMG_F_FORMAT;
+            img_record dst = a_record(IMG_F_FORMAT, format);
             ASSERT_EQ(img_dtransform(&src.record, &dst), IMG_ST_OK);
             EXPECT_EQ(*img::row_at(dst, 19), 0xff);
             free(dst.data);
