@@ -256,9 +256,9 @@ TEST(Resize, SizesAndStatuses) {
              Case{IMG_F_WIDTH, 1, 0, 0, {IMG_ST_OK, 1, 1}},
              Case{IMG_F_HEIGHT, 5, 0, 0, {IMG_ST_BADARG, 5, 0}},
              Case{IMG_F_WIDTH | IMG_F_FORMAT, 10, 0, FMT_PAL8, {IMG_ST_BADFMT, 10, 0}},
-             Case{IMG_F_WIDTH | IMG_F_FORMAT, 10, 0, FMT_A8, {IMG_ST_BADFMT, 10, 0}},
-             Case{IMG_F_WIDTH | IMG_F_FORMAT, 10, 0, FMT_XBGR8888HE, {IMG_ST_BADFMT, 10, 0}},
-             Case{IMG_F_WIDTH | IMG_F_FORMAT, 10, 0, FMT_ABGR8888OE, {IMG_ST_BADFMT, 10, 0}},
+             Case{IMG_F_WIDTH | IMG_F_FORMAT, 10, 0, FMT_A8, {IMG_ST_BADFMT, 10, 6}},
+             Case{IMG_F_WIDTH | IMG_F_FORMAT, 10, 0, FMT_XBGR8888HE, {IMG_ST_BADFMT, 10, 6}},
+             Case{IMG_F_WIDTH | IMG_F_FORMAT, 10, 0, FMT_ABGR8888OE, {IMG_ST_BADFMT, 10, 6}},
              Case{0, 0, 0, 0, {IMG_ST_BADARG, 0, 0}, 0},
              Case{IMG_F_WIDTH, 10, 0, 0, {IMG_ST_BADARG, 10, 6}, 20, 0},
          }) {
