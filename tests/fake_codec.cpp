@@ -20,17 +20,21 @@ img_status note(const char *event, img_status status) {
     return status;
 }
 
-// The order of rows that the script announced.
-uint32_t row_number(uint32_t i, uint32_t height) {
-    return script.setup_flags & IMG_SETUP_TOPDOWN || !(script.setup_flags & IMG_SETUP_BOTTOMUP) ? i : height - 1 - i;
-}
-
-// Calls visit for each run of the i-th row, with its place in the picture and in tight rows.
-template <typename Visit>
-void for_each_run(uint32_t i, uint32_t width, uint32_t height, img_format format, Visit visit) {
-    const uint32_t y = row_number(i, height), run = script.run ? script.run : width;
-    for (uint32_t x = 0; x < width; x += run)
-        visit(x, y, std::min(run, width - x), size_t{y} * tight_row(format, width) + tight_row(format, x));
+// Moves the i-th row, in runs and in the order that the script announced, between the image and tight rows.
+void move_row(const img_record &image, uint32_t i, img_format format, uint32_t width, uint32_t height, uint8_t *rows,
+              bool into_image) {
+    const bool upward = (script.setup_flags & (IMG_SETUP_TOPDOWN | IMG_SETUP_BOTTOMUP)) == IMG_SETUP_BOTTOMUP;
+    const uint32_t y = upward ? height - 1 - i : i, run = script.run ? script.run : width;
+    for (uint32_t x = 0; x < width; x += run) {
+        const uint32_t count = std::min(run, width - x);
+        uint8_t *line = rows + size_t{y} * tight_row(format, width) + tight_row(format, x);
+        if (!(image.flags & IMG_F_DIRECT)) {
+            image.access(image.access_arg, x, y, count, line);
+            continue;
+        }
+        uint8_t *at = static_cast<uint8_t *>(image.data) + size_t{y} * image.stride + tight_row(format, x);
+        memcpy(into_image ? at : line, into_image ? line : at, tight_row(format, count));
+    }
 }
 
 img_status decode_frame(io_handle *, const img_decode_callouts *callouts, img_record *image, void **) {
@@ -53,17 +57,9 @@ img_status decode_frame(io_handle *, const img_decode_callouts *callouts, img_re
             return s;
     if (script.key) callouts->set_transparency(callouts->data, image, *script.key);
     if (callouts->set_value) script.note("=" + std::to_string(callouts->set_value(callouts->data, image, 1, 2, 3, 4)));
-    const img_format format = image->format;
     for (uint32_t i = 0; i < script.height; i++) {
         if (i == script.fail_after) return script.frame;
-        for_each_run(i, script.width, script.height, format, [&](uint32_t x, uint32_t y, uint32_t n, size_t at) {
-            uint8_t *line = script.pixels.data() + at;
-            if (image->flags & IMG_F_DIRECT)
-                memcpy(static_cast<uint8_t *>(image->data) + size_t{y} * image->stride + tight_row(format, x), line,
-                       tight_row(format, n));
-            else
-                image->access(image->access_arg, x, y, n, line);
-        });
+        move_row(*image, i, image->format, script.width, script.height, script.pixels.data(), true);
         if (!script.reports_rows || !callouts->scanline) continue;
         if (const img_status s = callouts->scanline(callouts->data, image, i + 1, script.height, 0, 0)) return s;
     }
@@ -89,14 +85,7 @@ img_status encode_frame(io_handle *stream, const img_encode_callouts *callouts, 
     const img_format format = script.formats[script.chosen];
     script.written.assign(size_t{image->height} * tight_row(format, image->width), 0xee);
     for (uint32_t i = 0; i < image->height; i++)
-        for_each_run(i, image->width, image->height, format, [&](uint32_t x, uint32_t y, uint32_t n, size_t at) {
-            uint8_t *out = script.written.data() + at;
-            if (image->flags & IMG_F_DIRECT)
-                memcpy(out, static_cast<uint8_t *>(image->data) + size_t{y} * image->stride + tight_row(format, x),
-                       tight_row(format, n));
-            else
-                image->access(image->access_arg, x, y, n, out);
-        });
+        move_row(*image, i, format, image->width, image->height, script.written.data(), false);
     if (callouts->scanline) callouts->scanline(callouts->data, image, 5, 6, 7, 8);
     if (stream) stream->write(stream->self, script.written.data(), static_cast<uint32_t>(script.written.size()));
     return script.frame;

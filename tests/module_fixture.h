@@ -106,6 +106,8 @@ inline std::string file(const std::string &path) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
+inline std::string picture(const std::string &name) { return file(PICTRA_PICTURES "/" + name); }
+
 inline std::string big_endian(uint32_t value) {
     std::string bytes;
     for (const int shift : {24, 16, 8, 0}) bytes += static_cast<char>(value >> shift);

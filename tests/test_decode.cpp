@@ -19,9 +19,8 @@ protected:
         codec_release(codec);
     }
 
-    img_status decode(const img_decode_callouts *callouts = nullptr) {
-        void *state = nullptr;
-        return img_decode_frame(codec, nullptr, callouts, &record, &state);
+    img_status decode(const img_decode_callouts *table = nullptr) {
+        return img_decode_frame(codec, nullptr, table, &record, nullptr);
     }
     // Another record, and another log.
     void renew() {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "core/registry.h"
 #include "tests/fake_codec.h"
+#include "tests/image.h"
 #include "tests/memory.h"
 
 #include <gtest/gtest.h>
@@ -20,15 +21,13 @@ protected:
         pixels.resize(20);
         second.resize(20);
         pixels.insert(pixels.end(), second.begin(), second.end());
-        image = {};
+        image = a_record(IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | IMG_F_DIRECT, format, 3, 2);
         image.data = pixels.data();
         image.stride = 20;
-        image.width = 3;
-        image.height = 2;
-        image.format = format;
-        image.flags = IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | IMG_F_DIRECT;
     }
-    void use_palette() {
+    // Indices into a palette.
+    void use_indices() {
+        use(FMT_PAL8, {0, 1, 0}, {1, 0, 1});
         image.palette = palette;
         image.ncolors = 2;
         image.flags |= IMG_F_PALETTE;
@@ -44,17 +43,17 @@ protected:
         };
         image.access_arg = this;
     }
-    img_status encode(std::vector<img_format> formats, const img_encode_callouts *callouts = nullptr) {
+    img_status encode(std::vector<img_format> formats, const img_encode_callouts *table = nullptr) {
         script.formats = formats;
         script.log.clear();
-        void *state = nullptr;
-        return img_encode_frame(codec, nullptr, callouts, &image, &state);
+        return img_encode_frame(codec, nullptr, table, &image, nullptr);
     }
 
     img_lib_handle handle{};
     img_codec *codec = img_codec_register(&handle, fake_codec, "fake", nullptr);
     img_record image{};
     Bytes pixels;
+    const img_encode_callouts callouts = logging_encode_callouts();
     uint32_t palette[2] = {0xff102030, 0xff405060};
 };
 
@@ -73,8 +72,8 @@ TEST_F(Encode, TheImagesOwnFormatIsReadInPlace) {
 }
 
 TEST_F(Encode, ConvertsInEveryOrderFromEitherStorage) {
-    for (const bool access : {false, true}) {
-        for (const uint32_t flags : {uint32_t{IMG_SETUP_TOPDOWN}, uint32_t{IMG_SETUP_BOTTOMUP}, 0u, 6u}) {
+    for (const bool access : {false, true})
+        for (const uint32_t flags : {uint32_t{IMG_SETUP_TOPDOWN}, uint32_t{IMG_SETUP_BOTTOMUP}, 0u, 6u})
             for (const uint32_t run : {0u, 2u}) {
                 if (run && flags && !access) continue; // in order, rows are whole
                 use(FMT_G8, {1, 2, 3}, {4, 5, 6});
@@ -85,13 +84,10 @@ TEST_F(Encode, ConvertsInEveryOrderFromEitherStorage) {
                 EXPECT_EQ(script.written, (Bytes{1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4, 5, 5, 5, 6, 6, 6}))
                     << access << flags << run;
             }
-        }
-    }
 }
 
 TEST_F(Encode, ChoosesTheClosestFormat) {
-    use(FMT_PAL8, {0, 1, 0}, {1, 0, 1});
-    use_palette();
+    use_indices();
     ASSERT_EQ(encode({FMT_G8, FMT_RGB565HE, FMT_RGB888}), IMG_ST_OK);
     EXPECT_EQ(script.chosen, 1u) << "palette against colour counts more than the depth; the first of equals";
     EXPECT_EQ(encode({FMT_PAL1, FMT_PAL4}), IMG_ST_NOCONV);
@@ -99,7 +95,6 @@ TEST_F(Encode, ChoosesTheClosestFormat) {
     EXPECT_EQ(encode({}), IMG_ST_NOCONV);
     EXPECT_EQ(script.chosen, 0u);
 
-    img_encode_callouts callouts = logging_encode_callouts();
     script.choice = 1;
     image.flags &= ~img_flags{IMG_F_PALETTE};
     ASSERT_EQ(encode({FMT_RGB888, FMT_G8}, &callouts), IMG_ST_OK);
@@ -110,9 +105,7 @@ TEST_F(Encode, ChoosesTheClosestFormat) {
 }
 
 TEST_F(Encode, CalloutsComeInOrderWithTheCallersData) {
-    use(FMT_PAL8, {0, 1, 0}, {1, 0, 1});
-    use_palette();
-    const img_encode_callouts callouts = logging_encode_callouts();
+    use_indices();
     script.choice = 9;
     ASSERT_EQ(encode({FMT_RGB888}, &callouts), IMG_ST_OK);
     EXPECT_EQ(script.log, "frame choose(1) setup(2) palette(1520) key() palette=21 key=22 scanline(5,6,7,8) done");
@@ -125,8 +118,7 @@ TEST_F(Encode, CalloutsComeInOrderWithTheCallersData) {
 }
 
 TEST_F(Encode, PaletteAndColourKey) {
-    use(FMT_PAL8, {0, 1, 0}, {1, 0, 1});
-    use_palette();
+    use_indices();
     image.flags |= IMG_F_TRANSP;
     image.transparency8 = 1;
     ASSERT_EQ(encode({FMT_PAL8}), IMG_ST_OK);
@@ -164,18 +156,15 @@ TEST_F(Encode, MissingStorageAndFunctions) {
     EXPECT_EQ(encode({FMT_RGB888}), IMG_ST_OK) << "no pixel is needed";
 
     img_codec *bare = img_codec_register(&handle, bare_codec, nullptr, nullptr);
-    void *state = nullptr;
-    EXPECT_EQ(img_encode_begin(bare, nullptr, &state), IMG_ST_NOTSUP);
-    EXPECT_EQ(img_encode_frame(bare, nullptr, nullptr, &image, &state), IMG_ST_NOTSUP);
-    EXPECT_EQ(img_encode_finish(bare, nullptr, &state), IMG_ST_OK);
+    EXPECT_EQ(img_encode_begin(bare, nullptr, nullptr), IMG_ST_NOTSUP);
+    EXPECT_EQ(img_encode_frame(bare, nullptr, nullptr, &image, nullptr), IMG_ST_NOTSUP);
+    EXPECT_EQ(img_encode_finish(bare, nullptr, nullptr), IMG_ST_OK);
     codec_release(bare);
 }
 
 TEST_F(Encode, FailingAllocations) {
-    const img_encode_callouts callouts = logging_encode_callouts();
     script.choice = 9;
-    use(FMT_PAL8, {0, 1, 0}, {1, 0, 1});
-    use_palette();
+    use_indices();
     use_access();
     const size_t count = memory::for_each_failure([&](size_t, const memory::Watch &watch) {
         const img_status status = encode({FMT_RGB888}, &callouts);

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "core/registry.h"
 #include "tests/fake_codec.h"
+#include "tests/image.h"
 #include "tests/memory.h"
 #include "tests/temp.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace {
@@ -17,9 +17,7 @@ protected:
         script.formats = {FMT_G8};
         script.pixels = {1, 2, 3, 4};
         image.data = script.pixels.data();
-        image.stride = image.width = image.height = 2;
-        image.format = FMT_G8;
-        image.flags = IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | IMG_F_DIRECT;
+        image.stride = 2;
     }
     ~LoadWrite() override {
         while (handle.head) img_codec_deregister(&handle, handle.head);
@@ -38,7 +36,7 @@ protected:
     }
 
     img_lib_handle handle{};
-    img_record image{};
+    img_record image = a_record(IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | IMG_F_DIRECT, FMT_G8, 2, 2);
 };
 
 TEST_F(LoadWrite, CodecsOfTheExtensionAreAskedFirst) {
@@ -63,10 +61,7 @@ TEST_F(LoadWrite, FinishFollowsEveryFrameAndTheFirstFailureWins) {
         img_status begin, frame, finish, result;
         const char *log;
     };
-    const TempFile file{"x", ".fake"};
-    int fd = open(file.path(), O_RDONLY);
-    io_handle *stream = io_open(IO_FD, IO_READ, fd);
-    const TempFile target{"old", ".fake"};
+    const TempFile file{"x", ".fake"}, target{"old", ".fake"};
     for (const Case &c : {Case{0, 0, 0, 0, "begin frame finish"}, Case{21, 0, 0, 21, "begin"},
                           Case{0, 22, 23, 22, "begin frame finish"}, Case{0, 0, 23, 23, "begin frame finish"}}) {
         script.begin = c.begin;
@@ -76,7 +71,7 @@ TEST_F(LoadWrite, FinishFollowsEveryFrameAndTheFirstFailureWins) {
         EXPECT_EQ(script.log, std::string{"validate "} + c.log);
         script.log.clear();
         img_record record{};
-        EXPECT_EQ(img_load(&handle, stream, nullptr, &record), c.result);
+        EXPECT_EQ(img_load(&handle, nullptr, nullptr, &record), c.result);
         EXPECT_EQ(script.log, std::string{"validate "} + c.log);
         // A failed frame frees the picture; a failed finish comes after it was handed over.
         EXPECT_EQ(bool(record.flags & IMG_F_DIRECT), !c.begin && !c.frame);
@@ -86,8 +81,6 @@ TEST_F(LoadWrite, FinishFollowsEveryFrameAndTheFirstFailureWins) {
         EXPECT_EQ(target.exists(), c.result == 0) << "a failed write leaves no file";
         EXPECT_EQ(script.log.substr(0, 5), "begin");
     }
-    io_close(stream);
-    close(fd);
 }
 
 TEST_F(LoadWrite, WritesWithTheNewestCodecOfTheExtension) {

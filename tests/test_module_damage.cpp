@@ -41,8 +41,7 @@ class ModuleDamage : public Fixture {
 protected:
     // Small files of every kind that a truncation or a changed byte can hurt.
     std::vector<std::string> small_files() {
-        std::vector<std::string> files = {file(PICTRA_PICTURES "/palette-key.png"),
-                                          file(PICTRA_PICTURES "/rgb-key.png")};
+        std::vector<std::string> files = {picture("palette-key.png"), picture("rgb-key.png")};
         for (img_codec *codec : {png, pnm})
             for (const img_format format : {FMT_PAL1, FMT_G8, FMT_RGB888, FMT_ARGB8888HE})
                 files.push_back(written(codec, Image(format, 5, 3, format == FMT_PAL1 ? 2 : 0)));
@@ -54,7 +53,7 @@ protected:
 
 TEST_F(ModuleDamage, ShortReadsAndSmallBuffers) {
     for (const char *name : {"photo.png", "interlaced.png", "palette-alpha.png", "bilevel.pbm", "text.pgm"}) {
-        const std::string bytes = file(std::string(PICTRA_PICTURES "/") + name);
+        const std::string bytes = picture(name);
         Loaded whole;
         ASSERT_EQ(load(bytes, whole.record), IMG_ST_OK);
         for (const uint32_t most : {1u, 2u, 3u, 5u, 7u, 100u})
@@ -82,9 +81,8 @@ TEST_F(ModuleDamage, ShortReadsAndSmallBuffers) {
 
 TEST_F(ModuleDamage, ValidationLeavesTheStreamWhereItWas) {
     img_codec *codecs[] = {png, pnm, png};
-    const std::string picture = file(PICTRA_PICTURES "/dot.png");
-    for (const std::string &bytes :
-         {"0123456789ab" + picture, "0123456789ab" + std::string("P5"), std::string(300, 'x')})
+    const std::string dot = picture("dot.png");
+    for (const std::string &bytes : {"0123456789ab" + dot, "0123456789ab" + std::string("P5"), std::string(300, 'x')})
         for (const uint32_t most : {1u, 3u, 40u, 64u, 1000u})
             for (const uint32_t buffer : {0u, 8u, 100u, 2048u})
                 for (const bool unreads : {false, true})
@@ -115,8 +113,8 @@ TEST_F(ModuleDamage, CutFilesAreRefused) {
 TEST_F(ModuleDamage, ChangedBytesDoNoHarm) {
     std::minstd_rand random(7);
     std::vector<std::string> files = small_files();
-    files.push_back(file(PICTRA_PICTURES "/interlaced.png"));
-    files.push_back(file(PICTRA_PICTURES "/text.pgm"));
+    files.push_back(picture("interlaced.png"));
+    files.push_back(picture("text.pgm"));
     for (const std::string &bytes : files)
         for (int i = 0; i < 1000; i++) {
             std::string changed = bytes;
@@ -132,7 +130,7 @@ TEST_F(ModuleDamage, ChangedBytesDoNoHarm) {
 }
 
 TEST_F(ModuleDamage, WhatIsRefusedAndHow) {
-    const std::string dot = file(PICTRA_PICTURES "/dot.png"), indexed = file(PICTRA_PICTURES "/palette-key.png");
+    const std::string dot = picture("dot.png"), indexed = picture("palette-key.png");
     const auto sized = [&](uint32_t width, uint32_t height) {
         return with_chunk(dot, "IHDR", big_endian(width) + big_endian(height) + std::string("\x08\x02\0\0\0", 5));
     };
