@@ -163,22 +163,6 @@ TEST_F(Decode, FormatChoice) {
     EXPECT_EQ(script.chosen, 1u);
 }
 
-TEST_F(Decode, AlphaIsStrippedUnlessWantedOrOnBothSides) {
-    struct Case {
-        img_format codec, asked;
-        img_flags flags;
-        img_format result;
-    };
-    for (const auto &[from, asked, flags, result] : {Case{FMT_RGB888, FMT_ARGB8888HE, 0, FMT_XRGB8888HE},
-                                                     Case{FMT_RGB888, FMT_ARGB8888HE, IMG_F_WANT_ALPHA, FMT_ARGB8888HE},
-                                                     Case{FMT_ARGB8888HE, FMT_ABGR8888OE, 0, FMT_ABGR8888OE}}) {
-        picture(from);
-        ask(asked, flags);
-        ASSERT_EQ(decode(), IMG_ST_OK);
-        EXPECT_EQ(record.format, result);
-    }
-}
-
 TEST_F(Decode, SizeHints) {
     picture(FMT_G8);
     record.width = record.height = 9;
@@ -234,28 +218,72 @@ TEST_F(Decode, RunsWithinARow) {
     script.pixels = {8, 16, 24, 32, 40, 48};
     script.run = 2;
     script.setup_flags = 0;
-    const Bytes converted{0x21, 0x84, 0x42, 0x88, 0x63, 0x8c, 0x84, 0x90, 0xa5, 0x94, 0xc6, 0x98};
-    ask(FMT_XRGB1555HE);
-    ASSERT_EQ(decode(), IMG_ST_OK);
-    EXPECT_EQ(all_rows(), converted);
-    ask(FMT_XRGB1555HE);
-    collect();
-    ASSERT_EQ(decode(), IMG_ST_OK);
+    for (const bool access : {false, true}) {
+        ask(FMT_XRGB1555HE);
+        if (access) collect();
+        ASSERT_EQ(decode(), IMG_ST_OK);
+        EXPECT_EQ(access ? collected : all_rows(),
+                  (Bytes{0x21, 0x84, 0x42, 0x88, 0x63, 0x8c, 0x84, 0x90, 0xa5, 0x94, 0xc6, 0x98}));
+    }
     EXPECT_EQ(script.log, "frame row(0,0,2) row(2,0,1) row(0,1,2) row(2,1,1)");
-    EXPECT_EQ(collected, converted);
 }
 
-TEST_F(Decode, PalettesExpandOnce) {
-    picture(FMT_PAL8);
-    script.palette = {0xff102030, 0x80405060};
-    script.pixels = {0, 1, 0, 1, 255, 1};
-    ask(FMT_RGB888);
-    ASSERT_EQ(decode(), IMG_ST_OK);
-    EXPECT_TRUE(script.image.flags & IMG_F_PALETTE);
-    EXPECT_EQ(all_rows(), (Bytes{0x10, 0x20, 0x30, 0x40, 0x50, 0x60, 0x10, 0x20, 0x30, 0x40, 0x50, 0x60, 0, 0, 0, 0x40,
-                                 0x50, 0x60}))
-        << "no entry: black";
+TEST_F(Decode, AlphaPalettesAndColourKeys) {
+    const std::vector<uint32_t> colours{0xff102030, 0x80405060}, blues{0xff000010, 0xff000020};
+    const img_flags want = IMG_F_WANT_ALPHA;
+    struct Case {
+        img_format codec, asked;
+        img_flags flags;
+        Bytes pixels;
+        std::vector<uint32_t> palette;
+        std::optional<uint32_t> key;
+        img_format result;
+        Bytes bytes;
+    };
+    for (const Case &c : {
+             // Alpha goes unless it is wanted or on both sides.
+             Case{FMT_RGB888, FMT_ARGB8888HE, 0, {1, 2, 3}, {}, {}, FMT_XRGB8888HE, {3, 2, 1, 0xff}},
+             Case{FMT_RGB888, FMT_ARGB8888HE, want, {1, 2, 3}, {}, {}, FMT_ARGB8888HE, {3, 2, 1, 0xff}},
+             Case{FMT_ARGB8888HE, FMT_ABGR8888OE, 0, {3, 2, 1, 9}, {}, {}, FMT_ABGR8888OE, {9, 3, 2, 1}},
+             // An index without an entry is black.
+             Case{FMT_PAL8, FMT_RGB888, 0, {0, 1, 255}, colours, {}, FMT_RGB888, {16, 32, 48, 64, 80, 96, 0, 0, 0}},
+             Case{FMT_PAL1, FMT_PAL8, 0, {0xa0}, colours, {}, FMT_PAL8, {1, 0, 1, 0, 0, 0, 0, 0}},
+             Case{FMT_XRGB8888OE,
+                  FMT_ARGB8888HE,
+                  want,
+                  {0, 1, 2, 3, 0, 1, 2, 4},
+                  {},
+                  0xff010203,
+                  FMT_ARGB8888HE,
+                  {3, 2, 1, 0, 4, 2, 1, 255}},
+             Case{FMT_XRGB8888HE, FMT_ARGB8888OE, want, {3, 2, 1, 0}, {}, 0xff010203, FMT_ARGB8888OE, {0, 1, 2, 3}},
+             // At 16 bits the alpha stays.
+             Case{FMT_G8, FMT_ARGB1555HE, want, {8, 16}, {}, 0x8421, FMT_ARGB1555HE, {0, 0x80, 0x42, 0x88}},
+             Case{FMT_G8, FMT_ARGB1555OE, want, {8}, {}, 0x8421, FMT_ARGB1555OE, {0x80, 0}},
+             Case{FMT_PAL8, FMT_ARGB8888HE, want, {0, 1}, blues, 1, FMT_ARGB8888HE, {16, 0, 0, 255, 32, 0, 0, 0}},
+             Case{FMT_PAL8, FMT_ARGB1555HE, want, {0, 1}, blues, 1, FMT_ARGB1555HE, {2, 0x80, 4, 0}},
+         }) {
+        picture(c.codec);
+        script.pixels = c.pixels;
+        script.width = static_cast<uint32_t>(c.pixels.size()) * 8 / depth(c.codec);
+        script.height = 1;
+        script.palette = c.palette;
+        script.key = c.key;
+        ask(c.asked, c.flags);
+        ASSERT_EQ(decode(), IMG_ST_OK);
+        EXPECT_EQ(record.flags & IMG_F_TRANSP, img_flags{0});
+        EXPECT_EQ(std::pair(record.format, all_rows()), std::pair(c.result, c.bytes));
+    }
+    // A depth that has no routine for the key hands nothing over.
+    picture(FMT_ARGB8888HE);
     script.palette.clear();
+    script.key = 1;
+    ask(FMT_A8, want);
+    collect();
+    ASSERT_EQ(decode(), IMG_ST_OK);
+    EXPECT_TRUE(collected.empty());
+
+    picture(FMT_PAL8);
     ask(FMT_RGB888);
     EXPECT_EQ(decode(), IMG_ST_NOCONV) << "no colours";
     EXPECT_FALSE(record.flags & IMG_F_DIRECT);
@@ -264,14 +292,12 @@ TEST_F(Decode, PalettesExpandOnce) {
 TEST_F(Decode, PalettesAreKeptForPaletteFormats) {
     picture(FMT_PAL1);
     script.palette = {0xff102030, 0x80405060};
-    script.pixels = {0xa0, 0x40};
     script.flags = IMG_F_PAL_ALPHA;
     script.palette_status = 1; // not handled
     for (const img_decode_callouts *table :
          {static_cast<const img_decode_callouts *>(nullptr), &std::as_const(callouts)}) {
         ask(FMT_PAL8);
         ASSERT_EQ(decode(table), IMG_ST_OK);
-        EXPECT_EQ(all_rows(), (Bytes{1, 0, 1, 0, 1, 0}));
         EXPECT_EQ(std::vector(record.palette, record.palette + record.ncolors), script.palette);
         EXPECT_TRUE(record.flags & IMG_F_PAL_ALPHA);
     }
@@ -296,35 +322,6 @@ TEST_F(Decode, ColourKeyIsStoredInTheRecordsForm) {
         const uint32_t mask = depth(to) >= 24 ? UINT32_MAX : depth(to) == 16 ? 0xffff : 0xff;
         EXPECT_EQ(record.transparency & mask, stored) << std::hex << from << " " << to;
     }
-}
-
-TEST_F(Decode, ColourKeyBecomesAlpha) {
-    const auto pixels = [&](img_format from, img_format to, Bytes bytes, uint32_t key) {
-        picture(from);
-        script.pixels = bytes;
-        script.width = static_cast<uint32_t>(bytes.size()) * 8 / depth(from);
-        script.height = 1;
-        script.key = key;
-        ask(to, IMG_F_WANT_ALPHA);
-        EXPECT_EQ(decode(), IMG_ST_OK);
-        EXPECT_FALSE(record.flags & IMG_F_TRANSP);
-        return all_rows();
-    };
-    EXPECT_EQ(pixels(FMT_XRGB8888OE, FMT_ARGB8888HE, {0, 1, 2, 3, 0, 1, 2, 4}, 0xff010203),
-              (Bytes{3, 2, 1, 0, 4, 2, 1, 255}));
-    EXPECT_EQ(pixels(FMT_XRGB8888HE, FMT_ARGB8888OE, {3, 2, 1, 0}, 0xff010203), (Bytes{0, 1, 2, 3}));
-    EXPECT_EQ(pixels(FMT_G8, FMT_ARGB1555HE, {8, 16}, 0x8421), (Bytes{0, 0x80, 0x42, 0x88})) << "alpha stays";
-    EXPECT_EQ(pixels(FMT_G8, FMT_ARGB1555OE, {8}, 0x8421), (Bytes{0x80, 0}));
-    script.palette = {0xff000010, 0xff000020};
-    EXPECT_EQ(pixels(FMT_PAL8, FMT_ARGB8888HE, {0, 1}, 1), (Bytes{0x10, 0, 0, 0xff, 0x20, 0, 0, 0}));
-    EXPECT_EQ(pixels(FMT_PAL8, FMT_ARGB1555HE, {0, 1}, 1), (Bytes{2, 0x80, 4, 0}));
-
-    // A depth that has no such routine hands nothing over.
-    picture(FMT_ARGB8888HE);
-    ask(FMT_A8, IMG_F_WANT_ALPHA);
-    collect();
-    ASSERT_EQ(decode(), IMG_ST_OK);
-    EXPECT_TRUE(collected.empty());
 }
 
 TEST_F(Decode, FailuresReleaseWhatWasMade) {

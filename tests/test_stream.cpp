@@ -105,6 +105,7 @@ TEST(StreamSkip, ReadsThroughABackendThatCannot) {
     for (const char *transcript : {
              "s8=0[r8=8] r3=abc",                           // a whole chunk counts as skipped but stays in the buffer
              "s12=0[r8=8] r3=efg",                          // what is left is taken from the chunk that was read
+             "s16=0[r8=8] r3=ijk[r8=8]",                    // as much as is left stops it early
              "s3=-1[r8=8,r8=8,r8=8,r8=2,r8=0] r3=yz[r8=0]", // a chunk beyond the rest wraps and reads on
              "s40=-1[r8=8,r8=8,r8=8,r8=2,r8=0] r3=yz[r8=0]",
          }) {
