@@ -12,14 +12,16 @@
 
 namespace {
 
+using Strings = std::vector<std::string>;
+
 // "path|ext,ext|mime" for each codec of the registry, in its order.
-std::vector<std::string> codecs(const img_lib_handle &handle) {
+Strings codecs(const img_lib_handle &handle) {
     const auto join = [](const char *list) {
         std::string text;
         for (; list && *list; list += strlen(list) + 1) text += (text.empty() ? "" : ",") + std::string{list};
         return text;
     };
-    std::vector<std::string> all;
+    Strings all;
     for (const img_codec *codec = handle.head; codec; codec = codec->next)
         all.push_back(std::string{codec->path} + "|" + join(codec->extensions) + "|" + join(codec->mime_types));
     return all;
@@ -27,7 +29,7 @@ std::vector<std::string> codecs(const img_lib_handle &handle) {
 
 struct Result {
     img_status status;
-    std::vector<std::string> codecs;
+    Strings codecs;
     std::string log;
 };
 
@@ -43,46 +45,38 @@ Result attach(const char *path) {
     return result;
 }
 
-Result read(const std::string &text) { return attach(TempFile{text}.path()); }
-
-std::string statistics(int errors, int sections, int skipped, int status = -1) {
-    char text[200];
-    snprintf(text, sizeof text,
-             "pictra:img_cfg_read(143): cfg_errors = %d, n_lines = %d, n_skipped = %d, status = %d\n", errors, sections,
-             skipped, status);
-    return text;
+std::string statistics(int errors, int sections, int skipped) {
+    return "pictra:img_cfg_read(143): cfg_errors = " + std::to_string(errors) +
+           ", n_lines = " + std::to_string(sections) + ", n_skipped = " + std::to_string(skipped) + ", status = -1\n";
 }
-
-using Strings = std::vector<std::string>;
 
 TEST(Config, SectionsBecomeCodecsNewestFirst) {
-    const Result r = read("\n  [ /a.so ] trailing\n ext = png : x\nmime\t=image/png\nmime=image/a:image/b\n\n"
-                          "[/b.so\next=\n[]]\nmime=\n");
-    EXPECT_EQ(r.status, IMG_ST_OK);
-    EXPECT_EQ(r.codecs, (Strings{"]||", "/b.so||", "/a.so|png , x|image/a,image/b"}));
-    EXPECT_EQ(r.log, "");
-}
-
-TEST(Config, FieldsKeepTheirFirstCharacters) {
-    const Result r =
-        read("[" + std::string(300, 'p') + "]\next=" + std::string(200, 'e') + "\nmime=" + std::string(40, 'm') + "\n");
-    EXPECT_EQ(r.codecs, (Strings{std::string(255, 'p') + "|" + std::string(127, 'e') + "|" + std::string(31, 'm')}));
-}
-
-TEST(Config, ErrorsAreCountedAndNothingIsLost) {
-    Result r = read("[/a.so]\nEXT=png\n[/b.so]\n# no comments here\n# but = is a key\n");
-    EXPECT_EQ(r.status, IMG_ST_CONFIG);
-    EXPECT_EQ(r.codecs, (Strings{"/b.so||", "/a.so||"}));
-    EXPECT_EQ(r.log, statistics(2, 2, 1));
-
-    r = read("\n \t\n");
-    EXPECT_EQ(r.status, IMG_ST_CONFIG);
-    EXPECT_EQ(r.log, statistics(0, 0, 0));
-
-    // A line of 1023 characters and the rest of it are two lines.
-    r = read("[/a.so]\n" + std::string(1023, 'x') + "ext=png\n");
-    EXPECT_EQ(r.codecs, (Strings{"/a.so|png|"}));
-    EXPECT_EQ(r.log, statistics(0, 1, 1));
+    const auto many = [](size_t count, char c) { return std::string(count, c); };
+    struct Case {
+        std::string text;
+        Strings codecs;
+        std::string log;
+    };
+    for (const auto &[text, expected, log] : {
+             Case{"\n  [ /a.so ] trailing\n ext = png : x\nmime\t=image/png\nmime=image/a:image/b\n\n"
+                  "[/b.so\next=\n[]]\nmime=\n",
+                  {"]||", "/b.so||", "/a.so|png , x|image/a,image/b"},
+                  ""},
+             Case{"[" + many(300, 'p') + "]\next=" + many(200, 'e') + "\nmime=" + many(40, 'm') + "\n",
+                  {many(255, 'p') + "|" + many(127, 'e') + "|" + many(31, 'm')},
+                  ""},
+             Case{"[/a.so]\nEXT=png\n[/b.so]\n# no comments here\n# but = is a key\n",
+                  {"/b.so||", "/a.so||"},
+                  statistics(2, 2, 1)},
+             Case{"\n \t\n", {}, statistics(0, 0, 0)},
+             // A line of 1023 characters and the rest of it are two lines.
+             Case{"[/a.so]\n" + many(1023, 'x') + "ext=png\n", {"/a.so|png|"}, statistics(0, 1, 1)},
+         }) {
+        const Result r = attach(TempFile{text}.path());
+        EXPECT_EQ(r.status, log.empty() ? IMG_ST_OK : IMG_ST_CONFIG);
+        EXPECT_EQ(r.codecs, expected);
+        EXPECT_EQ(r.log, log);
+    }
 }
 
 TEST(Config, MissingFile) {
@@ -112,23 +106,21 @@ TEST(Config, AFileThatBeginsWithAKeyIsReadForEver) {
 
 TEST(Config, FailingAllocations) {
     const TempFile good{"[/a.so]\next=a\nmime=b\n[/b.so]\n"}, bad{"[/a.so]\nx=1\n"};
-    const auto attach_quietly = [](const char *path, size_t n, const memory::Watch &watch) {
-        setenv("PICTRA_CFGFILE", path, 1);
-        img_lib_handle *handle;
-        const img_status status = img_lib_attach(&handle);
-        EXPECT_EQ(handle == nullptr, n == 1);
-        img_lib_detach(handle);
-        EXPECT_EQ(watch.live(), 0u);
-        return status;
-    };
-    const size_t count = memory::for_each_failure([&](size_t n, const memory::Watch &watch) {
-        const img_status status = attach_quietly(good.path(), n, watch);
-        EXPECT_EQ(status, watch.failed() ? IMG_ST_NOMEM : IMG_ST_OK) << n;
-    });
-    EXPECT_EQ(count, 7u) << "handle; path, record and two lists; path and record";
-    memory::for_each_failure([&](size_t n, const memory::Watch &watch) {
-        EXPECT_EQ(attach_quietly(bad.path(), n, watch), n == 1 ? IMG_ST_NOMEM : IMG_ST_CONFIG) << n;
-    });
+    for (const TempFile *file : {&good, &bad}) {
+        setenv("PICTRA_CFGFILE", file->path(), 1);
+        const size_t count = memory::for_each_failure([&](size_t n, const memory::Watch &watch) {
+            img_lib_handle *handle;
+            const img_status status = img_lib_attach(&handle);
+            const img_status expected = file == &good ? (watch.failed() ? IMG_ST_NOMEM : IMG_ST_OK)
+                                        : n == 1      ? IMG_ST_NOMEM
+                                                      : IMG_ST_CONFIG;
+            EXPECT_EQ(status, expected) << n;
+            EXPECT_EQ(handle == nullptr, n == 1);
+            img_lib_detach(handle);
+            EXPECT_EQ(watch.live(), 0u);
+        });
+        EXPECT_EQ(count, file == &good ? 7u : 3u) << "handle; path, record and two lists; path and record";
+    }
 }
 
 TEST(Log, CutsLongMessagesAndKeepsErrno) {

@@ -18,16 +18,11 @@ const uint32_t palette[] = {0xff102030, 0x80405060, 0xff00ff00, 0x00000000};
 
 // Every combination of storage gives the same rows, in the order that is kept for it.
 TEST(Transform, AllPathsAndBothOrders) {
-    struct Case {
-        img_format from, to;
-        bool up, src_access, dst_access;
-    };
-    std::vector<Case> cases;
-    for (const auto &[from, to] : {std::pair{FMT_G8, FMT_RGB888}, std::pair{FMT_ARGB8888HE, FMT_G8},
-                                   std::pair{FMT_PAL4, FMT_RGB565HE}, std::pair{FMT_PAL1, FMT_PAL8}})
-        for (int bits = 0; bits < 8; bits++)
-            cases.push_back({from, to, (bits & 1) != 0, (bits & 2) != 0, (bits & 4) != 0});
-    for (const auto &[from, to, up, src_access, dst_access] : cases) {
+    const std::pair<img_format, img_format> formats[] = {
+        {FMT_G8, FMT_RGB888}, {FMT_ARGB8888HE, FMT_G8}, {FMT_PAL4, FMT_RGB565HE}, {FMT_PAL1, FMT_PAL8}};
+    for (int bits = 0; bits < 32; bits++) {
+        const auto [from, to] = formats[bits >> 3];
+        const bool up = bits & 1, src_access = bits & 2, dst_access = bits & 4;
         Image src{from, 5, 4, src_access}, dst{to, 4, 3, dst_access, 0xee};
         dst.receives = true;
         src.fill();
