@@ -188,33 +188,14 @@ TEST(StreamMemory, AnyOrderOfOperationsStaysInTheBuffer) {
                       .skips = pick(2) != 0,
                       .unreads = pick(2) != 0,
                       .unskips = pick(2) != 0};
-        const Stream s{b, pick(4) ? IO_READ : IO_WRITE};
+        const bool reads = pick(4);
+        const Stream s{b, reads ? IO_READ : IO_WRITE};
         const io_stream &r = *s;
-        char bytes[64] = {};
         for (int i = 0; i < 30; i++) {
             const uint32_t n = pick(2) ? pick(10) : pick(60);
-            switch (pick(8)) {
-            case 0:
-                io_stream_read(&*s, bytes, n);
-                break;
-            case 1:
-                io_stream_skip(&*s, n);
-                break;
-            case 2:
-                io_stream_unread(&*s, bytes, n);
-                break;
-            case 3:
-                io_stream_unskip(&*s, n);
-                break;
-            case 4:
-                io_ostream_write(&*s, bytes, n);
-                break;
-            case 5:
-                io_ostream_flush(&*s);
-                break;
-            default:
-                operate(s.h, "nlg"[pick(3)], std::to_string(n));
-            }
+            const char operation = (reads ? "rrsubnlg" : "wwwwknlg")[pick(8)];
+            const bool gives = operation == 'u' || operation == 'w';
+            operate(s.h, operation, gives ? std::string(n, 'y') : std::to_string(n));
             ASSERT_TRUE(r.buffer ? uint64_t{r.position} + r.count <= r.buffer_size : r.count == 0) << round;
         }
     }
