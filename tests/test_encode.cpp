@@ -162,6 +162,36 @@ TEST_F(Encode, MissingStorageAndFunctions) {
     codec_release(bare);
 }
 
+// A codec that asks for more than there is gets what there is.
+TEST_F(Encode, RowsOutsideTheImageAreNotFetched) {
+    img_codec *greedy = img_codec_register(
+        &handle,
+        [](img_codec_funcs *table, size_t) -> img_status {
+            table->encode_frame = [](io_handle *, const img_encode_callouts *callouts, img_record *image, void **) {
+                const img_format format = FMT_RGB888;
+                callouts->choose_format(callouts->data, image, &format, 1);
+                const img_status status = callouts->setup(callouts->data, image, script.setup_flags);
+                uint8_t out[300] = {};
+                for (uint32_t y = 0; y < 5; y++) image->access(image->access_arg, 1, y, 99, out);
+                image->access(image->access_arg, 3, 0, 1, out);
+                script.written.assign(out, out + 9);
+                return status;
+            };
+            return IMG_ST_OK;
+        },
+        nullptr, nullptr);
+    for (const uint32_t flags : {0u, uint32_t{IMG_SETUP_TOPDOWN}}) {
+        use(FMT_G8, {1, 2, 3}, {4, 5, 6});
+        pixels.resize(23); // ends with the last pixel
+        pixels.shrink_to_fit();
+        image.data = pixels.data();
+        script.setup_flags = flags;
+        EXPECT_EQ(img_encode_frame(greedy, nullptr, nullptr, &image, nullptr), IMG_ST_OK);
+        EXPECT_EQ(script.written, (Bytes{5, 5, 5, 6, 6, 6, 0, 0, 0}));
+    }
+    codec_release(greedy);
+}
+
 TEST_F(Encode, FailingAllocations) {
     script.choice = 9;
     use_indices();

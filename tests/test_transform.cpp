@@ -128,6 +128,12 @@ TEST(Transform, FillsAnEmptyRecordWithThePaletteToo) {
         EXPECT_EQ(dst.palette[ncolors - 1], ncolors == 2 ? palette[1] : 0u);
         free(dst.data);
     }
+    src.record.flags &= ~img_flags{IMG_F_PALETTE};
+    dst = a_record(IMG_F_FORMAT, FMT_PAL8);
+    dst.ncolors = 2;
+    ASSERT_EQ(img_dtransform(&src.record, &dst), IMG_ST_OK);
+    EXPECT_EQ(dst.palette[0] | dst.palette[1], 0u) << "nothing to copy";
+    free(dst.data);
 }
 
 TEST(Transform, NothingToMove) {
