@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <stdint.h>
+#include <string.h>
 
 namespace module {
 
@@ -35,6 +36,20 @@ size_t read_up_to(io_handle &stream, void *dst, size_t length) {
         total += got;
     }
     return total;
+}
+
+img_status read_all(io_handle &stream, size_t most, Bytes &bytes, size_t &length) {
+    length = 0;
+    for (size_t size = large_buffer;; size *= 2) {
+        size = std::min(size, most + 1); // one more tells that there is more
+        auto *larger = static_cast<uint8_t *>(realloc(bytes.get(), size));
+        if (!larger) return no_memory;
+        static_cast<void>(bytes.release());
+        bytes.reset(larger);
+        length += read_up_to(stream, larger + length, size - length);
+        if (length < size) return ok;
+        if (length > most) return over_limit;
+    }
 }
 
 bool write_all(io_handle &stream, const void *src, size_t length) {
@@ -95,11 +110,30 @@ uint8_t *Rows::row(uint32_t y) const {
     return line_ ? line_.get() : static_cast<uint8_t *>(record_->data) + size_t{y} * record_->stride;
 }
 
+namespace {
+
+bool in_range(const img_option &option) { return option.value >= option.lowest && option.value <= option.highest; }
+
+} // namespace
+
 void Decoding::begin(const img_decode_callouts &callouts, img_record &record) {
     callouts_ = &callouts;
     description_ = &record;
+    wanted_ = record.flags & IMG_F_SIZE_HINT ? Size{record.width, record.height} : Size{};
     // What the caller's record says of its own palette and key does not describe this picture.
     record.flags &= ~img_flags{IMG_F_TRANSP | IMG_F_PALETTE | IMG_F_PAL_ALPHA | IMG_F_CODEC_MARK};
+}
+
+img_status Decoding::report(uint32_t key, const void *value, size_t size) const {
+    if (!callouts_->set_value) return ok;
+    return callouts_->set_value(callouts_->data, description_, key, size, reinterpret_cast<uintptr_t>(value), 0);
+}
+
+img_status Decoding::warn(const char *text) const { return report(IMG_VALUE_WARNING, text, strlen(text)); }
+
+img_status Decoding::ask(img_option &option) const {
+    if (const img_status status = report(IMG_VALUE_OPTION, &option, sizeof option)) return status;
+    return in_range(option) ? ok : bad_record;
 }
 
 img_status Decoding::choose(uint32_t width, uint32_t height, uint32_t ncolors, const img_format *formats,
@@ -115,13 +149,19 @@ img_status Decoding::choose(uint32_t width, uint32_t height, uint32_t ncolors, c
     if (index >= count) return no_common_format;
     record.format = formats[index];
     record.flags |= IMG_F_FORMAT;
-    record.width = width; // a caller may have asked for another size, which these formats cannot decode at
-    record.height = height;
+    if ((record.flags & IMG_F_SIZE_HINT) && (record.width != width || record.height != height))
+        wanted_ = {record.width, record.height};
+    deliver_at(width, height);
     return ok;
 }
 
-img_status Decoding::setup() {
-    const img_status status = callouts_->setup(callouts_->data, description_, IMG_SETUP_TOPDOWN);
+void Decoding::deliver_at(uint32_t width, uint32_t height) {
+    description_->width = width;
+    description_->height = height;
+}
+
+img_status Decoding::setup(uint32_t order) {
+    const img_status status = callouts_->setup(callouts_->data, description_, order);
     return status ? status : attach(*description_);
 }
 
@@ -148,11 +188,21 @@ img_status Encoding::begin(const img_encode_callouts &callouts, img_record &imag
     return within_limits(image.width, image.height) ? ok : over_limit;
 }
 
-img_status Encoding::choose_and_set_up(const img_format *formats, uint32_t count) {
+img_status Encoding::ask(uint32_t key, void *value) const {
+    if (!has(IMG_F_ANSWERS) || !callouts_->scanline) return ok;
+    return callouts_->scanline(callouts_->data, image_, 0, 0, key, reinterpret_cast<uintptr_t>(value));
+}
+
+img_status Encoding::ask(img_option &option) const {
+    if (const img_status status = ask(IMG_VALUE_OPTION, &option)) return status;
+    return in_range(option) ? ok : bad_record;
+}
+
+img_status Encoding::choose_and_set_up(const img_format *formats, uint32_t count, uint32_t order) {
     const uint32_t index = callouts_->choose_format(callouts_->data, image_, formats, count);
     if (index >= count) return no_common_format;
     image_->format = formats[index];
-    const img_status status = callouts_->setup(callouts_->data, image_, IMG_SETUP_TOPDOWN);
+    const img_status status = callouts_->setup(callouts_->data, image_, order);
     return status ? status : attach(*image_);
 }
 

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "pictra/pictra.h"
+#include "pictra/values.h"
 
 #include <memory>
 #include <new>
@@ -73,6 +74,9 @@ struct Signature {
 };
 img_status peek(io_handle &stream, Signature &signature);
 
+// Reads what is left of the stream, at most so many bytes: over_limit if there are more.
+img_status read_all(io_handle &stream, size_t most, Bytes &bytes, size_t &length);
+
 // Asks for a buffer that suits whole images, never for a smaller one than there is. For a module's begin functions.
 img_status want_large_buffer(io_handle *stream, void **state);
 
@@ -98,18 +102,50 @@ protected:
     Bytes line_; // one row, if the record has an access function
 };
 
+// ---- Options ----
+
+constexpr img_option number_option(const char *name, const char *meaning, int32_t lowest, int32_t highest,
+                                   int32_t value) {
+    return {name, meaning, nullptr, IMG_OPTION_NUMBER, lowest, highest, value};
+}
+constexpr img_option switch_option(const char *name, const char *meaning, bool value = false) {
+    return {name, meaning, nullptr, IMG_OPTION_SWITCH, 0, 1, value};
+}
+// choices are names joined by ":", count of them.
+constexpr img_option choice_option(const char *name, const char *meaning, const char *choices, int32_t count,
+                                   int32_t value) {
+    return {name, meaning, choices, IMG_OPTION_CHOICE, 0, count - 1, value};
+}
+
 // ---- Decoding ----
+
+struct Size {
+    uint32_t width, height;
+};
 
 class Decoding : public Rows {
 public:
     // Takes over the codec's record, which began as a copy of the caller's.
     void begin(const img_decode_callouts &callouts, img_record &record);
 
+    // Asks the caller for an option's value. Before choose.
+    img_status ask(img_option &option) const;
+
+    // Report a value, best before choose. A status other than 0 is to be returned.
+    img_status report(uint32_t key, const void *value, size_t size) const;
+    img_status report(uint32_t key, uint32_t value) const { return report(key, &value, sizeof value); }
+    img_status warn(const char *text) const;
+
     // Describes the picture and has one of the formats chosen, which then is the record's.
     img_status choose(uint32_t width, uint32_t height, uint32_t ncolors, const img_format *formats, uint32_t count);
 
-    // Says that rows will come from the top down.
-    img_status setup();
+    // The size that the caller would like to have; 0 for a side that does not matter. Known after choose.
+    Size wanted() const { return wanted_; }
+    // Says that the picture will come in another size than the one that choose was told.
+    void deliver_at(uint32_t width, uint32_t height);
+
+    // order: IMG_SETUP_TOPDOWN or IMG_SETUP_BOTTOMUP if all rows come so, else 0.
+    img_status setup(uint32_t order = IMG_SETUP_TOPDOWN);
 
     img_status set_palette(const uint32_t *argb) const;
     void set_transparency(uint32_t key) const;
@@ -122,6 +158,7 @@ public:
 private:
     const img_decode_callouts *callouts_ = nullptr;
     img_record *description_ = nullptr;
+    Size wanted_{};
 };
 
 // ---- Encoding ----
@@ -133,8 +170,12 @@ public:
     // Takes over the codec's image. Fails if it lacks a size or a format, or exceeds the limits.
     img_status begin(const img_encode_callouts &callouts, img_record &image);
 
-    // Has one of the formats chosen and the image prepared to be read from the top down in it.
-    img_status choose_and_set_up(const img_format *formats, uint32_t count);
+    // Asks the caller for an option's value, or for another value of values.h, which holds the default. Before choose.
+    img_status ask(img_option &option) const;
+    img_status ask(uint32_t key, void *value) const;
+
+    // Has one of the formats chosen and the image prepared to be read from the top down in it, or as order says.
+    img_status choose_and_set_up(const img_format *formats, uint32_t count, uint32_t order = IMG_SETUP_TOPDOWN);
 
     img_status get_palette(uint32_t (&argb)[max_colors]) const; // as many entries as the image's ncolors, at least 1
     img_status get_transparency(uint8_t (&pixel)[4]) const;     // in the image's format

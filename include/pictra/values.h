@@ -1,0 +1,88 @@
+/* SPDX-License-Identifier: MIT */
+/*
+ * What codec modules and callers tell each other beside the pixels: metadata, progress, options. The library forwards it
+ * unread, so this is an agreement between the modules that come with pictra and their callers; modules of others may join.
+ *
+ * Reading. A module reports a value through set_value of img_decode_callouts as
+ *     set_value(data, record, key, size, (uintptr_t)pointer, 0)
+ * before choose_format if the file holds it before the pixels. What the pointer leads to is borrowed for the call. size is
+ * in bytes. Return 0 for keys that you do not know; another status stops the decode with it.
+ *
+ * Progress, reading and writing, through scanline:
+ *     scanline(data, record, rows done, rows in all, 0, 0)
+ * Another status than 0 stops the work with it.
+ *
+ * Writing. An image whose flags have IMG_F_ANSWERS promises that scanline of img_encode_callouts answers questions as well:
+ *     scanline(data, image, 0, 0, key, (uintptr_t)pointer)
+ * The third word tells them from progress, whose third word is 0. Pointers lead to an object of the type that the table
+ * says, holding a default; the caller replaces it or leaves it, and returns 0. All questions come before choose_format. What an
+ * answer points at stays valid until the frame is done.
+ *
+ * Options are questions in both directions: key IMG_VALUE_OPTION, pointer to an img_option, asked through set_value when
+ * reading (size is sizeof(img_option)) and through scanline when writing, before anything else of the frame. A module
+ * asks for each option that it knows, once a frame; whoever set one that was not asked for by the time of choose_format knows
+ * that the module has none of this name.
+ */
+#ifndef PICTRA_VALUES_H
+#define PICTRA_VALUES_H
+
+#include "image.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* In an image to write: scanline answers questions. The library leaves the bit alone. */
+enum { IMG_F_ANSWERS = 0x2000 };
+
+/*
+ * Keys. Bytes are reported as they are, with their number in size, and asked for as an img_bytes; all else has the named type
+ * both ways.
+ */
+enum {
+    IMG_VALUE_ORIENTATION = 1, /* uint32_t, 1 to 8 as in EXIF: how to turn the stored picture to see it upright */
+    IMG_VALUE_RESOLUTION = 2,  /* img_resolution */
+    IMG_VALUE_ICC = 3,         /* bytes: a colour profile (ISO 15076-1) */
+    IMG_VALUE_EXIF = 4,        /* bytes: an EXIF block, from its TIFF header on */
+    IMG_VALUE_XMP = 5,         /* bytes: an XMP packet (ISO 16684-1), UTF-8 */
+    IMG_VALUE_TEXT = 6,        /* bytes: keyword, a zero, text, both UTF-8; comes several times */
+    IMG_VALUE_FRAMES = 7,      /* uint32_t: pictures in the file; once a file, with the first frame */
+    IMG_VALUE_DELAY = 8,       /* uint32_t: milliseconds that this frame is shown */
+    IMG_VALUE_LOOPS = 9,       /* uint32_t: how often an animation runs, 0 for ever */
+    IMG_VALUE_DEPTH = 10,      /* uint32_t: bits of one sample, or index, in the file */
+    IMG_VALUE_WARNING = 11,    /* bytes: a text for people about what was read; reported only */
+    IMG_VALUE_OPTION = 12      /* img_option: a question, see above */
+};
+
+/* Pixels per metre; 0 where unknown. */
+typedef struct img_resolution {
+    double x, y;
+} img_resolution;
+
+/* The answer to a question for bytes; size 0 is none. */
+typedef struct img_bytes {
+    const void *data;
+    uint64_t size;
+} img_bytes;
+
+enum {
+    IMG_OPTION_NUMBER = 1, /* lowest to highest */
+    IMG_OPTION_SWITCH = 2, /* 0 or 1 */
+    IMG_OPTION_CHOICE = 3  /* the index of one of choices */
+};
+
+/* An option of a module. The module fills all, value with the default; who answers sets value. */
+typedef struct img_option {
+    const char *name;    /* lower case, such as "quality" */
+    const char *meaning; /* one phrase for people */
+    const char *choices; /* names joined by ":", or null */
+    uint32_t type;       /* IMG_OPTION_* */
+    int32_t lowest, highest;
+    int32_t value; /* out of range: the frame ends with IMG_ST_BADARG */
+} img_option;
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
