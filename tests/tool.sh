@@ -119,6 +119,71 @@ expect 1 'disk is full' "$pictra" convert photo.ppm /dev/full --to png
 expect 0 '' "$pictra" convert photo.ppm /dev/null --to png
 [ -c /dev/null ] || fail 'a device was replaced'
 
+# ---- operations: sizes and places by hand, in the order given; what goes round comes back
+look() { "$pictra" convert "$1" "$2" --format argb8888he || fail "looking at $1"; }
+for picture in "$pictures"/*.png; do
+    look "$picture" before.pam
+    expect 0 '' "$pictra" convert "$picture" round.png --rotate 90 --flip vertical --rotate 90 --flip vertical \
+        --rotate 180 --flip horizontal --rotate 180 --flip horizontal
+    look round.png after.pam
+    same before.pam after.pam
+    [ "$("$pictra" info "$picture" | sed 's/.*: //')" = "$("$pictra" info round.png | sed 's/.*: //')" ] ||
+        fail "$picture is no longer what it was: $("$pictra" info round.png)"
+done
+printf 'P5 3 2 255\nabcdef' >letters.pgm
+grey() { # grey RESULT ARGUMENT...: the pixels after its operations
+    local result=$1 got
+    shift
+    got=$("$pictra" "${@:1:1}" letters.pgm - --to pgm "${@:2}" | tail -n +2 | tr '\n' ' ') || fail "$*"
+    [ "$got" = "$result" ] || fail "'$got' from $*"
+}
+grey '2 3 255 daebfc' rotate --by 90
+grey '3 2 255 fedcba' rotate --by 180
+grey '2 3 255 cfbead' rotate --by 270
+grey '3 2 255 cbafed' flip --horizontal
+grey '3 2 255 defabc' flip --vertical
+grey '2 1 255 ef' crop --rect 2x1+1+1
+grey '1 2 255 eb' convert --crop 2x2+1+0 --rotate 180 --crop 1x2+1+0
+grey '2 1 255 bc' convert --crop 2x1+1+0
+expect 0 '120 x 80' bash -c "'$pictra' resize '$pictures/photo.png' r.png --size 120x && '$pictra' info r.png"
+expect 0 '120 x 80' bash -c "'$pictra' resize '$pictures/photo.png' r.png --size x80 && '$pictra' info r.png"
+expect 0 '7 x 500' bash -c "'$pictra' resize '$pictures/palette-key.png' r.png --size 7x500 && '$pictra' info r.png"
+expect 0 '13 x 7, pal1' bash -c "'$pictra' crop '$pictures/bilevel.pbm' r.pbm --rect 13x7+3+5 && '$pictra' info r.pbm"
+expect 1 'reaches out of the picture, which is 241 x 161' "$pictra" crop "$pictures/photo.png" x.png --rect 200x100+42+0
+for wrong in 'resize --size x' 'resize --size 0x4' 'resize --size 4x4x' 'crop --rect 1x1+1' 'rotate --by 45' 'flip' \
+    'flip --horizontal --vertical' 'convert --flip diagonal' 'thumbnail --size 0' 'convert -j 0' 'convert third.png'; do
+    # shellcheck disable=SC2086
+    expect 2 '' "$pictra" ${wrong%% *} "$pictures/photo.png" x.png ${wrong#"${wrong%% *}"}
+    [ -e x.png ] && fail "$wrong wrote a file"
+done
+
+# ---- thumbnails: within the square, never larger, transparent where the picture is
+thumb() { expect 0 "$1" bash -c "'$pictra' thumbnail --size 64 '$pictures/$2' t.png && '$pictra' info t.png"; }
+thumb '64 x 43, rgb888' photo.png
+thumb '64 x 64, argb8888he' palette-key.png
+thumb '31 x 29, argb8888he' rgb-key.png
+thumb '64 x 43, g8' grey.png
+thumb '1 x 1, rgb888' dot.png
+thumb '64 x 43, rgb888' bilevel.png
+
+# ---- several pictures
+mkdir many
+expect 0 '' "$pictra" convert "$pictures"/{photo,alpha,grey}.png -o 'many/{stem}-{ext}.pam' -j 3
+[ "$(ls many | tr '\n' ' ')" = 'alpha-png.pam grey-png.pam photo-png.pam ' ] || fail "many: $(ls many)"
+expect 1 '2 of 4 pictures failed' "$pictra" thumbnail --size 9 cut.png "$pictures/photo.png" missing.png \
+    "$pictures/grey.png" -o 'many/{stem}.png' -j 2
+[ "$(ls many/*.png | tr '\n' ' ')" = 'many/grey.png many/photo.png ' ] || fail "many: $(ls many)"
+expect 2 'would both become' "$pictra" convert a.png b.png -o 'many/x.png'
+expect 2 'unknown placeholder' "$pictra" convert a.png -o 'many/{name}.png'
+expect 2 'name one input and one output' "$pictra" convert a.png b.png c.png
+
+# ---- Ctrl-C stops a long resize and takes its temporary file along
+(cd many && exec setsid bash -c "trap - INT; exec '$pictra' resize ../photo.ppm stopped.png --size 10000x10000") &
+sleep 0.2
+kill -INT $! && wait $!
+[ $? = 130 ] || fail 'an interrupted resize does not say so'
+ls -A many | grep -E 'stopped|pictra-' && fail 'an interrupted resize leaves something behind'
+
 # ---- configuration and codecs
 expect 0 'opens       yes' "$pictra" codecs --check
 PICTRA_CFGFILE=none.conf expect 1 'none.conf: No such file' "$pictra" info photo.png

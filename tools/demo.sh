@@ -47,6 +47,15 @@ pictra convert - - --to png --format rgb565he <"$pictures/photo.png" | pictra co
 pictra convert few.ppm twice.ppm --format rgb565he
 equal few.ppm twice.ppm
 
+echo 'Turned, cut and made small:'
+show pictra convert "$pictures/photo.png" card.png --crop 200x150+20+5 --rotate 90 --resize 90x
+show pictra info card.png
+show pictra thumbnail --size 64 "$pictures"/{photo,alpha,palette-key}.png -o '{stem}-small.png' -j 2
+show pictra info photo-small.png alpha-small.png palette-key-small.png
+echo 'Four quarter turns:'
+show pictra convert "$pictures/photo.png" turned.ppm --rotate 90 --rotate 90 --rotate 90 --rotate 90
+equal photo.ppm turned.ppm
+
 echo 'What cannot be is said, and leaves no file:'
 if pictra convert "$pictures/alpha.png" alpha.ppm 2>message; then
     echo 'demo: alpha went into a PPM' >&2

@@ -1,33 +1,116 @@
 // SPDX-License-Identifier: MIT
 //
 // The command line of the program pictra.
+#include "tools/interrupt.h"
 #include "tools/text.h"
 #include "tools/verbs.h"
 
 #include <CLI/CLI.hpp>
 #include <iostream>
+#include <map>
 
 namespace {
 
+constexpr const char *footer =
+    "'-' is standard input or output. Exit codes: 0 done, 1 failed, 2 wrong usage, 130 interrupted.\n"
+    "PICTRA_CFGFILE names the file that lists the codec modules.";
+
+void add_files(CLI::App &verb, tool::Files &files, std::string &to) {
+    verb.add_option("FILE", files.names, "IN OUT, or with -o one input or several")->required();
+    verb.add_option("-o,--output", files.pattern, "The names to write, with {stem} and {ext} of the input in them");
+    verb.add_option("-j,--jobs", files.jobs, "How many pictures at once")->check(CLI::Range(1, 256));
+    verb.add_option("--to", to, "Extension whose codec writes, instead of that of the output");
+}
+
+// An operation as an option: how to read it. Options may come several times, and their order counts.
+struct OperationOption {
+    const char *name, *type, *help;
+    tool::Operation (*parse)(const std::string &);
+};
+constexpr OperationOption operation_options[] = {
+    {"--resize", "WxH", "Change the size; Wx or xH keeps the proportions", tool::parse_resize},
+    {"--crop", "WxH+X+Y", "Cut out a rectangle, given by its size and its top left pixel", tool::parse_crop},
+    {"--rotate", "90|180|270", "Turn clockwise", tool::parse_rotate},
+    {"--flip", "horizontal|vertical", "Mirror left to right, or top to bottom", tool::parse_flip},
+};
+
+void add_operations(CLI::App &verb) {
+    for (const OperationOption &option : operation_options)
+        verb.add_option(option.name, option.help)
+            ->type_name(option.type)
+            ->expected(1)
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+            ->group("Operations, done in the order given");
+}
+
+std::vector<tool::Operation> parsed_operations(const CLI::App &verb) {
+    std::vector<tool::Operation> operations;
+    std::map<const CLI::Option *, size_t> seen;
+    for (const CLI::Option *given : verb.parse_order())
+        for (const OperationOption &option : operation_options)
+            if (given->get_name() == option.name)
+                operations.push_back(option.parse(given->results().at(seen[given]++)));
+    return operations;
+}
+
+// A verb that is one operation, which one option of its own describes.
+struct Verb {
+    const char *name, *help;
+    OperationOption operation;
+};
+constexpr Verb verbs[] = {
+    {"resize",
+     "Changes the size of pictures",
+     {"--size", "WxH", "Width and height in pixels; Wx or xH keeps the proportions", tool::parse_resize}},
+    {"crop",
+     "Cuts a rectangle out of pictures",
+     {"--rect", "WxH+X+Y", "Size of the rectangle, and its top left pixel", tool::parse_crop}},
+    {"rotate", "Turns pictures clockwise", {"--by", "90|180|270", "Degrees", tool::parse_rotate}},
+};
+
 int run(int argc, char **argv) {
-    CLI::App app("Shows and converts pictures.", "pictra");
+    CLI::App app("Shows, converts and transforms pictures.", "pictra");
     app.set_version_flag("--version", "pictra " PICTRA_VERSION);
     app.require_subcommand(1);
-    app.footer("'-' is standard input or output. Exit codes: 0 done, 1 failed, 2 wrong usage.\n"
-               "PICTRA_CFGFILE names the file that lists the codec modules.");
+    app.footer(footer);
 
     std::vector<std::string> files;
     CLI::App *info = app.add_subcommand("info", "Tells size, format, palette and transparency of pictures");
     info->add_option("FILE", files, "Pictures")->required();
 
     tool::ConvertOptions options;
-    CLI::App *convert =
-        app.add_subcommand("convert", "Writes a picture in another format, chosen by the target's name");
-    convert->add_option("IN", options.in, "The picture")->required();
-    convert->add_option("OUT", options.out, "The file to write; kept as it was if anything fails")->required();
-    convert->add_option("--format", options.format,
-                        "Pixel format to load the picture in, such as rgb888 or argb8888he");
-    convert->add_option("--to", options.to, "Extension whose codec writes, instead of the one of OUT");
+    CLI::App *convert = app.add_subcommand(
+        "convert", "Writes pictures in another format, chosen by the target's name, transformed if asked");
+    add_files(*convert, options.files, options.to);
+    convert->add_option("--format", options.format, "Pixel format to load pictures in, such as rgb888 or argb8888he");
+    add_operations(*convert);
+
+    std::string argument;
+    std::vector<std::pair<CLI::App *, const Verb *>> operation_verbs;
+    for (const Verb &verb : verbs) {
+        CLI::App *command = app.add_subcommand(verb.name, verb.help);
+        add_files(*command, options.files, options.to);
+        command->add_option(verb.operation.name, argument, verb.operation.help)
+            ->type_name(verb.operation.type)
+            ->required();
+        operation_verbs.emplace_back(command, &verb);
+    }
+
+    CLI::App *flip = app.add_subcommand("flip", "Mirrors pictures");
+    add_files(*flip, options.files, options.to);
+    CLI::Option_group *directions = flip->add_option_group("Direction");
+    bool horizontal = false, vertical = false;
+    directions->add_flag("--horizontal", horizontal, "Left to right");
+    directions->add_flag("--vertical", vertical, "Top to bottom");
+    directions->require_option(1);
+
+    tool::ThumbnailOptions thumbnails;
+    CLI::App *thumbnail = app.add_subcommand("thumbnail", "Makes small pictures, in little memory");
+    add_files(*thumbnail, thumbnails.files, thumbnails.to);
+    thumbnail->add_option("--size", thumbnails.size, "The most pixels a side; smaller pictures stay as they are")
+        ->required()
+        ->type_name("N")
+        ->check(CLI::Range(1, 1000000));
 
     bool check = false;
     CLI::App *codecs = app.add_subcommand("codecs", "Lists the codec modules and whether they open");
@@ -38,9 +121,14 @@ int run(int argc, char **argv) {
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? tool::done : tool::usage;
     }
+    for (const auto &[command, verb] : operation_verbs)
+        if (*command) options.operations = {verb->operation.parse(argument)};
+    if (*flip) options.operations = {tool::parse_flip(horizontal ? "horizontal" : "vertical")};
+    if (*convert) options.operations = parsed_operations(*convert);
     if (*info) return tool::info(files);
-    if (*convert) return tool::convert(options);
-    return tool::codecs(check);
+    if (*codecs) return tool::codecs(check);
+    if (*thumbnail) return tool::thumbnail(thumbnails);
+    return tool::convert(options);
 }
 
 } // namespace
@@ -54,6 +142,9 @@ int main(int argc, char **argv) {
     } catch (const tool::Failure &failure) {
         tool::complain(failure.what());
         return failure.code();
+    } catch (const tool::Interrupted &) {
+        std::cerr << "pictra: interrupted\n";
+        return 128 + tool::stop_signal();
     } catch (const std::bad_alloc &) {
         std::cerr << "pictra: memory ran out; free some and try again\n";
     } catch (const std::exception &error) {

@@ -17,28 +17,13 @@ namespace tool {
 
 namespace {
 
-// The temporary file of the moment, for the signal handler: a plain array, since the handler may come at any time.
-char to_remove[4096];
-
-void remove_and_die(int signal_number) {
-    unlink(to_remove);
-    signal(signal_number, SIG_DFL);
-    raise(signal_number);
-}
-
-void remove_on_signals(const std::string &path) {
-    if (path.size() >= sizeof to_remove) return;
-    memcpy(to_remove, path.c_str(), path.size() + 1);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) signal(number, remove_and_die);
-}
-
-void forget_signals() {
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) signal(number, SIG_DFL);
-}
-
+// Asked for once: reading it means setting it, which no other thread may see.
 mode_t current_umask() {
-    const mode_t mask = umask(0);
-    umask(mask);
+    static const mode_t mask = [] {
+        const mode_t now = umask(0);
+        umask(now);
+        return now;
+    }();
     return mask;
 }
 
@@ -78,7 +63,7 @@ void Target::open_temporary(bool exists, unsigned mode) {
         temporary_.clear();
         fail(path_, "check that its directory exists and can be written to");
     }
-    remove_on_signals(temporary_);
+    if_stopped_.remember(temporary_);
     if (fchmod(descriptor_, mode) != 0) {
         const int error = errno;
         close(descriptor_);
@@ -96,14 +81,13 @@ void Target::commit() {
     if (temporary_.empty()) return;
     if (rename(temporary_.c_str(), path_.c_str()) != 0) fail(path_, "check the rights of its directory");
     temporary_.clear();
-    forget_signals();
+    if_stopped_.forget();
 }
 
 Target::~Target() {
     if (descriptor_ > STDOUT_FILENO) close(descriptor_);
     if (temporary_.empty()) return;
     unlink(temporary_.c_str());
-    forget_signals();
 }
 
 } // namespace tool

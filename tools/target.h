@@ -3,6 +3,8 @@
 // The file that a picture is written to. It appears under its name only when it is complete.
 #pragma once
 
+#include "tools/interrupt.h"
+
 #include <string>
 
 namespace tool {
@@ -23,6 +25,7 @@ private:
 
     std::string path_, temporary_;
     int descriptor_ = -1;
+    RemovedWhenStopped if_stopped_;
 };
 
 } // namespace tool

@@ -3,6 +3,9 @@
 // The verbs of the program, a file each. They return an exit code or throw a Failure.
 #pragma once
 
+#include "tools/batch.h"
+#include "tools/operations.h"
+
 #include <string>
 #include <vector>
 
@@ -11,9 +14,18 @@ namespace tool {
 int info(const std::vector<std::string> &files);
 
 struct ConvertOptions {
-    std::string in, out, format, to; // format and to may be empty
+    Files files;
+    std::string format, to;            // may be empty
+    std::vector<Operation> operations; // in the order in which they are done
 };
 int convert(const ConvertOptions &options);
+
+struct ThumbnailOptions {
+    Files files;
+    std::string to;    // may be empty
+    uint32_t size = 0; // of the longer side; smaller pictures stay as they are
+};
+int thumbnail(const ThumbnailOptions &options);
 
 int codecs(bool check);
 

@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: MIT
+#include "tools/interrupt.h"
+
+#include <atomic>
+#include <errno.h>
+#include <iterator>
+#include <signal.h>
+#include <string.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace tool {
+
+namespace {
+
+// Signal handlers may come at any time and must not allocate: paths lie in arrays of fixed size.
+struct Slot {
+    std::atomic<bool> taken;
+    std::atomic<bool> valid;
+    char path[4096];
+};
+Slot slots[256];
+
+std::atomic<int> asked{0};
+constexpr suseconds_t tick = 50'000; // microseconds
+constexpr int patience = 20;         // ticks
+
+// A resize that starts clears the request to stop, so the request is repeated.
+void repeat(int) {
+    static std::atomic<int> ticks{0};
+    const int error = errno;
+    img_resize_set_abort(1);
+    if (++ticks > patience) {
+        for (Slot &slot : slots)
+            if (slot.valid) unlink(slot.path);
+        _exit(128 + asked);
+    }
+    errno = error;
+}
+
+void ask_to_stop(int number) {
+    const int error = errno;
+    asked = number;
+    img_resize_set_abort(1);
+    const itimerval timer{{0, tick}, {0, tick}};
+    setitimer(ITIMER_REAL, &timer, nullptr);
+    errno = error;
+}
+
+void handle(int number, void (*handler)(int)) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART; // the library takes an interrupted read for a failed one
+    sigaction(number, &action, nullptr);
+}
+
+} // namespace
+
+void watch_for_signals() {
+    handle(SIGALRM, repeat);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction now {};
+        sigaction(number, nullptr, &now);
+        if (now.sa_handler != SIG_IGN) handle(number, ask_to_stop); // nohup's wish counts
+    }
+}
+
+int stop_signal() { return asked; }
+
+img_status stop_when_asked(void *, img_record *, uintptr_t, uintptr_t, uintptr_t, uintptr_t) {
+    return stop_signal() ? img_status{IMG_ST_FILE} : img_status{IMG_ST_OK};
+}
+
+void RemovedWhenStopped::remember(const std::string &path) {
+    if (path.size() >= sizeof slots[0].path) return;
+    for (size_t i = 0; i < std::size(slots); i++) {
+        if (slots[i].taken.exchange(true)) continue;
+        memcpy(slots[i].path, path.c_str(), path.size() + 1);
+        slots[i].valid = true;
+        slot_ = i;
+        return;
+    }
+}
+
+void RemovedWhenStopped::forget() {
+    if (slot_ == none) return;
+    slots[slot_].valid = false;
+    slots[slot_].taken = false;
+    slot_ = none;
+}
+
+} // namespace tool

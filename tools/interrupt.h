@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+//
+// Ctrl-C and its kind: what runs is asked to stop, temporary files go, and the program ends with 128 + the signal's number.
+#pragma once
+
+#include "pictra/pictra.h"
+
+#include <stddef.h>
+#include <string>
+
+namespace tool {
+
+// From here on a signal asks to stop. Who does not within a second is stopped.
+void watch_for_signals();
+
+// The signal that asked, or 0.
+int stop_signal();
+
+// Thrown where work was given up because of a signal.
+class Interrupted {};
+inline void stop_if_asked() {
+    if (stop_signal()) throw Interrupted();
+}
+
+// As the scanline callout: stops a codec that was asked to stop.
+img_status stop_when_asked(void *, img_record *, uintptr_t, uintptr_t, uintptr_t, uintptr_t);
+
+// A file that is removed if the program is stopped while this object lives.
+class RemovedWhenStopped {
+public:
+    void remember(const std::string &path);
+    void forget();
+    RemovedWhenStopped() = default;
+    ~RemovedWhenStopped() { forget(); }
+    RemovedWhenStopped(const RemovedWhenStopped &) = delete;
+    RemovedWhenStopped &operator=(const RemovedWhenStopped &) = delete;
+
+private:
+    static constexpr size_t none = ~size_t{0};
+    size_t slot_ = none;
+};
+
+} // namespace tool

@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: MIT
+#include "tools/output.h"
+
+#include "tools/interrupt.h"
+#include "tools/target.h"
+#include "tools/text.h"
+
+#include <strings.h>
+
+namespace tool {
+
+namespace {
+
+// Extensions that promise one kind of picture, although their codec writes several.
+struct Promise {
+    const char *extension;
+    img_format format;
+    const char *text, *without_transparency;
+};
+constexpr Promise promises[] = {
+    {"pbm", FMT_PAL1, "black and white", ""},
+    {"pgm", FMT_G8, "grey", ", or drop it with --format g8"},
+    {"ppm", FMT_RGB888, "colours", ", or drop it with --format rgb888"},
+};
+
+std::string extension_of(const std::string &name) {
+    const size_t dot = name.rfind('.');
+    return dot == std::string::npos ? "" : name.substr(dot + 1);
+}
+
+bool is_black_and_white(const img_record &record) {
+    if (record.format != FMT_PAL1 || record.ncolors != 2) return false;
+    const uint32_t first = record.palette[0] & 0xffffff, second = record.palette[1] & 0xffffff;
+    return (first == 0 && second == 0xffffff) || (first == 0xffffff && second == 0);
+}
+
+// Makes the picture what the extension promises. Transparency is dropped only if a format without it was asked for.
+void keep_promise(Picture &picture, const Output &output, const std::string &extension) {
+    for (const auto &[name, format, text, without_transparency] : promises) {
+        if (strcasecmp(extension.c_str(), name) != 0) continue;
+        if (!output.format.empty()) picture.drop_key();
+        if (picture.has_transparency())
+            throw Failure(output.path + ": ." + name + " holds no transparency; write a .pam or .png" +
+                          without_transparency);
+        const bool fits =
+            format == FMT_PAL1 ? is_black_and_white(picture.record()) : picture.convert(format) == IMG_ST_OK;
+        if (!fits)
+            throw Failure(output.path + ": ." + name + " holds " + text + " only, and the picture is " +
+                          format_name(picture.record().format) + "; write a .pgm or .ppm");
+    }
+}
+
+// Keeps the names of the formats that an encoder offers when none of them is the picture's own.
+uint32_t note_formats(void *data, img_record *, const img_format *formats, uint32_t count) {
+    std::string &offered = *static_cast<std::string *>(data);
+    for (uint32_t i = 0; i < count; i++) offered += (offered.empty() ? "" : ", ") + format_name(formats[i]);
+    return count; // let the library choose
+}
+
+} // namespace
+
+img_codec *codec_for(img_lib_handle &library, const Output &output) {
+    if (output.path == "-" && output.to.empty())
+        throw Failure("standard output: name the codec by an extension, for instance --to png", usage);
+    const std::string name = output.to.empty() ? output.path : "." + output.to;
+    img_codec *codec = nullptr;
+    if (img_codec_list_byext(&library, name.c_str(), &codec, 1)) return codec;
+    throw Failure(output.path + ": no codec is registered for the extension '" + extension_of(name) +
+                  "'; name one with --to, 'pictra codecs' lists them");
+}
+
+void write(img_lib_handle &library, img_codec *codec, Picture &picture, const Output &output) {
+    keep_promise(picture, output, output.to.empty() ? extension_of(output.path) : output.to);
+    Target target(output.path);
+    const std::string name = output.path == "-" ? "standard output" : output.path;
+    Stream stream(io_open(IO_FD, IO_WRITE, target.descriptor()));
+    if (!stream) throw Failure(explain(name, IMG_ST_NOMEM));
+    std::string offered;
+    img_encode_callouts callouts{};
+    callouts.choose_format = note_formats;
+    callouts.scanline = stop_when_asked;
+    callouts.data = &offered;
+    img_status status = img_write(&library, stream.get(), &callouts, &picture.record(), &codec);
+    if (status == IMG_ST_OK && io_ostream_flush(stream->self) != 0) status = IMG_ST_FILE;
+    stop_if_asked();
+    if (status == IMG_ST_FILE)
+        throw Failure(name + ": not all could be written, the disk is full or a limit reached; check free space");
+    if (status == IMG_ST_NOCONV)
+        throw Failure(name + ": its codec cannot hold " + format_name(picture.record().format) +
+                      "; use --format with one of " + offered);
+    if (status != IMG_ST_OK) throw Failure(explain(name, status));
+    target.commit();
+}
+
+} // namespace tool

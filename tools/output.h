@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+//
+// Writing a picture with the codec that its target's name asks for, complete or not at all.
+#pragma once
+
+#include "tools/picture.h"
+
+#include <string>
+
+namespace tool {
+
+struct Output {
+    std::string path;   // "-" is standard output
+    std::string to;     // the extension whose codec writes, if not that of path
+    std::string format; // the pixel format that the user asked for, if any: it may drop a colour key
+};
+
+// Fails if no codec is registered, before any work is done.
+img_codec *codec_for(img_lib_handle &library, const Output &output);
+
+void write(img_lib_handle &library, img_codec *codec, Picture &picture, const Output &output);
+
+} // namespace tool
