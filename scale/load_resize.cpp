@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// Loading at another size: the calling thread decodes, a second one resizes, and they meet row by row. The resizer asks
+// Loading at another size: the calling thread decodes, a second one resizes, and they meet over rows. The resizer asks
 // for a row and waits; the decoder, when it has that row, copies it into the resizer's line and goes on. It never runs
-// ahead, and drops rows that nobody asked for.
+// ahead, and drops rows that nobody asked for. Where the resizer folds rows it asks for several at once: nothing that
+// anybody can see happens between them, and the threads need not take turns for each.
 #include "core/owned.h"
 #include "core/record.h"
 #include "core/sync.h"
@@ -28,10 +29,11 @@ enum State : uint32_t {
 
 struct Shared {
     Condition condition;
-    Mutex mutex; // guards what both threads change
-    uint8_t *want_line = nullptr;
-    uint32_t want_row = 0;
-    uint32_t next_row = 0; // rows handed over or dropped so far
+    Mutex mutex;                  // guards what both threads change
+    uint8_t *want_line = nullptr; // for the rows from want_row on, one behind the other
+    uint32_t want_row = 0, want_count = 0;
+    uint32_t got_count = 0; // of those, how many are there
+    uint32_t next_row = 0;  // rows handed over or dropped so far
     uint32_t state = not_started;
     img_status status = IMG_ST_OK; // of the resize
 
@@ -45,32 +47,76 @@ struct Shared {
     const img_decode_callouts *caller = nullptr;
     Owned<uint32_t> palette; // of the source, while the resize may need it
     Thread thread;
+
+    // Of the consumer alone.
+    Owned<uint8_t> batch; // room for batch_rows rows, or null
+    uint32_t batch_rows = 0;
+    uint32_t batch_first = 0, batch_count = 0; // those that it holds
+    uint32_t expected_end = 0;                 // the row behind those that will be fetched next
 };
+
+constexpr uint64_t batch_bytes = 256 * 1024;
 
 Shared &shared_of(void *data) { return *static_cast<Shared *>(data); }
 
 // ---- The consumer's side ---------------------------------------------------------------------------------------------
 
-int consumer_get_scanline(void *data, uint32_t, uint32_t row, uint32_t, void *line) {
-    Shared &shared = shared_of(data);
+// Waits for the rows from the given one on. Returns how many came.
+uint32_t wait_for_rows(Shared &shared, uint32_t row, uint32_t count, uint8_t *line, int &error) {
     Lock lock{shared.mutex};
-    if (lock.error()) return lock.error();
+    if ((error = lock.error())) return 0;
+    uint32_t got = 0;
     if (!(shared.state & producer_finished)) {
-        shared.want_line = static_cast<uint8_t *>(line);
+        shared.want_line = line;
         shared.want_row = row;
+        shared.want_count = count;
+        shared.got_count = 0;
         shared.state |= row_wanted;
         shared.condition.signal();
         lock.wait(shared.condition, [&] { return shared.state & (row_ready | producer_finished); });
         shared.state &= ~uint32_t{row_ready};
+        got = shared.got_count;
     }
     // Rows that never came leave the line as it is; after a failed load that need not go on.
     if (shared.load_failed) img_resize_set_abort(1);
-    return 0;
+    return got;
+}
+
+int consumer_get_scanline(void *data, uint32_t, uint32_t row, uint32_t, void *line) {
+    Shared &shared = shared_of(data);
+    int error = 0;
+    const uint32_t expected = row < shared.expected_end ? shared.expected_end - row : 0;
+    if (row - shared.batch_first >= shared.batch_count) {
+        const uint32_t count = smaller(expected, shared.batch_rows);
+        if (count < 2) {
+            wait_for_rows(shared, row, 1, static_cast<uint8_t *>(line), error);
+            return error;
+        }
+        shared.batch_first = row;
+        shared.batch_count = wait_for_rows(shared, row, count, shared.batch.get(), error);
+    }
+    const uint64_t bytes = run_bytes(shared.rows.format, shared.rows.width);
+    if (row - shared.batch_first < shared.batch_count)
+        memcpy(line, shared.batch.get() + (row - shared.batch_first) * bytes, bytes);
+    return error;
+}
+
+void expect_rows(void *data, uint32_t first_row, uint32_t count) { shared_of(data).expected_end = first_row + count; }
+
+img_status resize_rows(Shared &shared) {
+    const uint64_t bytes = run_bytes(shared.rows.format, shared.rows.width);
+    shared.batch_rows = bytes ? smaller(static_cast<uint32_t>(batch_bytes / bytes), shared.rows.height) : 0;
+    if (shared.batch_rows > 1) {
+        shared.batch = allocate<uint8_t>(shared.batch_rows * bytes);
+        if (!shared.batch) return IMG_ST_NOMEM;
+    }
+    const Sequence sequence{expect_rows, &shared};
+    return resize(shared.rows, *shared.dest, shared.rows_upward, &sequence);
 }
 
 void *consume(void *data) {
     Shared &shared = shared_of(data);
-    const img_status status = resize(shared.rows, *shared.dest, shared.rows_upward, true);
+    const img_status status = resize_rows(shared);
     const Lock lock{shared.mutex};
     shared.status = status;
     shared.state |= consumer_finished;
@@ -102,13 +148,14 @@ int producer_put_scanline(void *data, uint32_t x, uint32_t, uint32_t count, void
     lock.wait(shared.condition, [&] { return shared.state & (row_wanted | consumer_finished); });
 
     const img_record &source = *shared.source;
-    const bool wanted = !(shared.state & consumer_finished) && shared.next_row == shared.want_row;
+    const bool wanted = !(shared.state & consumer_finished) && shared.next_row == shared.want_row + shared.got_count;
     if (x < source.width) {
         count = smaller(count, source.width - x);
-        if (wanted) memcpy(shared.want_line + run_bytes(source.format, x), line, run_bytes(source.format, count));
+        uint8_t *to = shared.want_line + shared.got_count * run_bytes(source.format, source.width);
+        if (wanted) memcpy(to + run_bytes(source.format, x), line, run_bytes(source.format, count));
     }
     if (uint64_t{x} + count < source.width) return 0; // more runs of this row will come
-    if (wanted) {
+    if (wanted && ++shared.got_count == shared.want_count) {
         shared.state = (shared.state & ~uint32_t{row_wanted}) | row_ready;
         shared.condition.signal();
     }

@@ -7,8 +7,10 @@
 
 namespace img {
 
-img_status Reducer::prepare(const img_record &src, const img_record &dst, img_format work, uint32_t shift) {
+img_status Reducer::prepare(const img_record &src, const img_record &dst, img_format work, uint32_t shift,
+                            const Sequence *sequence) {
     src_ = &src;
+    sequence_ = sequence;
     work_ = work;
     shift_ = shift;
     average_ = img_avg_getfunc(work);
@@ -53,6 +55,7 @@ void Reducer::fold(uint32_t row, uint32_t width, uint8_t *out) const {
     const uint32_t count = uint32_t{1} << shift_;
     const uint8_t *rows[33];
     uint32_t depth = 0;
+    if (sequence_) sequence_->expect(sequence_->source, row * count, count);
     for (uint32_t i = 1; i <= count; i++) {
         rows[depth] = fetch(row * count + i - 1, width, lines_.get() + depth * line_bytes_);
         depth++;

@@ -7,13 +7,15 @@
 #include "convert/transform.h"
 #include "core/owned.h"
 #include "core/record.h"
+#include "scale/resize.h"
 
 namespace img {
 
 class Reducer {
 public:
     // Prepares the folding of 2^shift rows of src into one in the working format. dst is the destination of the resize.
-    img_status prepare(const img_record &src, const img_record &dst, img_format work, uint32_t shift);
+    img_status prepare(const img_record &src, const img_record &dst, img_format work, uint32_t shift,
+                       const Sequence *sequence);
 
     // The folded source as an image with an access function; the reducer must outlive it.
     img_record image();
@@ -24,6 +26,7 @@ private:
     const uint8_t *fetch(uint32_t row, uint32_t width, uint8_t *line) const;
 
     const img_record *src_ = nullptr;
+    const Sequence *sequence_ = nullptr;
     img_format work_ = 0;
     uint32_t shift_ = 0;
     img_avg_func average_ = nullptr;

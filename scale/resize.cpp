@@ -54,7 +54,7 @@ public:
     Resizer(const img_record &src, const img_record &dst) : src_(src), dst_(dst) {}
 
     // What needs no storage of the destination: working format, conversions, the folding of rows.
-    img_status prepare();
+    img_status prepare(const Sequence *sequence);
 
     // Makes the working lines and all rows.
     img_status run(bool upside_down);
@@ -86,7 +86,7 @@ private:
     int64_t in_current_ = no_row, in_other_ = no_row; // the source rows that the lines were made for
 };
 
-img_status Resizer::prepare() {
+img_status Resizer::prepare(const Sequence *sequence) {
     work_ = choose_format(dst_.format, src_.format);
     average_ = img_avg_getfunc(work_);
     if (!average_ || img_scl_calc_parms(work_, src_.width, dst_.width, &parms_) != 0) return IMG_ST_BADFMT;
@@ -101,7 +101,7 @@ img_status Resizer::prepare() {
     const uint32_t shift = count_halvings(folded_height, dst_.height);
     if (!shift) return IMG_ST_OK;
     unfolded_ = src_;
-    if (const img_status folding = reducer_.prepare(unfolded_, dst_, work_, shift)) return folding;
+    if (const img_status folding = reducer_.prepare(unfolded_, dst_, work_, shift, sequence)) return folding;
     src_ = reducer_.image();
     return IMG_ST_OK;
 }
@@ -221,7 +221,7 @@ img_status Resizer::run(bool upside_down) {
 
 namespace img {
 
-img_status resize(const img_record &src, img_record &dst, bool upside_down, bool in_order) {
+img_status resize(const img_record &src, img_record &dst, bool upside_down, const Sequence *sequence) {
     abort_resize.store(0, std::memory_order_relaxed);
     const auto empty = [](const img_record &record) {
         return (has(record, IMG_F_WIDTH) && !record.width) || (has(record, IMG_F_HEIGHT) && !record.height);
@@ -230,10 +230,11 @@ img_status resize(const img_record &src, img_record &dst, bool upside_down, bool
     imgcpy(dst, src, IMG_F_FORMAT);
     if (is_palette(dst.format)) return IMG_ST_BADFMT;
     complete_size(src, dst);
-    if (dst.width == src.width && dst.height == src.height) return copy_image(src, dst, upside_down, in_order);
+    if (dst.width == src.width && dst.height == src.height)
+        return copy_image(src, dst, upside_down, sequence != nullptr);
 
     Resizer resizer{src, dst};
-    if (const img_status status = resizer.prepare()) return status;
+    if (const img_status status = resizer.prepare(sequence)) return status;
     Storage storage{dst};
     if (const img_status status = storage.allocate()) return status;
     if (!has(src, storage_flags) || !has(dst, storage_flags)) return IMG_ST_BADARG;
@@ -244,8 +245,8 @@ img_status resize(const img_record &src, img_record &dst, bool upside_down, bool
 
 } // namespace img
 
-img_status img_resize_fs(const img_record *src, img_record *dst) { return resize(*src, *dst, false, false); }
+img_status img_resize_fs(const img_record *src, img_record *dst) { return resize(*src, *dst, false, nullptr); }
 
-img_status img_resize_fsbu(const img_record *src, img_record *dst) { return resize(*src, *dst, true, false); }
+img_status img_resize_fsbu(const img_record *src, img_record *dst) { return resize(*src, *dst, true, nullptr); }
 
 void img_resize_set_abort(uint32_t abort) { abort_resize.store(abort, std::memory_order_relaxed); }
