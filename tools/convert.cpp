@@ -25,9 +25,10 @@ int convert(const ConvertOptions &options) {
     return for_each_pair(*library, options.files, [&](const std::string &in, const std::string &out) {
         const Output output{out, options.to, options.format};
         img_codec *codec = codec_for(*library, output);
-        Picture picture(*library, in, format);
+        Exchange exchange(options.given);
+        Picture picture(*library, in, exchange, format, options.damage);
         for (const Operation &operation : options.operations) apply(operation, picture, in);
-        write(*library, codec, picture, output);
+        write(*library, codec, picture, output, exchange);
     });
 }
 

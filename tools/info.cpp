@@ -40,7 +40,8 @@ int info(const std::vector<std::string> &files) {
     int result = done;
     for (const std::string &file : files) {
         try {
-            Picture picture(*library, file);
+            Exchange exchange;
+            Picture picture(*library, file, exchange);
             print(file, picture);
         } catch (const Failure &failure) {
             complain(failure.what());

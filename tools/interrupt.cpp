@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "tools/interrupt.h"
 
+#include "pictra/pictra.h"
+
 #include <atomic>
 #include <errno.h>
 #include <iterator>
@@ -66,10 +68,6 @@ void watch_for_signals() {
 }
 
 int stop_signal() { return asked; }
-
-img_status stop_when_asked(void *, img_record *, uintptr_t, uintptr_t, uintptr_t, uintptr_t) {
-    return stop_signal() ? img_status{IMG_ST_FILE} : img_status{IMG_ST_OK};
-}
 
 void RemovedWhenStopped::remember(const std::string &path) {
     if (path.size() >= sizeof slots[0].path) return;

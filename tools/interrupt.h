@@ -3,8 +3,6 @@
 // Ctrl-C and its kind: what runs is asked to stop, temporary files go, and the program ends with 128 + the signal's number.
 #pragma once
 
-#include "pictra/pictra.h"
-
 #include <stddef.h>
 #include <string>
 
@@ -21,9 +19,6 @@ class Interrupted {};
 inline void stop_if_asked() {
     if (stop_signal()) throw Interrupted();
 }
-
-// As the scanline callout: stops a codec that was asked to stop.
-img_status stop_when_asked(void *, img_record *, uintptr_t, uintptr_t, uintptr_t, uintptr_t);
 
 // A file that is removed if the program is stopped while this object lives.
 class RemovedWhenStopped {

@@ -15,11 +15,28 @@ constexpr const char *footer =
     "'-' is standard input or output. Exit codes: 0 done, 1 failed, 2 wrong usage, 130 interrupted.\n"
     "PICTRA_CFGFILE names the file that lists the codec modules.";
 
-void add_files(CLI::App &verb, tool::Files &files, std::string &to) {
+struct Common {
+    tool::Files files{};
+    std::string to{};
+    std::vector<std::string> options{};
+};
+
+void add_common(CLI::App &verb, Common &common) {
+    auto &[files, to, options] = common;
     verb.add_option("FILE", files.names, "IN OUT, or with -o one input or several")->required();
     verb.add_option("-o,--output", files.pattern, "The names to write, with {stem} and {ext} of the input in them");
     verb.add_option("-j,--jobs", files.jobs, "How many pictures at once")->check(CLI::Range(1, 256));
     verb.add_option("--to", to, "Extension whose codec writes, instead of that of the output");
+    verb.add_option("--option", options, "NAME=VALUE for the codecs, such as quality=90; may come several times")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->type_name("NAME=VALUE");
+}
+
+std::vector<tool::GivenOption> parsed_options(const Common &common) {
+    std::vector<tool::GivenOption> given;
+    for (const std::string &text : common.options) given.push_back(tool::parse_option(text));
+    return given;
 }
 
 // An operation as an option: how to read it. Options may come several times, and their order counts.
@@ -78,18 +95,23 @@ int run(int argc, char **argv) {
     CLI::App *info = app.add_subcommand("info", "Tells size, format, palette and transparency of pictures");
     info->add_option("FILE", files, "Pictures")->required();
 
+    Common common;
     tool::ConvertOptions options;
     CLI::App *convert = app.add_subcommand(
         "convert", "Writes pictures in another format, chosen by the target's name, transformed if asked");
-    add_files(*convert, options.files, options.to);
+    add_common(*convert, common);
     convert->add_option("--format", options.format, "Pixel format to load pictures in, such as rgb888 or argb8888he");
+    std::string damage = "fail";
+    convert->add_option("--on-damage", damage, "What to do with a damaged picture: fail, or keep what arrived of it")
+        ->check(CLI::IsMember({"fail", "keep"}))
+        ->type_name("fail|keep");
     add_operations(*convert);
 
     std::string argument;
     std::vector<std::pair<CLI::App *, const Verb *>> operation_verbs;
     for (const Verb &verb : verbs) {
         CLI::App *command = app.add_subcommand(verb.name, verb.help);
-        add_files(*command, options.files, options.to);
+        add_common(*command, common);
         command->add_option(verb.operation.name, argument, verb.operation.help)
             ->type_name(verb.operation.type)
             ->required();
@@ -97,7 +119,7 @@ int run(int argc, char **argv) {
     }
 
     CLI::App *flip = app.add_subcommand("flip", "Mirrors pictures");
-    add_files(*flip, options.files, options.to);
+    add_common(*flip, common);
     CLI::Option_group *directions = flip->add_option_group("Direction");
     bool horizontal = false, vertical = false;
     directions->add_flag("--horizontal", horizontal, "Left to right");
@@ -106,7 +128,7 @@ int run(int argc, char **argv) {
 
     tool::ThumbnailOptions thumbnails;
     CLI::App *thumbnail = app.add_subcommand("thumbnail", "Makes small pictures, in little memory");
-    add_files(*thumbnail, thumbnails.files, thumbnails.to);
+    add_common(*thumbnail, common);
     thumbnail->add_option("--size", thumbnails.size, "The most pixels a side; smaller pictures stay as they are")
         ->required()
         ->type_name("N")
@@ -125,6 +147,10 @@ int run(int argc, char **argv) {
         if (*command) options.operations = {verb->operation.parse(argument)};
     if (*flip) options.operations = {tool::parse_flip(horizontal ? "horizontal" : "vertical")};
     if (*convert) options.operations = parsed_operations(*convert);
+    options.files = thumbnails.files = common.files;
+    options.to = thumbnails.to = common.to;
+    options.given = thumbnails.given = parsed_options(common);
+    if (damage == "keep") options.damage = tool::Picture::Damage::kept;
     if (*info) return tool::info(files);
     if (*codecs) return tool::codecs(check);
     if (*thumbnail) return tool::thumbnail(thumbnails);

@@ -50,13 +50,6 @@ void keep_promise(Picture &picture, const Output &output, const std::string &ext
     }
 }
 
-// Keeps the names of the formats that an encoder offers when none of them is the picture's own.
-uint32_t note_formats(void *data, img_record *, const img_format *formats, uint32_t count) {
-    std::string &offered = *static_cast<std::string *>(data);
-    for (uint32_t i = 0; i < count; i++) offered += (offered.empty() ? "" : ", ") + format_name(formats[i]);
-    return count; // let the library choose
-}
-
 } // namespace
 
 img_codec *codec_for(img_lib_handle &library, const Output &output) {
@@ -69,25 +62,23 @@ img_codec *codec_for(img_lib_handle &library, const Output &output) {
                   "'; name one with --to, 'pictra codecs' lists them");
 }
 
-void write(img_lib_handle &library, img_codec *codec, Picture &picture, const Output &output) {
+void write(img_lib_handle &library, img_codec *codec, Picture &picture, const Output &output, Exchange &exchange) {
     keep_promise(picture, output, output.to.empty() ? extension_of(output.path) : output.to);
     Target target(output.path);
     const std::string name = output.path == "-" ? "standard output" : output.path;
     Stream stream(io_open(IO_FD, IO_WRITE, target.descriptor()));
     if (!stream) throw Failure(explain(name, IMG_ST_NOMEM));
-    std::string offered;
-    img_encode_callouts callouts{};
-    callouts.choose_format = note_formats;
-    callouts.scanline = stop_when_asked;
-    callouts.data = &offered;
+    const img_encode_callouts callouts = exchange.writing();
+    picture.record().flags |= IMG_F_ANSWERS;
     img_status status = img_write(&library, stream.get(), &callouts, &picture.record(), &codec);
     if (status == IMG_ST_OK && io_ostream_flush(stream->self) != 0) status = IMG_ST_FILE;
     stop_if_asked();
+    exchange.check();
     if (status == IMG_ST_FILE)
         throw Failure(name + ": not all could be written, the disk is full or a limit reached; check free space");
     if (status == IMG_ST_NOCONV)
         throw Failure(name + ": its codec cannot hold " + format_name(picture.record().format) +
-                      "; use --format with one of " + offered);
+                      "; use --format with one of " + exchange.offered);
     if (status != IMG_ST_OK) throw Failure(explain(name, status));
     target.commit();
 }

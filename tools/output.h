@@ -18,6 +18,6 @@ struct Output {
 // Fails if no codec is registered, before any work is done.
 img_codec *codec_for(img_lib_handle &library, const Output &output);
 
-void write(img_lib_handle &library, img_codec *codec, Picture &picture, const Output &output);
+void write(img_lib_handle &library, img_codec *codec, Picture &picture, const Output &output, Exchange &exchange);
 
 } // namespace tool

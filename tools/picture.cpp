@@ -27,8 +27,7 @@ void check_readable(const std::string &path) {
 } // namespace
 
 void load(img_lib_handle &library, const std::string &path, LoadFile from_file, LoadStream from_stream,
-          img_decode_callouts callouts, img_record &record) {
-    callouts.scanline = stop_when_asked;
+          const img_decode_callouts &callouts, Exchange &exchange, img_record &record) {
     const std::string name = path == "-" ? "standard input" : path;
     const img_format wanted = record.flags & IMG_F_FORMAT ? record.format : 0;
     img_status status = IMG_ST_OK;
@@ -43,17 +42,44 @@ void load(img_lib_handle &library, const std::string &path, LoadFile from_file, 
             throw Failure(path + ": " + strerror(errno) + "; check its rights");
     }
     stop_if_asked();
+    exchange.check();
+    for (const std::string &warning : exchange.warnings) complain(name + ": warning: " + warning);
     if (status == IMG_ST_NOCONV && wanted)
         throw Failure(name + ": the picture cannot become " + format_name(wanted) + "; choose another with --format");
+    if (status == IMG_ST_RESERVED4) throw Damaged(explain(name, status));
     if (status != IMG_ST_OK) throw Failure(explain(name, status));
 }
 
-Picture::Picture(img_lib_handle &library, const std::string &path, std::optional<img_format> format) {
+namespace {
+
+// Storage that the library did not give stays when a load fails.
+img_status give_storage(void *, img_record *record, uint32_t) {
+    img_alloc_result made = 0;
+    const img_status status = img_alloc(record, &made);
+    if (made & IMG_ALLOC_PIXELS) memset(record->data, 0, size_t{record->stride} * record->height);
+    return status;
+}
+
+} // namespace
+
+Picture::Picture(img_lib_handle &library, const std::string &path, Exchange &exchange, std::optional<img_format> format,
+                 Damage damage) {
     if (format) {
         record_.format = *format;
         record_.flags = IMG_F_FORMAT | (*format & IMG_FMT_ALPHA ? IMG_F_WANT_ALPHA : 0);
     }
-    load(library, path, img_load_file, img_load, {}, record_);
+    img_decode_callouts callouts = exchange.reading();
+    if (damage == Damage::kept) callouts.setup = give_storage;
+    try {
+        load(library, path, img_load_file, img_load, callouts, exchange, record_);
+    } catch (const Damaged &failure) {
+        if (damage == Damage::refused || !has(IMG_F_DIRECT)) throw;
+        complain(failure.what() + std::string(" (kept what arrived: ") + std::to_string(exchange.rows_done) + " of " +
+                 std::to_string(record_.height) + " rows)");
+    } catch (...) {
+        release();
+        throw;
+    }
 }
 
 img_status Picture::convert(img_format format) {

@@ -4,6 +4,8 @@
 #pragma once
 
 #include "pictra/pictra.h"
+#include "tools/exchange.h"
+#include "tools/text.h"
 
 #include <memory>
 #include <optional>
@@ -18,8 +20,11 @@ using Stream = std::unique_ptr<io_handle, Close>;
 
 class Picture {
 public:
-    // Loads path, "-" being standard input, in the given format or in the file's own.
-    Picture(img_lib_handle &library, const std::string &path, std::optional<img_format> format = {});
+    // Loads path, "-" being standard input, in the given format or in the file's own. Of a damaged picture the rows that
+    // arrived can be kept; the others are zero.
+    enum class Damage : uint8_t { refused, kept };
+    Picture(img_lib_handle &library, const std::string &path, Exchange &exchange, std::optional<img_format> format = {},
+            Damage damage = Damage::refused);
     // Takes over a record that the library gave storage to.
     explicit Picture(const img_record &given) : record_(given) {}
     Picture(const Picture &) = delete;
@@ -57,10 +62,15 @@ private:
     img_record record_{};
 };
 
-// Opens path, "-" being standard input, and hands it to one of the library's load functions, which gets the record.
+// Opens path, "-" being standard input, and hands it to one of the library's load functions, which gets the record. Fails
+// with a message, or as Damaged.
+class Damaged : public Failure {
+public:
+    using Failure::Failure;
+};
 using LoadFile = img_status (*)(img_lib_handle *, const char *, const img_decode_callouts *, img_record *);
 using LoadStream = img_status (*)(img_lib_handle *, io_handle *, const img_decode_callouts *, img_record *);
 void load(img_lib_handle &library, const std::string &path, LoadFile from_file, LoadStream from_stream,
-          img_decode_callouts callouts, img_record &record);
+          const img_decode_callouts &callouts, Exchange &exchange, img_record &record);
 
 } // namespace tool

@@ -13,13 +13,19 @@ namespace tool {
 
 namespace {
 
+struct Wish : Exchange {
+    using Exchange::Exchange;
+    uint32_t most = 0; // pixels a side
+};
+
 uint32_t in_proportion(uint32_t side, uint32_t to, uint32_t from) {
     return std::max(1u, static_cast<uint32_t>((uint64_t{side} * to + from / 2) / from));
 }
 
 // Gives the thumbnail its size and format. Pictures that may be transparent get alpha; palettes tell only later.
 uint32_t choose(void *data, img_record *thumbnail, const img_format *formats, uint32_t count) {
-    const uint32_t most = *static_cast<const uint32_t *>(data), width = thumbnail->width, height = thumbnail->height;
+    const uint32_t most = static_cast<Wish *>(static_cast<Exchange *>(data))->most, width = thumbnail->width,
+                   height = thumbnail->height;
     if (std::max(width, height) > most) {
         thumbnail->width = width > height ? most : in_proportion(most, width, height);
         thumbnail->height = width > height ? in_proportion(most, height, width) : most;
@@ -48,14 +54,14 @@ int thumbnail(const ThumbnailOptions &options) {
         const Output output{out, options.to, {}};
         img_codec *codec = codec_for(*library, output);
         img_record record{};
-        img_decode_callouts callouts{};
-        uint32_t size = options.size;
+        Wish wish(options.given);
+        wish.most = options.size;
+        img_decode_callouts callouts = wish.reading();
         callouts.choose_format = choose;
-        callouts.data = &size;
-        load(*library, in, img_load_resize_file, img_load_resize, callouts, record);
+        load(*library, in, img_load_resize_file, img_load_resize, callouts, wish, record);
         Picture picture(record);
         if (record.format == FMT_ARGB8888HE && is_opaque(record)) picture.convert(FMT_RGB888);
-        write(*library, codec, picture, output);
+        write(*library, codec, picture, output, wish);
     });
 }
 

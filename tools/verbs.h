@@ -17,12 +17,15 @@ struct ConvertOptions {
     Files files;
     std::string format, to;            // may be empty
     std::vector<Operation> operations; // in the order in which they are done
+    std::vector<GivenOption> given;
+    Picture::Damage damage = Picture::Damage::refused;
 };
 int convert(const ConvertOptions &options);
 
 struct ThumbnailOptions {
     Files files;
-    std::string to;    // may be empty
+    std::string to; // may be empty
+    std::vector<GivenOption> given;
     uint32_t size = 0; // of the longer side; smaller pictures stay as they are
 };
 int thumbnail(const ThumbnailOptions &options);
