@@ -1,8 +1,8 @@
 #!/bin/bash
 # The program as its user meets it: results, messages, exit codes, and what is left behind.
-# Usage: tool.sh BUILD_DIRECTORY PICTURES
+# Usage: tool.sh BUILD_DIRECTORY PICTURES [SANITIZERS]
 set -u
-build=$1 pictures=$2 pictra=$1/bin/pictra
+build=$1 pictures=$2 pictra=$1/bin/pictra sanitized=${3-}
 unset PICTRA_CFGFILE
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -42,14 +42,14 @@ expect 0 'pal8, palette of 32 with alpha' "$pictra" info "$pictures/palette-alph
 expect 0 'colour key #ff00ff' "$pictra" info "$pictures/rgb-key.png"
 expect 0 'argb8888he, alpha' "$pictra" info "$pictures/alpha.png"
 expect 1 'dot.png: 1 x 1' "$pictra" info missing.png "$pictures/dot.png"
-expect 1 'missing.png: No such file' "$pictra" info missing.png
-expect 1 'directory' "$pictra" info "$pictures"
+expect 9 'missing.png: No such file' "$pictra" info missing.png
+expect 9 'directory' "$pictra" info "$pictures"
 : >empty.png
-expect 1 'empty' "$pictra" info empty.png
+expect 4 'empty' "$pictra" info empty.png
 echo 'a letter' >letter.png
 expect 1 'no codec recognises' "$pictra" info letter.png
 head -c 1000 "$pictures/photo.png" >cut.png
-expect 1 'cut.png: the data is damaged' "$pictra" info cut.png
+expect 4 'cut.png: the data is damaged' "$pictra" info cut.png
 
 # ---- convert: there and back. Whatever can hold a picture gives back what PNG shows of it in colours and alpha.
 for picture in "$pictures"/*.p[nbg]*; do
@@ -90,7 +90,7 @@ expect 0 '' "$pictra" convert "$pictures/rgb-key.png" x.ppm --format rgb888
 [ "$(head -c 2 x.ppm)" = P6 ] || fail 'x.ppm is no P6'
 expect 1 'black and white only' "$pictra" convert "$pictures/photo.png" x.pbm
 expect 1 "extension 'xyz'" "$pictra" convert "$pictures/photo.png" x.xyz
-expect 1 'cannot become pal8' "$pictra" convert "$pictures/photo.png" x.png --format pal8
+expect 2 'cannot become pal8' "$pictra" convert "$pictures/photo.png" x.png --format pal8
 expect 1 'cannot hold a8; use --format with one of pal1' "$pictra" convert "$pictures/alpha.png" y.png --format a8
 expect 1 'check that its directory exists' "$pictra" convert "$pictures/photo.png" none/x.png
 ls x.pbm x.xyz y.png none 2>/dev/null && fail 'something was left of a refused conversion'
@@ -101,12 +101,12 @@ same photo.ppm piped.ppm
 (head -c 3 photo.ppm; sleep 0.1; tail -c +4 photo.ppm | head -c 20; sleep 0.1; tail -c +24 photo.ppm) |
     "$pictra" convert - pieces.ppm || fail 'a slow pipe'
 same photo.ppm pieces.ppm
-expect 1 'standard input: the data is damaged' "$pictra" convert - x.png <cut.png
+expect 4 'standard input: the data is damaged' "$pictra" convert - x.png <cut.png
 
 # ---- convert: a target survives, and nothing is left beside it
 mkdir targets
 echo precious >targets/kept.png
-expect 1 'damaged' "$pictra" convert cut.png targets/kept.png
+expect 4 'damaged' "$pictra" convert cut.png targets/kept.png
 expect 1 'disk is full or a limit' bash -c "ulimit -f 4; '$pictra' convert photo.ppm targets/kept.png"
 [ "$(cat targets/kept.png)" = precious ] || fail 'the target did not survive'
 [ "$(ls -A targets)" = kept.png ] || fail "left behind: $(ls -A targets)"
@@ -197,7 +197,43 @@ PICTRA_CFGFILE=blank.conf expect 1 'lists no codec module' "$pictra" info photo.
 printf '[/none/such.so]\next = png\n[%s/lib/libpictra.so]\n' "$build" >bad.conf
 PICTRA_CFGFILE=bad.conf expect 1 'such.so: cannot open shared object' "$pictra" codecs --check
 PICTRA_CFGFILE=bad.conf expect 0 'entry       no' "$pictra" codecs
-PICTRA_CFGFILE=bad.conf expect 1 'codecs --check' "$pictra" info photo.png
+PICTRA_CFGFILE=bad.conf expect 8 'codecs --check' "$pictra" info photo.png
+
+# ---- hostile files: what takes over a codec gets nowhere
+if [ -z "$sanitized" ]; then
+    printf '[%s/tests/hostile_module.so]\next = x\n' "$build" >hostile.conf
+    export PICTRA_CFGFILE=hostile.conf
+    echo keep me >precious
+    for letter in e m c h; do echo "$letter" >"$letter.x"; done
+    expect 5 'does not support' "$pictra" info --sandbox on e.x
+    [ -e precious ] && [ ! -e escaped ] || fail 'a confined codec reached the file system'
+    expect 42 'status 42' "$pictra" info --sandbox off e.x
+    [ -e escaped ] || fail 'the hostile codec is not hostile'
+    expect 6 'memory ran out' "$pictra" info --sandbox on --max-memory 300 m.x
+    expect 4 'crashed (signal 11)' "$pictra" info --sandbox on c.x
+    expect 10 'than --timeout' "$pictra" info --sandbox on --timeout 1 h.x
+    expect 1 'crashed' "$pictra" info c.x e.x
+    unset PICTRA_CFGFILE
+fi
+expect 10 '--max-pixels 1000' "$pictra" info --max-pixels 1000 photo.png
+expect 0 '' "$pictra" info --max-pixels 38801 --max-memory 100 --timeout 10 photo.png
+
+# ---- compare, frames, formats
+expect 0 'equal' "$pictra" compare photo.png photo.ppm
+expect 1 '38801 pixels differ, by at most' "$pictra" compare photo.png few.png
+expect 1 'sizes differ' "$pictra" compare photo.png "$pictures/dot.png"
+cat "$pictures/bilevel.pbm" letters.pgm >two.pnm
+expect 0 '1: 3 x 2, g8' "$pictra" frames two.pnm
+expect 0 '' "$pictra" frames two.pnm -o '{stem}-{n}.pgm'
+[ "$(tail -c 6 two-1.pgm)" = abcdef ] || fail 'the second picture of two.pnm'
+expect 2 'put {n} into it' "$pictra" frames two.pnm -o 'x.pgm'
+[ "$("$pictra" formats | wc -l)" = 21 ] || fail 'not 21 formats'
+"$pictra" info --json photo.png missing.png "$(printf 'a\n"\377')" | python3 -c '
+import json, sys
+photo, missing, odd = (json.loads(line) for line in sys.stdin)
+assert (photo["status"], photo["width"], photo["height"], photo["format"]) == (0, 241, 161, "png"), photo
+assert missing["status"] == 9 and "No such file" in missing["message"] and "width" not in missing, missing
+assert odd["path"] == "a\n\"\ufffd", odd' || fail 'info --json'
 
 # ---- modules show their entry alone; an installation works where it is put
 for module in "$build"/lib/pictra/*.so; do

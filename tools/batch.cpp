@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <atomic>
 #include <iostream>
-#include <map>
 #include <mutex>
 #include <new>
 #include <thread>
@@ -20,27 +19,6 @@ namespace {
 struct Pair {
     std::string in, out;
 };
-
-std::string name_by(const std::string &pattern, const std::string &in) {
-    const std::string name = in.substr(in.rfind('/') + 1);
-    const size_t dot = name.rfind('.') == 0 ? std::string::npos : name.rfind('.');
-    const std::map<std::string, std::string> parts = {{"stem", name.substr(0, dot)},
-                                                      {"ext", dot == std::string::npos ? "" : name.substr(dot + 1)}};
-    std::string out;
-    for (size_t at = 0; at < pattern.size();) {
-        const size_t open = std::min(pattern.find('{', at), pattern.size());
-        out += pattern.substr(at, open - at);
-        if (open == pattern.size()) break;
-        const size_t close = pattern.find('}', open);
-        const auto part =
-            close == std::string::npos ? parts.end() : parts.find(pattern.substr(open + 1, close - open - 1));
-        if (part == parts.end())
-            throw Failure("-o " + pattern + ": unknown placeholder; there are {stem} and {ext}, of the input", usage);
-        out += part->second;
-        at = close + 1;
-    }
-    return out;
-}
 
 std::vector<Pair> pair_up(const Files &files) {
     if (files.pattern.empty()) {
@@ -89,10 +67,8 @@ private:
 };
 
 // The registry may not change while threads load: every module is opened before.
-void open_all_codecs(img_lib_handle &library) {
-    std::vector<img_codec *> codecs(img_codec_list(&library, nullptr, 0, nullptr, 0));
-    img_codec_list(&library, codecs.data(), static_cast<uint32_t>(codecs.size()), nullptr, 0);
-    for (img_codec *codec : codecs) codec_init(codec); // one that does not open fails those pictures that need it
+void open_all_codecs(const Library &library) {
+    for (img_codec *codec : library.codecs()) codec_init(codec); // one that does not open fails who needs it
 }
 
 using Work = std::function<void(const std::string &in, const std::string &out)>;
@@ -145,7 +121,31 @@ int run(const std::vector<Pair> &pairs, unsigned jobs, const Work &work) {
 
 } // namespace
 
-int for_each_pair(img_lib_handle &library, const Files &files, const Work &work) {
+std::string name_by(const std::string &pattern, const std::string &in, const std::map<std::string, std::string> &more) {
+    const std::string name = in.substr(in.rfind('/') + 1);
+    const size_t dot = name.rfind('.') == 0 ? std::string::npos : name.rfind('.');
+    std::map<std::string, std::string> parts = {{"stem", name.substr(0, dot)},
+                                                {"ext", dot == std::string::npos ? "" : name.substr(dot + 1)}};
+    parts.insert(more.begin(), more.end());
+    std::string out;
+    for (size_t at = 0; at < pattern.size();) {
+        const size_t open = std::min(pattern.find('{', at), pattern.size());
+        out += pattern.substr(at, open - at);
+        if (open == pattern.size()) break;
+        const size_t close = pattern.find('}', open);
+        const auto part =
+            close == std::string::npos ? parts.end() : parts.find(pattern.substr(open + 1, close - open - 1));
+        if (part == parts.end())
+            throw Failure("-o " + pattern +
+                              ": unknown placeholder; there are {stem} and {ext} of the input, and {n} for frames",
+                          usage);
+        out += part->second;
+        at = close + 1;
+    }
+    return out;
+}
+
+int for_each_pair(const Library &library, const Files &files, const Work &work) {
     const std::vector<Pair> pairs = pair_up(files);
     watch_for_signals();
     if (pairs.size() == 1) {

@@ -3,9 +3,10 @@
 // One picture after the other, or several at once: which file becomes which, progress, and what failed.
 #pragma once
 
-#include "pictra/pictra.h"
+#include "tools/config.h"
 
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -17,9 +18,13 @@ struct Files {
     unsigned jobs = 1;
 };
 
+// The pattern with {stem} and {ext} of the input filled in, and what else there is. Fails for other names in braces.
+std::string name_by(const std::string &pattern, const std::string &in,
+                    const std::map<std::string, std::string> &more = {});
+
 // Does the work for each pair of input and output. A single failure is thrown; those of several are told at the end.
 // Returns an exit code.
-int for_each_pair(img_lib_handle &library, const Files &files,
+int for_each_pair(const Library &library, const Files &files,
                   const std::function<void(const std::string &in, const std::string &out)> &work);
 
 } // namespace tool

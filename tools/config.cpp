@@ -3,6 +3,7 @@
 
 #include "tools/text.h"
 
+#include <algorithm>
 #include <errno.h>
 #include <filesystem>
 #include <stdio.h>
@@ -73,12 +74,32 @@ Config find_config() {
     return config;
 }
 
+std::vector<img_codec *> Library::codecs() const {
+    std::vector<img_codec *> list(img_codec_list(handle.get(), nullptr, 0, nullptr, 0));
+    img_codec_list(handle.get(), list.data(), static_cast<uint32_t>(list.size()), nullptr, 0);
+    return list;
+}
+
+std::vector<img_codec *> Library::codecs_for(const std::string &path) const {
+    std::vector<img_codec *> list(img_codec_list_byext(handle.get(), path.c_str(), nullptr, 0));
+    img_codec_list_byext(handle.get(), path.c_str(), list.data(), static_cast<uint32_t>(list.size()));
+    return list;
+}
+
+// The registry holds the sections in reverse order.
+const Section *Library::section_of(img_codec *codec) const {
+    const std::vector<img_codec *> list = codecs();
+    const auto found = std::find(list.begin(), list.end(), codec);
+    if (list.size() != config.sections.size() || found == list.end()) return nullptr;
+    return &config.sections[static_cast<size_t>(list.end() - found) - 1];
+}
+
 Library attach() {
-    find_config();
+    Library library{find_config(), {}};
     img_lib_handle *handle = nullptr;
     const img_status status = img_lib_attach(&handle);
-    Library library(handle);
-    if (!library) throw Failure(explain("starting", status));
+    library.handle.reset(handle);
+    if (!handle) throw Failure("starting", status);
     return library; // errors in single lines were complained about; the codecs are there
 }
 

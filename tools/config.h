@@ -29,7 +29,16 @@ Config find_config();
 struct Detach {
     void operator()(img_lib_handle *handle) const { img_lib_detach(handle); }
 };
-using Library = std::unique_ptr<img_lib_handle, Detach>;
+
+// The library with its codecs, and what the configuration says of them.
+struct Library {
+    Config config;
+    std::unique_ptr<img_lib_handle, Detach> handle;
+
+    std::vector<img_codec *> codecs() const;                            // newest first
+    std::vector<img_codec *> codecs_for(const std::string &path) const; // of its extension
+    const Section *section_of(img_codec *codec) const;                  // null if the configuration was odd
+};
 Library attach();
 
 } // namespace tool

@@ -1,34 +1,23 @@
 // SPDX-License-Identifier: MIT
 //
 // pictra convert, and the verbs that are one operation of it: from one file into another, by way of some operations.
-#include "tools/config.h"
+#include "tools/decoder.h"
 #include "tools/output.h"
-#include "tools/picture.h"
-#include "tools/text.h"
 #include "tools/verbs.h"
 
 namespace tool {
 
-namespace {
-
-std::optional<img_format> wanted_format(const std::string &name) {
-    if (name.empty()) return {};
-    if (const std::optional<img_format> format = format_of(name)) return format;
-    throw Failure("--format " + name + ": no such pixel format; there are " + all_format_names(), usage);
-}
-
-} // namespace
-
 int convert(const ConvertOptions &options) {
-    const std::optional<img_format> format = wanted_format(options.format);
     const Library library = attach();
-    return for_each_pair(*library, options.files, [&](const std::string &in, const std::string &out) {
-        const Output output{out, options.to, options.format};
-        img_codec *codec = codec_for(*library, output);
-        Exchange exchange(options.given);
-        Picture picture(*library, in, exchange, format, options.damage);
-        for (const Operation &operation : options.operations) apply(operation, picture, in);
-        write(*library, codec, picture, output, exchange);
+    const Keep keep(options.keep);
+    return for_each_pair(library, options.files, [&](const std::string &in, const std::string &out) {
+        const Output output{out, options.to, options.reading.format.has_value()};
+        img_codec *codec = codec_for(*library.handle, output);
+        Decoder decoder(library, in, options.reading);
+        const std::unique_ptr<Picture> picture = decoder.next();
+        for (const Operation &operation : options.operations) apply(operation, *picture, in);
+        decoder.exchange.metadata = keep.of(decoder.exchange.metadata);
+        write(*library.handle, codec, *picture, output, decoder.exchange);
     });
 }
 

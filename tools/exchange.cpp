@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "tools/exchange.h"
 
+#include "tools/bytes.h"
 #include "tools/interrupt.h"
 #include "tools/text.h"
 
 #include <algorithm>
 #include <charconv>
 #include <optional>
+#include <string.h>
 
 namespace tool {
 
@@ -57,6 +59,18 @@ std::optional<int32_t> value_of(const img_option &option, const std::string &tex
 
 } // namespace
 
+// The palette comes first and is always whole, so that no index leads out of it.
+img_status place(img_record &record, const Arena &arena) {
+    constexpr size_t palette_bytes = 256 * sizeof(uint32_t);
+    const uint64_t stride = ((uint64_t{record.width} * (record.format & IMG_FMT_BPP_MASK) + 7) / 8 + 3) & ~uint64_t{3};
+    if (stride > UINT32_MAX || palette_bytes + stride * record.height > arena.size) return IMG_ST_NOMEM;
+    record.palette = reinterpret_cast<uint32_t *>(arena.begin);
+    record.data = arena.begin + palette_bytes;
+    record.stride = static_cast<uint32_t>(stride);
+    record.flags |= IMG_F_DIRECT | (record.format & IMG_FMT_PAL ? img_flags{IMG_F_PALETTE} : 0);
+    return IMG_ST_OK;
+}
+
 GivenOption parse_option(const std::string &text) {
     const size_t equals = text.find('=');
     if (equals == std::string::npos || equals == 0)
@@ -65,7 +79,9 @@ GivenOption parse_option(const std::string &text) {
 }
 
 img_decode_callouts Exchange::reading() {
+    began_ = std::chrono::steady_clock::now();
     img_decode_callouts callouts{};
+    callouts.setup = set_up;
     callouts.scanline = progress;
     callouts.set_value = hear;
     callouts.data = this;
@@ -73,6 +89,7 @@ img_decode_callouts Exchange::reading() {
 }
 
 img_encode_callouts Exchange::writing() {
+    limits_.seconds = 0;
     img_encode_callouts callouts{};
     callouts.choose_format = note_formats;
     callouts.setup = check_asked;
@@ -81,8 +98,28 @@ img_encode_callouts Exchange::writing() {
     return callouts;
 }
 
-void Exchange::check() const {
-    if (!wrong_.empty()) throw Failure(wrong_, usage);
+void Exchange::check(const std::string &name) const {
+    if (!wrong_.empty()) throw Failure(name + ": " + wrong_, wrong_code_);
+}
+
+img_status Exchange::refuse(const std::string &why, uint32_t code, img_status status) {
+    wrong_ = why;
+    wrong_code_ = code;
+    return status;
+}
+
+img_status Exchange::set_up(void *data, img_record *record, uint32_t) {
+    auto &self = *static_cast<Exchange *>(data);
+    const uint64_t pixels = uint64_t{record->width} * record->height;
+    if (self.limits_.pixels && pixels > self.limits_.pixels)
+        return self.refuse("it has " + std::to_string(pixels) + " pixels, more than --max-pixels " +
+                               std::to_string(self.limits_.pixels) + "; raise that, or reduce the picture",
+                           IMG_ST_RESERVED10, IMG_ST_RESERVED10);
+    if ((record->flags & IMG_F_ACCESS) || !(self.arena || self.zeroed)) return IMG_ST_OK;
+    img_alloc_result made = 0;
+    const img_status status = self.arena ? place(*record, *self.arena) : img_alloc(record, &made);
+    if (status == IMG_ST_OK && self.zeroed) memset(record->data, 0, size_t{record->stride} * record->height);
+    return status;
 }
 
 // Both codecs have asked by now, and nothing is written yet.
@@ -90,9 +127,11 @@ img_status Exchange::check_asked(void *data, img_record *, uint32_t) {
     auto &self = *static_cast<Exchange *>(data);
     for (size_t i = 0; i < self.options_.size(); i++)
         if (!self.asked_[i])
-            self.wrong_ = "--option " + self.options_[i].name + ": no codec of this conversion has such an option; " +
-                          (self.known_.empty() ? "they have none" : "there are: " + self.known_);
-    return self.wrong_.empty() ? img_status{IMG_ST_OK} : img_status{IMG_ST_BADARG};
+            return self.refuse("--option " + self.options_[i].name +
+                                   ": no codec of this conversion has such an option; " +
+                                   (self.known_.empty() ? "they have none" : "there are: " + self.known_),
+                               usage, IMG_ST_BADARG);
+    return IMG_ST_OK;
 }
 
 img_status Exchange::answer(img_option &option) {
@@ -102,10 +141,9 @@ img_status Exchange::answer(img_option &option) {
         if (options_[i].name != option.name) continue;
         asked_[i] = true;
         const std::optional<int32_t> value = value_of(option, options_[i].value);
-        if (!value) {
-            wrong_ = "--option " + options_[i].name + "=" + options_[i].value + ": it takes " + values_of(option);
-            return IMG_ST_BADARG;
-        }
+        if (!value)
+            return refuse("--option " + options_[i].name + "=" + options_[i].value + ": it takes " + values_of(option),
+                          usage, IMG_ST_BADARG);
         option.value = *value;
     }
     return IMG_ST_OK;
@@ -113,15 +151,29 @@ img_status Exchange::answer(img_option &option) {
 
 img_status Exchange::hear(void *data, img_record *, uintptr_t key, uintptr_t size, uintptr_t value, uintptr_t) {
     auto &self = *static_cast<Exchange *>(data);
+    const auto *pointer = reinterpret_cast<void *>(value);
     if (key == IMG_VALUE_OPTION) return self.answer(*reinterpret_cast<img_option *>(value));
-    if (key == IMG_VALUE_WARNING) self.warnings.emplace_back(reinterpret_cast<const char *>(value), size);
+    if (key == IMG_VALUE_WARNING)
+        self.warnings.emplace_back(static_cast<const char *>(pointer), size);
+    else
+        self.metadata.hear(static_cast<uint32_t>(key), pointer, size);
     return IMG_ST_OK;
 }
 
 img_status Exchange::progress(void *data, img_record *, uintptr_t done, uintptr_t, uintptr_t key, uintptr_t value) {
     auto &self = *static_cast<Exchange *>(data);
-    if (key == IMG_VALUE_OPTION) return self.answer(*reinterpret_cast<img_option *>(value));
-    if (!key) self.rows_done = done;
+    auto *pointer = reinterpret_cast<void *>(value);
+    if (key == IMG_VALUE_OPTION) return self.answer(*static_cast<img_option *>(pointer));
+    if (key) {
+        self.metadata.answer(static_cast<uint32_t>(key), pointer);
+        return IMG_ST_OK;
+    }
+    self.rows_done = done;
+    if (self.limits_.seconds &&
+        std::chrono::steady_clock::now() - self.began_ > std::chrono::seconds(self.limits_.seconds))
+        return self.refuse("it took longer than --timeout " + std::to_string(self.limits_.seconds) +
+                               " seconds; raise that, or reduce the picture",
+                           IMG_ST_RESERVED10, IMG_ST_RESERVED10);
     return stop_signal() ? img_status{IMG_ST_FILE} : img_status{IMG_ST_OK};
 }
 
@@ -130,6 +182,35 @@ uint32_t Exchange::note_formats(void *data, img_record *, const img_format *form
     auto &self = *static_cast<Exchange *>(data);
     for (uint32_t i = 0; i < count; i++) self.offered += (i ? ", " : "") + format_name(formats[i]);
     return count;
+}
+
+std::string Exchange::packed() const {
+    ByteWriter out;
+    for (const uint32_t number :
+         {metadata.orientation, metadata.frames, metadata.depth, metadata.delay, metadata.loops, wrong_code_})
+        out.number(number);
+    out.number(rows_done);
+    out.real(metadata.resolution.x);
+    out.real(metadata.resolution.y);
+    for (const std::string *text : {&metadata.icc, &metadata.exif, &metadata.xmp, &known_, &wrong_}) out.text(*text);
+    out.texts(metadata.texts);
+    out.texts(warnings);
+    for (const bool asked : asked_) out.number(asked);
+    return out.bytes();
+}
+
+void Exchange::unpack(const std::string &bytes) {
+    ByteReader in(bytes);
+    for (uint32_t *number :
+         {&metadata.orientation, &metadata.frames, &metadata.depth, &metadata.delay, &metadata.loops, &wrong_code_})
+        *number = static_cast<uint32_t>(in.number());
+    rows_done = in.number();
+    metadata.resolution.x = in.real();
+    metadata.resolution.y = in.real();
+    for (std::string *text : {&metadata.icc, &metadata.exif, &metadata.xmp, &known_, &wrong_}) *text = in.text();
+    metadata.texts = in.texts();
+    warnings = in.texts();
+    for (size_t i = 0; i < asked_.size(); i++) asked_[i] = in.number() != 0;
 }
 
 } // namespace tool

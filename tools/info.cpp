@@ -1,54 +1,154 @@
 // SPDX-License-Identifier: MIT
 //
-// pictra info: what pictures are, a line each.
+// pictra info: what pictures are, in lines for people or in JSON.
 #include "tools/config.h"
-#include "tools/picture.h"
+#include "tools/decoder.h"
 #include "tools/text.h"
 #include "tools/verbs.h"
 
+#include <chrono>
 #include <iomanip>
 #include <iostream>
+#include <math.h>
+#include <sstream>
 
 namespace tool {
 
 namespace {
 
-void print(const std::string &file, Picture &picture) {
-    const img_record &record = picture.record();
-    const uint32_t bits = record.format & IMG_FMT_BPP_MASK;
-    std::cout << file << ": " << record.width << " x " << record.height << ", " << format_name(record.format);
-    if (picture.has(IMG_F_PALETTE)) std::cout << ", palette of " << record.ncolors;
-    if (picture.has(IMG_F_PAL_ALPHA))
-        std::cout << " with alpha";
-    else if (record.format & IMG_FMT_ALPHA)
-        std::cout << ", alpha";
-    if (picture.has(IMG_F_TRANSP)) {
-        std::cout << ", colour key ";
-        if (bits > 16)
-            std::cout << '#' << std::hex << std::setfill('0') << std::setw(6) << (record.transparency & 0xffffff)
-                      << std::dec;
-        else
-            std::cout << unsigned{record.transparency8};
+// What is known of a file, also when it could not be read.
+struct Report {
+    std::string path, message{}, format{}, module{};
+    uint32_t status = IMG_ST_OK;
+    std::unique_ptr<Picture> picture{};
+    Metadata metadata{};
+    uint64_t bytes = 0;
+    double milliseconds = 0;
+};
+
+// The name of a module's format: its file's name.
+std::string stem_of(const std::string &path) {
+    const std::string name = path.substr(path.rfind('/') + 1);
+    return name.substr(0, name.find('.'));
+}
+
+Report report_on(const Library &library, const std::string &path, const Reading &reading) {
+    Report report{.path = path};
+    const auto start = std::chrono::steady_clock::now();
+    try {
+        Decoder decoder(library, path, reading);
+        report.bytes = decoder.input().size();
+        const auto tell = [&] {
+            report.metadata = decoder.exchange.metadata;
+            if (const Section *section = decoder.section()) {
+                report.module = section->path;
+                report.format = stem_of(section->path);
+            }
+        };
+        try {
+            report.picture = decoder.next();
+        } catch (const Failure &) {
+            tell();
+            throw;
+        }
+        tell();
+    } catch (const Failure &failure) {
+        report.message = failure.what();
+        report.status = failure.code();
     }
+    report.milliseconds = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+    return report;
+}
+
+std::string transparency_of(Picture &picture) {
+    const img_record &record = picture.record();
+    if (picture.has(IMG_F_PAL_ALPHA)) return "palette";
+    if (record.format & IMG_FMT_ALPHA) return "channel";
+    return picture.has(IMG_F_TRANSP) ? "key" : "none";
+}
+
+std::string key_of(const img_record &record) {
+    if ((record.format & IMG_FMT_BPP_MASK) <= 16) return std::to_string(record.transparency8);
+    std::ostringstream text;
+    text << '#' << std::hex << std::setfill('0') << std::setw(6) << (record.transparency & 0xffffff);
+    return text.str();
+}
+
+long per_inch(double per_metre) { return lround(per_metre * 0.0254); }
+
+void print(const Report &report) {
+    Picture &picture = *report.picture;
+    const img_record &record = picture.record();
+    const Metadata &metadata = report.metadata;
+    std::cout << report.path << ": " << record.width << " x " << record.height << ", " << format_name(record.format);
+    if (picture.has(IMG_F_PALETTE)) std::cout << ", palette of " << record.ncolors;
+    const std::string transparency = transparency_of(picture);
+    if (transparency == "palette") std::cout << " with alpha";
+    if (transparency == "channel") std::cout << ", alpha";
+    if (transparency == "key") std::cout << ", colour key " << key_of(record);
+    if (metadata.frames > 1) std::cout << ", " << metadata.frames << " pictures";
+    if (metadata.resolution.x > 0) std::cout << ", " << per_inch(metadata.resolution.x) << " dpi";
+    if (!metadata.icc.empty()) std::cout << ", ICC profile";
     std::cout << '\n';
+}
+
+// A JSON string. Names of files are bytes; those that are no UTF-8 come as the replacement character.
+std::string quoted(const std::string &text) {
+    std::ostringstream out;
+    out << '"';
+    for (size_t i = 0; i < text.size();) {
+        const auto byte = static_cast<uint8_t>(text[i]);
+        const size_t length = byte < 0x80 ? 1 : byte >= 0xc2 && byte < 0xe0 ? 2 : byte >= 0xe0 && byte < 0xf0 ? 3 : 4;
+        bool whole = byte < 0x80 || (byte >= 0xc2 && byte < 0xf5 && i + length <= text.size());
+        for (size_t k = 1; whole && k < length; k++) whole = (static_cast<uint8_t>(text[i + k]) & 0xc0) == 0x80;
+        if (!whole)
+            out << "\\ufffd";
+        else if (byte < 0x20 || byte == '"' || byte == '\\')
+            out << "\\u" << std::hex << std::setfill('0') << std::setw(4) << unsigned{byte} << std::dec;
+        else
+            out << text.substr(i, length);
+        i += whole ? length : 1;
+    }
+    out << '"';
+    return out.str();
+}
+
+void print_json(const Report &report) {
+    std::ostream &out = std::cout;
+    out << "{\"path\":" << quoted(report.path) << ",\"status\":" << report.status
+        << ",\"message\":" << quoted(report.message) << ",\"format\":" << quoted(report.format)
+        << ",\"module\":" << quoted(report.module);
+    const Metadata &metadata = report.metadata;
+    if (report.picture) {
+        const img_record &record = report.picture->record();
+        out << ",\"width\":" << record.width << ",\"height\":" << record.height
+            << ",\"pixel_format\":" << quoted(format_name(record.format)) << ",\"depth\":" << metadata.depth
+            << ",\"alpha\":" << quoted(transparency_of(*report.picture))
+            << ",\"palette\":" << (report.picture->has(IMG_F_PALETTE) ? record.ncolors : 0)
+            << ",\"frames\":" << metadata.frames << ",\"orientation\":" << metadata.orientation << ",\"resolution\":["
+            << metadata.resolution.x << ',' << metadata.resolution.y << "],\"icc\":" << metadata.icc.size();
+    }
+    out << ",\"bytes\":" << report.bytes << ",\"ms\":" << std::fixed << std::setprecision(3) << report.milliseconds
+        << std::defaultfloat << "}\n";
 }
 
 } // namespace
 
-int info(const std::vector<std::string> &files) {
+int info(const InfoOptions &options) {
     const Library library = attach();
-    int result = done;
-    for (const std::string &file : files) {
-        try {
-            Exchange exchange;
-            Picture picture(*library, file, exchange);
-            print(file, picture);
-        } catch (const Failure &failure) {
-            complain(failure.what());
-            result = failed;
-        }
+    Reading reading = options.reading;
+    reading.upright = false; // orientation is told, not applied
+    uint32_t status = IMG_ST_OK;
+    for (const std::string &file : options.files) {
+        const Report report = report_on(library, file, reading);
+        if (options.json)
+            print_json(report);
+        else if (report.picture)
+            print(report);
+        if (!report.picture && !options.json) complain(report.message);
+        if (report.status) status = options.files.size() > 1 ? uint32_t{failed} : report.status;
     }
-    return result;
+    return static_cast<int>(status);
 }
 
 } // namespace tool

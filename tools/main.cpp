@@ -12,31 +12,75 @@
 namespace {
 
 constexpr const char *footer =
-    "'-' is standard input or output. Exit codes: 0 done, 1 failed, 2 wrong usage, 130 interrupted.\n"
+    "'-' is standard input or output. Exit codes: 0 done, 1 some of several failed, 2 wrong usage, 130\n"
+    "interrupted; otherwise the status of the library for a single file.\n"
     "PICTRA_CFGFILE names the file that lists the codec modules.";
 
 struct Common {
     tool::Files files{};
-    std::string to{};
+    std::string to{}, keep = "all", format{}, damage = "fail", orient = "auto", sandbox = "auto", quality{};
     std::vector<std::string> options{};
+    uint64_t megabytes = 0;
+    tool::Reading reading{};
 };
 
-void add_common(CLI::App &verb, Common &common) {
-    auto &[files, to, options] = common;
-    verb.add_option("FILE", files.names, "IN OUT, or with -o one input or several")->required();
-    verb.add_option("-o,--output", files.pattern, "The names to write, with {stem} and {ext} of the input in them");
-    verb.add_option("-j,--jobs", files.jobs, "How many pictures at once")->check(CLI::Range(1, 256));
-    verb.add_option("--to", to, "Extension whose codec writes, instead of that of the output");
-    verb.add_option("--option", options, "NAME=VALUE for the codecs, such as quality=90; may come several times")
+// How files are read.
+void add_reading(CLI::App &verb, Common &common) {
+    const char *group = "Reading";
+    verb.add_option("--option", common.options, "For the codecs, such as quality=90; may come several times")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->type_name("NAME=VALUE");
+    verb.add_option("--max-pixels", common.reading.limits.pixels, "Refuse larger pictures")
+        ->type_name("N")
+        ->group(group);
+    verb.add_option("--max-memory", common.megabytes, "The most memory that decoding may take, in MB")
+        ->type_name("N")
+        ->group(group);
+    verb.add_option("--timeout", common.reading.limits.seconds, "The most time that decoding one picture may take")
+        ->type_name("SECONDS")
+        ->group(group);
+    verb.add_option("--orient", common.orient, "Whether pictures are turned as their files say")
+        ->check(CLI::IsMember({"auto", "off"}))
+        ->type_name("auto|off")
+        ->group(group);
+    verb.add_option("--sandbox", common.sandbox, "Decode in a confined process: auto where the system allows it")
+        ->check(CLI::IsMember({"auto", "on", "off"}))
+        ->type_name("auto|on|off")
+        ->group(group);
 }
 
-std::vector<tool::GivenOption> parsed_options(const Common &common) {
-    std::vector<tool::GivenOption> given;
-    for (const std::string &text : common.options) given.push_back(tool::parse_option(text));
-    return given;
+// Which files become which, and how they are written.
+void add_writing(CLI::App &verb, Common &common) {
+    verb.add_option("FILE", common.files.names, "IN OUT, or with -o one input or several")->required();
+    verb.add_option("-o,--output", common.files.pattern,
+                    "The names to write, with {stem} and {ext} of the input in them");
+    verb.add_option("-j,--jobs", common.files.jobs, "How many pictures at once")
+        ->check(CLI::Range(1, 256))
+        ->type_name("N");
+    verb.add_option("--to", common.to, "Extension whose codec writes, instead of that of the output");
+    verb.add_option("--quality", common.quality, "The same as --option quality=N")->type_name("N");
+    verb.add_option("--keep", common.keep, "Metadata to write: all, none, or some of icc,exif,xmp,resolution");
+    add_reading(verb, common);
+}
+
+std::optional<img_format> wanted_format(const std::string &name) {
+    if (name.empty()) return {};
+    if (const std::optional<img_format> format = tool::format_of(name)) return format;
+    throw tool::Failure("--format " + name + ": no such pixel format; there are " + tool::all_format_names(),
+                        tool::usage);
+}
+
+tool::Reading reading_of(const Common &common) {
+    tool::Reading reading = common.reading;
+    reading.format = wanted_format(common.format);
+    reading.keep_damaged = common.damage == "keep";
+    reading.upright = common.orient == "auto";
+    reading.confinement = tool::parse_confinement(common.sandbox);
+    reading.limits.memory = common.megabytes * 1'000'000;
+    for (const std::string &text : common.options) reading.options.push_back(tool::parse_option(text));
+    if (!common.quality.empty()) reading.options.push_back({"quality", common.quality});
+    return reading;
 }
 
 // An operation as an option: how to read it. Options may come several times, and their order counts.
@@ -85,54 +129,92 @@ constexpr Verb verbs[] = {
     {"rotate", "Turns pictures clockwise", {"--by", "90|180|270", "Degrees", tool::parse_rotate}},
 };
 
+// The verbs that write pictures, each a way to fill in what convert() takes.
+class Writers {
+public:
+    Writers(CLI::App &app, Common &common) : common_(common) {
+        convert_ = &add(app, "convert",
+                        "Writes pictures in another format, chosen by the target's name, transformed if asked");
+        convert_->add_option("--format", common.format,
+                             "Pixel format to load pictures in, such as rgb888 or argb8888he");
+        convert_
+            ->add_option("--on-damage", common.damage, "What to do with a damaged picture: fail, or keep what arrived")
+            ->check(CLI::IsMember({"fail", "keep"}))
+            ->type_name("fail|keep");
+        add_operations(*convert_);
+        for (const Verb &verb : verbs) {
+            operation_verbs_.emplace_back(&add(app, verb.name, verb.help), &verb);
+            operation_verbs_.back()
+                .first->add_option(verb.operation.name, argument_, verb.operation.help)
+                ->type_name(verb.operation.type)
+                ->required();
+        }
+        flip_ = &add(app, "flip", "Mirrors pictures");
+        CLI::Option_group *directions = flip_->add_option_group("Direction");
+        directions->add_flag("--horizontal", horizontal_, "Left to right");
+        directions->add_flag("--vertical", vertical_, "Top to bottom");
+        directions->require_option(1);
+        thumbnail_ = &add(app, "thumbnail", "Makes small pictures, in little memory");
+        thumbnail_->add_option("--size", thumbnail_size_, "The most pixels a side; smaller pictures stay as they are")
+            ->required()
+            ->type_name("N")
+            ->check(CLI::Range(1, 1000000));
+    }
+
+    // What the verb that was parsed asks for.
+    tool::ConvertOptions options() const {
+        tool::ConvertOptions options{common_.files, common_.to, reading_of(common_), {}, common_.keep};
+        for (const auto &[command, verb] : operation_verbs_)
+            if (*command) options.operations = {verb->operation.parse(argument_)};
+        if (*flip_) options.operations = {tool::parse_flip(horizontal_ ? "horizontal" : "vertical")};
+        if (*convert_) options.operations = parsed_operations(*convert_);
+        if (*thumbnail_) options.reading.thumbnail = thumbnail_size_;
+        return options;
+    }
+
+private:
+    CLI::App &add(CLI::App &app, const char *name, const char *help) {
+        CLI::App *verb = app.add_subcommand(name, help);
+        add_writing(*verb, common_);
+        return *verb;
+    }
+
+    Common &common_;
+    CLI::App *convert_, *flip_, *thumbnail_;
+    std::vector<std::pair<CLI::App *, const Verb *>> operation_verbs_{};
+    std::string argument_{};
+    bool horizontal_ = false, vertical_ = false;
+    uint32_t thumbnail_size_ = 0;
+};
+
 int run(int argc, char **argv) {
     CLI::App app("Shows, converts and transforms pictures.", "pictra");
     app.set_version_flag("--version", "pictra " PICTRA_VERSION);
     app.require_subcommand(1);
     app.footer(footer);
-
-    std::vector<std::string> files;
-    CLI::App *info = app.add_subcommand("info", "Tells size, format, palette and transparency of pictures");
-    info->add_option("FILE", files, "Pictures")->required();
-
     Common common;
-    tool::ConvertOptions options;
-    CLI::App *convert = app.add_subcommand(
-        "convert", "Writes pictures in another format, chosen by the target's name, transformed if asked");
-    add_common(*convert, common);
-    convert->add_option("--format", options.format, "Pixel format to load pictures in, such as rgb888 or argb8888he");
-    std::string damage = "fail";
-    convert->add_option("--on-damage", damage, "What to do with a damaged picture: fail, or keep what arrived of it")
-        ->check(CLI::IsMember({"fail", "keep"}))
-        ->type_name("fail|keep");
-    add_operations(*convert);
 
-    std::string argument;
-    std::vector<std::pair<CLI::App *, const Verb *>> operation_verbs;
-    for (const Verb &verb : verbs) {
-        CLI::App *command = app.add_subcommand(verb.name, verb.help);
-        add_common(*command, common);
-        command->add_option(verb.operation.name, argument, verb.operation.help)
-            ->type_name(verb.operation.type)
-            ->required();
-        operation_verbs.emplace_back(command, &verb);
-    }
+    CLI::App *info = app.add_subcommand("info", "Tells what pictures are, and whether they can be read");
+    bool json = false;
+    info->add_option("FILE", common.files.names, "Pictures")->required();
+    info->add_flag("--json", json, "An object per file, each on a line");
+    add_reading(*info, common);
 
-    CLI::App *flip = app.add_subcommand("flip", "Mirrors pictures");
-    add_common(*flip, common);
-    CLI::Option_group *directions = flip->add_option_group("Direction");
-    bool horizontal = false, vertical = false;
-    directions->add_flag("--horizontal", horizontal, "Left to right");
-    directions->add_flag("--vertical", vertical, "Top to bottom");
-    directions->require_option(1);
+    const Writers writers(app, common);
 
-    tool::ThumbnailOptions thumbnails;
-    CLI::App *thumbnail = app.add_subcommand("thumbnail", "Makes small pictures, in little memory");
-    add_common(*thumbnail, common);
-    thumbnail->add_option("--size", thumbnails.size, "The most pixels a side; smaller pictures stay as they are")
-        ->required()
-        ->type_name("N")
-        ->check(CLI::Range(1, 1000000));
+    CLI::App *compare = app.add_subcommand("compare", "Tells how much two pictures differ");
+    compare->add_option("FILE", common.files.names, "The two pictures")->required()->expected(2);
+    add_reading(*compare, common);
+
+    CLI::App *frames =
+        app.add_subcommand("frames", "Lists the pictures of a file, or writes each to a file of its own");
+    std::string file;
+    frames->add_option("FILE", file, "The file")->required();
+    frames->add_option("-o,--output", common.files.pattern, "The names to write, with {stem} and {n} in them");
+    frames->add_option("--to", common.to, "Extension whose codec writes, instead of that of the output");
+    add_reading(*frames, common);
+
+    CLI::App *formats = app.add_subcommand("formats", "Lists the pixel formats");
 
     bool check = false;
     CLI::App *codecs = app.add_subcommand("codecs", "Lists the codec modules and whether they open");
@@ -143,18 +225,12 @@ int run(int argc, char **argv) {
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? tool::done : tool::usage;
     }
-    for (const auto &[command, verb] : operation_verbs)
-        if (*command) options.operations = {verb->operation.parse(argument)};
-    if (*flip) options.operations = {tool::parse_flip(horizontal ? "horizontal" : "vertical")};
-    if (*convert) options.operations = parsed_operations(*convert);
-    options.files = thumbnails.files = common.files;
-    options.to = thumbnails.to = common.to;
-    options.given = thumbnails.given = parsed_options(common);
-    if (damage == "keep") options.damage = tool::Picture::Damage::kept;
-    if (*info) return tool::info(files);
+    if (*info) return tool::info({common.files.names, reading_of(common), json});
+    if (*compare) return tool::compare({common.files.names, reading_of(common)});
+    if (*frames) return tool::frames({file, common.files.pattern, common.to, reading_of(common)});
+    if (*formats) return tool::formats();
     if (*codecs) return tool::codecs(check);
-    if (*thumbnail) return tool::thumbnail(thumbnails);
-    return tool::convert(options);
+    return tool::convert(writers.options());
 }
 
 } // namespace
@@ -167,7 +243,7 @@ int main(int argc, char **argv) {
         tool::complain("standard output: not all could be written; check free space");
     } catch (const tool::Failure &failure) {
         tool::complain(failure.what());
-        return failure.code();
+        return static_cast<int>(failure.code());
     } catch (const tool::Interrupted &) {
         std::cerr << "pictra: interrupted\n";
         return 128 + tool::stop_signal();

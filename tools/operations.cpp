@@ -139,8 +139,28 @@ void apply(const Operation &operation, Picture &picture, const std::string &name
         }
     });
     stop_if_asked();
-    if (status != IMG_ST_OK) throw Failure(explain(name, status));
+    if (status != IMG_ST_OK) throw failure_of(name, status);
     if (operation.kind != Operation::resize && (original & IMG_FMT_PAL)) picture.pack(original);
+}
+
+void turn_upright(Picture &picture, uint32_t orientation, const std::string &name) {
+    constexpr uint32_t no = ~0u;
+    // By the orientation: a turn, then a flip.
+    constexpr struct {
+        uint32_t angle, flip;
+    } steps[] = {{no, no},
+                 {no, no},
+                 {no, IMG_FLIP_HORIZONTAL},
+                 {IMG_ANGLE_180, no},
+                 {no, IMG_FLIP_VERTICAL},
+                 {IMG_ANGLE_90, IMG_FLIP_HORIZONTAL},
+                 {IMG_ANGLE_90, no},
+                 {IMG_ANGLE_90, IMG_FLIP_VERTICAL},
+                 {IMG_ANGLE_270, no}};
+    if (orientation >= std::size(steps)) return;
+    const auto [angle, flip] = steps[orientation];
+    if (angle != no) apply({.kind = Operation::rotate, .how = angle}, picture, name);
+    if (flip != no) apply({.kind = Operation::flip, .how = flip}, picture, name);
 }
 
 } // namespace tool

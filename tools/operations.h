@@ -25,4 +25,7 @@ Operation parse_flip(const std::string &across); // horizontal, vertical
 // name is the picture's, for messages.
 void apply(const Operation &operation, Picture &picture, const std::string &name);
 
+// Turns and mirrors a picture that is stored in one of the eight orientations of EXIF.
+void turn_upright(Picture &picture, uint32_t orientation, const std::string &name);
+
 } // namespace tool

@@ -2,6 +2,7 @@
 #include "tools/output.h"
 
 #include "tools/interrupt.h"
+#include "tools/source.h"
 #include "tools/target.h"
 #include "tools/text.h"
 
@@ -38,7 +39,7 @@ bool is_black_and_white(const img_record &record) {
 void keep_promise(Picture &picture, const Output &output, const std::string &extension) {
     for (const auto &[name, format, text, without_transparency] : promises) {
         if (strcasecmp(extension.c_str(), name) != 0) continue;
-        if (!output.format.empty()) picture.drop_key();
+        if (output.drops_key) picture.drop_key();
         if (picture.has_transparency())
             throw Failure(output.path + ": ." + name + " holds no transparency; write a .pam or .png" +
                           without_transparency);
@@ -67,19 +68,19 @@ void write(img_lib_handle &library, img_codec *codec, Picture &picture, const Ou
     Target target(output.path);
     const std::string name = output.path == "-" ? "standard output" : output.path;
     Stream stream(io_open(IO_FD, IO_WRITE, target.descriptor()));
-    if (!stream) throw Failure(explain(name, IMG_ST_NOMEM));
+    if (!stream) throw failure_of(name, IMG_ST_NOMEM);
     const img_encode_callouts callouts = exchange.writing();
     picture.record().flags |= IMG_F_ANSWERS;
     img_status status = img_write(&library, stream.get(), &callouts, &picture.record(), &codec);
     if (status == IMG_ST_OK && io_ostream_flush(stream->self) != 0) status = IMG_ST_FILE;
     stop_if_asked();
-    exchange.check();
+    exchange.check(name);
     if (status == IMG_ST_FILE)
         throw Failure(name + ": not all could be written, the disk is full or a limit reached; check free space");
     if (status == IMG_ST_NOCONV)
         throw Failure(name + ": its codec cannot hold " + format_name(picture.record().format) +
                       "; use --format with one of " + exchange.offered);
-    if (status != IMG_ST_OK) throw Failure(explain(name, status));
+    if (status != IMG_ST_OK) throw failure_of(name, status);
     target.commit();
 }
 

@@ -3,6 +3,7 @@
 // Writing a picture with the codec that its target's name asks for, complete or not at all.
 #pragma once
 
+#include "tools/exchange.h"
 #include "tools/picture.h"
 
 #include <string>
@@ -10,9 +11,9 @@
 namespace tool {
 
 struct Output {
-    std::string path;   // "-" is standard output
-    std::string to;     // the extension whose codec writes, if not that of path
-    std::string format; // the pixel format that the user asked for, if any: it may drop a colour key
+    std::string path; // "-" is standard output
+    std::string to;   // the extension whose codec writes, if not that of path
+    bool drops_key;   // the user asked for a pixel format, which may cost the colour key
 };
 
 // Fails if no codec is registered, before any work is done.

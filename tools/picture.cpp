@@ -1,86 +1,19 @@
 // SPDX-License-Identifier: MIT
 #include "tools/picture.h"
 
-#include "tools/interrupt.h"
 #include "tools/text.h"
 
-#include <errno.h>
 #include <new>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 
 namespace tool {
 
 namespace {
 
-// What the library's status would tell less clearly.
-void check_readable(const std::string &path) {
-    struct stat about;
-    if (stat(path.c_str(), &about) != 0) throw Failure(path + ": " + strerror(errno) + "; check the name");
-    if (S_ISDIR(about.st_mode)) throw Failure(path + ": it is a directory; name a picture in it");
-    if (S_ISREG(about.st_mode) && about.st_size == 0) throw Failure(path + ": the file is empty; get it again");
-}
-
 [[noreturn]] void out_of_memory() { throw std::bad_alloc(); }
 
 } // namespace
-
-void load(img_lib_handle &library, const std::string &path, LoadFile from_file, LoadStream from_stream,
-          const img_decode_callouts &callouts, Exchange &exchange, img_record &record) {
-    const std::string name = path == "-" ? "standard input" : path;
-    const img_format wanted = record.flags & IMG_F_FORMAT ? record.format : 0;
-    img_status status = IMG_ST_OK;
-    if (path == "-") {
-        const Stream stream(io_open(IO_FD, IO_READ, 0));
-        if (!stream) out_of_memory();
-        status = from_stream(&library, stream.get(), &callouts, &record);
-    } else {
-        check_readable(path);
-        status = from_file(&library, path.c_str(), &callouts, &record);
-        if (status == IMG_ST_FILE && !stop_signal())
-            throw Failure(path + ": " + strerror(errno) + "; check its rights");
-    }
-    stop_if_asked();
-    exchange.check();
-    for (const std::string &warning : exchange.warnings) complain(name + ": warning: " + warning);
-    if (status == IMG_ST_NOCONV && wanted)
-        throw Failure(name + ": the picture cannot become " + format_name(wanted) + "; choose another with --format");
-    if (status == IMG_ST_RESERVED4) throw Damaged(explain(name, status));
-    if (status != IMG_ST_OK) throw Failure(explain(name, status));
-}
-
-namespace {
-
-// Storage that the library did not give stays when a load fails.
-img_status give_storage(void *, img_record *record, uint32_t) {
-    img_alloc_result made = 0;
-    const img_status status = img_alloc(record, &made);
-    if (made & IMG_ALLOC_PIXELS) memset(record->data, 0, size_t{record->stride} * record->height);
-    return status;
-}
-
-} // namespace
-
-Picture::Picture(img_lib_handle &library, const std::string &path, Exchange &exchange, std::optional<img_format> format,
-                 Damage damage) {
-    if (format) {
-        record_.format = *format;
-        record_.flags = IMG_F_FORMAT | (*format & IMG_FMT_ALPHA ? IMG_F_WANT_ALPHA : 0);
-    }
-    img_decode_callouts callouts = exchange.reading();
-    if (damage == Damage::kept) callouts.setup = give_storage;
-    try {
-        load(library, path, img_load_file, img_load, callouts, exchange, record_);
-    } catch (const Damaged &failure) {
-        if (damage == Damage::refused || !has(IMG_F_DIRECT)) throw;
-        complain(failure.what() + std::string(" (kept what arrived: ") + std::to_string(exchange.rows_done) + " of " +
-                 std::to_string(record_.height) + " rows)");
-    } catch (...) {
-        release();
-        throw;
-    }
-}
 
 img_status Picture::convert(img_format format) {
     const img_format before = record_.format;
@@ -107,7 +40,7 @@ void Picture::key_to_alpha() {
     } else if ((record_.format & IMG_FMT_BPP_MASK) <= 16) {
         img_convert_data(record_.format, &record_.transparency, FMT_ARGB8888HE, &key, 1);
     }
-    if (const img_status status = convert(FMT_ARGB8888HE)) throw Failure(explain("the picture", status));
+    if (const img_status status = convert(FMT_ARGB8888HE)) throw failure_of("the picture", status);
     if (!indexed && keyed) clear_key(key);
     drop_key();
 }
@@ -147,7 +80,8 @@ void Picture::pack(img_format format) {
 
 // The library makes pixels and palette in one block.
 void Picture::release() {
-    if (record_.flags & IMG_F_DIRECT) free(record_.data);
+    if ((record_.flags & IMG_F_DIRECT) && !keeper_) free(record_.data);
+    keeper_ = nullptr;
 }
 
 } // namespace tool

@@ -1,32 +1,20 @@
 // SPDX-License-Identifier: MIT
 //
-// A picture in memory, loaded from a file or standard input.
+// A picture in memory.
 #pragma once
 
 #include "pictra/pictra.h"
-#include "tools/exchange.h"
-#include "tools/text.h"
 
 #include <memory>
-#include <optional>
-#include <string>
+#include <utility>
 
 namespace tool {
 
-struct Close {
-    void operator()(io_handle *stream) const { io_close(stream); }
-};
-using Stream = std::unique_ptr<io_handle, Close>;
-
 class Picture {
 public:
-    // Loads path, "-" being standard input, in the given format or in the file's own. Of a damaged picture the rows that
-    // arrived can be kept; the others are zero.
-    enum class Damage : uint8_t { refused, kept };
-    Picture(img_lib_handle &library, const std::string &path, Exchange &exchange, std::optional<img_format> format = {},
-            Damage damage = Damage::refused);
-    // Takes over a record that the library gave storage to.
-    explicit Picture(const img_record &given) : record_(given) {}
+    // Takes over a record with its storage: the library's, or another's that lives as long as its keeper.
+    explicit Picture(const img_record &given, std::shared_ptr<const void> keeper = nullptr)
+        : record_(given), keeper_(std::move(keeper)) {}
     Picture(const Picture &) = delete;
     Picture &operator=(const Picture &) = delete;
     ~Picture() { release(); }
@@ -60,17 +48,7 @@ private:
     void release();
 
     img_record record_{};
+    std::shared_ptr<const void> keeper_;
 };
-
-// Opens path, "-" being standard input, and hands it to one of the library's load functions, which gets the record. Fails
-// with a message, or as Damaged.
-class Damaged : public Failure {
-public:
-    using Failure::Failure;
-};
-using LoadFile = img_status (*)(img_lib_handle *, const char *, const img_decode_callouts *, img_record *);
-using LoadStream = img_status (*)(img_lib_handle *, io_handle *, const img_decode_callouts *, img_record *);
-void load(img_lib_handle &library, const std::string &path, LoadFile from_file, LoadStream from_stream,
-          const img_decode_callouts &callouts, Exchange &exchange, img_record &record);
 
 } // namespace tool

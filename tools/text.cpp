@@ -25,7 +25,7 @@ constexpr StatusText status_texts[] = {
     {"the configuration is missing or holds errors", "check the file that PICTRA_CFGFILE names"},
     {"a codec module does not open", "'pictra codecs --check' tells why"},
     {"it cannot be opened or written", "check name, rights and free space"},
-    {"it exceeds a limit (1000000 pixels a side, 268435456 in all)", "reduce the picture"},
+    {"it exceeds a limit (1000000 pixels a side, 268435456 in all)", "reduce the picture with another program"},
     {"the picture's description contradicts itself", "convert it with --format first"},
     {"its codec cannot do this, or its module does not open", "'pictra codecs --check' tells which"},
 };
@@ -67,10 +67,21 @@ std::string explain(const std::string &name, img_status status) {
     return name + ": " + reason + "; " + remedy;
 }
 
-std::string format_name(img_format format) {
+namespace {
+
+const FormatName *find_format(img_format format) {
     const auto *found = std::find_if(std::begin(format_names), std::end(format_names),
                                      [format](const FormatName &entry) { return entry.format == format; });
-    return found != std::end(format_names) ? found->name : "format " + std::to_string(format);
+    return found != std::end(format_names) ? found : nullptr;
+}
+
+} // namespace
+
+bool is_format(img_format format) { return find_format(format); }
+
+std::string format_name(img_format format) {
+    const FormatName *found = find_format(format);
+    return found ? found->name : "format " + std::to_string(format);
 }
 
 std::optional<img_format> format_of(const std::string &name) {
@@ -79,6 +90,12 @@ std::optional<img_format> format_of(const std::string &name) {
     for (const FormatName &entry : format_names)
         if (strcasecmp(bare, entry.name) == 0) return entry.format;
     return std::nullopt;
+}
+
+std::vector<img_format> all_formats() {
+    std::vector<img_format> formats;
+    for (const FormatName &entry : format_names) formats.push_back(entry.format);
+    return formats;
 }
 
 std::string all_format_names() {

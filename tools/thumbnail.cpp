@@ -1,22 +1,12 @@
 // SPDX-License-Identifier: MIT
-//
-// pictra thumbnail: pictures made small while they are decoded, so that memory does not grow with them.
-#include "tools/config.h"
-#include "tools/output.h"
-#include "tools/picture.h"
-#include "tools/text.h"
-#include "tools/verbs.h"
+#include "tools/thumbnail.h"
 
 #include <algorithm>
+#include <stdlib.h>
 
 namespace tool {
 
 namespace {
-
-struct Wish : Exchange {
-    using Exchange::Exchange;
-    uint32_t most = 0; // pixels a side
-};
 
 uint32_t in_proportion(uint32_t side, uint32_t to, uint32_t from) {
     return std::max(1u, static_cast<uint32_t>((uint64_t{side} * to + from / 2) / from));
@@ -24,7 +14,7 @@ uint32_t in_proportion(uint32_t side, uint32_t to, uint32_t from) {
 
 // Gives the thumbnail its size and format. Pictures that may be transparent get alpha; palettes tell only later.
 uint32_t choose(void *data, img_record *thumbnail, const img_format *formats, uint32_t count) {
-    const uint32_t most = static_cast<Wish *>(static_cast<Exchange *>(data))->most, width = thumbnail->width,
+    const uint32_t most = static_cast<Exchange *>(data)->thumbnail, width = thumbnail->width,
                    height = thumbnail->height;
     if (std::max(width, height) > most) {
         thumbnail->width = width > height ? most : in_proportion(most, width, height);
@@ -48,21 +38,20 @@ bool is_opaque(const img_record &record) {
 
 } // namespace
 
-int thumbnail(const ThumbnailOptions &options) {
-    const Library library = attach();
-    return for_each_pair(*library, options.files, [&](const std::string &in, const std::string &out) {
-        const Output output{out, options.to, {}};
-        img_codec *codec = codec_for(*library, output);
-        img_record record{};
-        Wish wish(options.given);
-        wish.most = options.size;
-        img_decode_callouts callouts = wish.reading();
-        callouts.choose_format = choose;
-        load(*library, in, img_load_resize_file, img_load_resize, callouts, wish, record);
-        Picture picture(record);
-        if (record.format == FMT_ARGB8888HE && is_opaque(record)) picture.convert(FMT_RGB888);
-        write(*library, codec, picture, output, wish);
-    });
+img_status decode_thumbnail(img_lib_handle &library, io_handle *stream, uint32_t most, Exchange &exchange,
+                            img_record &record) {
+    exchange.thumbnail = most;
+    img_decode_callouts callouts = exchange.reading();
+    callouts.choose_format = choose;
+    const img_status status = img_load_resize(&library, stream, &callouts, &record);
+    if (status != IMG_ST_OK || record.format != FMT_ARGB8888HE || !is_opaque(record)) return status;
+    img_record opaque{};
+    opaque.format = FMT_RGB888;
+    opaque.flags = IMG_F_FORMAT;
+    if (const img_status converted = img_dtransform(&record, &opaque)) return converted;
+    free(record.data);
+    record = opaque;
+    return status;
 }
 
 } // namespace tool

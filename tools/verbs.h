@@ -4,6 +4,7 @@
 #pragma once
 
 #include "tools/batch.h"
+#include "tools/decoder.h"
 #include "tools/operations.h"
 
 #include <string>
@@ -11,25 +12,37 @@
 
 namespace tool {
 
-int info(const std::vector<std::string> &files);
+struct InfoOptions {
+    std::vector<std::string> files;
+    Reading reading;
+    bool json = false;
+};
+int info(const InfoOptions &options);
 
 struct ConvertOptions {
     Files files;
-    std::string format, to;            // may be empty
+    std::string to; // may be empty
+    Reading reading;
     std::vector<Operation> operations; // in the order in which they are done
-    std::vector<GivenOption> given;
-    Picture::Damage damage = Picture::Damage::refused;
+    std::string keep = "all";          // kinds of metadata
 };
 int convert(const ConvertOptions &options);
 
-struct ThumbnailOptions {
-    Files files;
-    std::string to; // may be empty
-    std::vector<GivenOption> given;
-    uint32_t size = 0; // of the longer side; smaller pictures stay as they are
+struct CompareOptions {
+    std::vector<std::string> files; // two
+    Reading reading;
 };
-int thumbnail(const ThumbnailOptions &options);
+int compare(const CompareOptions &options);
 
+struct FramesOptions {
+    std::string file;
+    std::string pattern; // of the files to write, or empty: list only
+    std::string to;
+    Reading reading;
+};
+int frames(const FramesOptions &options);
+
+int formats();
 int codecs(bool check);
 
 } // namespace tool
