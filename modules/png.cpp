@@ -1,80 +1,39 @@
 // SPDX-License-Identifier: MIT
 //
-// The PNG codec module, on libpng.
-//
-// libpng reports errors by longjmp. It is called from guarded() only; what runs inside has no object with a destructor, and
-// everything that changes there lives in the state on the heap, which is released after the jump.
-#include "modules/layout.h"
+// The PNG codec module, on libpng: its entry and the reading side.
+#include "modules/png.h"
 
 #include <algorithm>
-#include <png.h>
-#include <string.h>
 
 using namespace module;
+
+void module::on_error(png_structp png, png_const_charp) { png_longjmp(png, 1); }
+
+void module::on_warning(png_structp png, png_const_charp text) {
+    auto &state = *static_cast<State *>(png_get_error_ptr(png));
+    if (!state.warning[0]) strncpy(state.warning, text, sizeof state.warning - 1);
+    if (state.strict) png_longjmp(png, 1);
+}
+
+png_voidp module::allocate(png_structp png, png_alloc_size_t size) {
+    auto &state = *static_cast<State *>(png_get_mem_ptr(png));
+    if (size > state.allowance) return nullptr;
+    state.allowance -= size;
+    void *block = malloc(size);
+    if (!block) state.failure = no_memory;
+    return block;
+}
+
+void module::release(png_structp, png_voidp block) { free(block); }
 
 namespace {
 
 constexpr png_alloc_size_t max_chunk_bytes = 8'000'000;
 
-// ---- libpng ----
-
-struct State {
-    png_structp png = nullptr;
-    png_infop info = nullptr;
-    io_handle *stream = nullptr;
-    img_status failure = 0; // what a jump out of libpng means
-
-    State() = default;
-    State(const State &) = delete;
-    State &operator=(const State &) = delete;
-};
-
-struct Reader : State {
-    Decoding picture;
-    Bytes whole; // an interlaced image that cannot be decoded in place
-    uint32_t palette[PNG_MAX_PALETTE_LENGTH];
-    bool jumping_rows() const { return png_get_interlace_type(png, info) != PNG_INTERLACE_NONE; }
-    ~Reader() { png_destroy_read_struct(&png, &info, nullptr); }
-};
-
-struct Writer : State {
-    Encoding picture;
-    uint32_t palette[max_colors];
-    png_byte alpha[max_colors];
-    ~Writer() { png_destroy_write_struct(&png, &info); }
-};
-
-[[noreturn]] void on_error(png_structp png, png_const_charp) { png_longjmp(png, 1); }
-void on_warning(png_structp, png_const_charp) {}
-
-png_voidp allocate(png_structp png, png_alloc_size_t size) {
-    void *block = malloc(size);
-    if (!block) static_cast<State *>(png_get_mem_ptr(png))->failure = no_memory;
-    return block;
-}
-void release(png_structp, png_voidp block) { free(block); }
-
 void read_bytes(png_structp png, png_bytep dst, size_t length) {
     const auto &state = *static_cast<State *>(png_get_io_ptr(png));
     if (read_up_to(*state.stream, dst, length) != length) png_error(png, "the data ends too early");
 }
-
-void write_bytes(png_structp png, png_bytep src, size_t length) {
-    auto &state = *static_cast<State *>(png_get_io_ptr(png));
-    if (write_all(*state.stream, src, length)) return;
-    state.failure = write_failed;
-    png_error(png, "the stream takes no more");
-}
-
-void flush_nothing(png_structp) {} // flushing is the business of the stream's owner
-
-// Runs a step that calls libpng.
-template <typename S> img_status guarded(S &state, img_status (*step)(S &)) {
-    if (setjmp(png_jmpbuf(state.png))) return state.failure;
-    return step(state);
-}
-
-// ---- Decoding ----
 
 img_status decode_validate(io_handle *stream) {
     Signature signature;
@@ -192,47 +151,73 @@ void set_transformations(const Reader &r, const Source &source) {
 }
 
 // Hands over the row decoded at row(y), unless it has indices beyond the palette.
-img_status hand_over(const Reader &r, const Source &source, uint32_t y) {
+img_status hand_over(const Reader &r, uint32_t y) {
     const img_record &record = r.picture.record();
-    if (source.indexed && !indices_below(r.picture.row(y), bits_per_pixel(record.format), record.width, source.ncolors))
+    if ((record.format & IMG_FMT_PAL) &&
+        !indices_below(r.picture.row(y), bits_per_pixel(record.format), record.width, record.ncolors))
         return damaged;
     r.picture.hand_over(y);
     return ok;
 }
 
-img_status read_rows(Reader &r, const Source &source) {
+img_status read_rows(Reader &r) {
     const uint32_t height = r.picture.record().height;
     for (uint32_t y = 0; y < height; y++) {
         png_read_row(r.png, r.picture.row(y), nullptr);
-        if (const img_status status = hand_over(r, source, y)) return status;
+        if (const img_status status = hand_over(r, y)) return status;
         if (const img_status status = r.picture.progress(y + 1)) return status;
     }
     return ok;
 }
 
-// Each pass adds pixels all over the image, so rows are complete only at the end.
-img_status read_passes(Reader &r, const Source &source, uint32_t passes) {
+uint8_t *held_row(const Reader &r, uint32_t y) {
     const img_record &record = r.picture.record();
-    const bool in_place = record.flags & IMG_F_DIRECT;
-    const size_t bytes = row_bytes(record.format, record.width);
-    if (!in_place && !(r.whole = make_bytes(bytes * record.height))) return no_memory;
-    const auto row = [&](uint32_t y) { return in_place ? r.picture.row(y) : r.whole.get() + bytes * y; };
+    return r.whole ? r.whole.get() + row_bytes(record.format, record.width) * y : r.picture.row(y);
+}
+
+// Each pass adds pixels all over the image and fills the gaps between them with blocks, so rows are complete only at the
+// end, but show something when there is no end.
+img_status read_passes(Reader &r, uint32_t passes) {
+    const img_record &record = r.picture.record();
+    if (!(record.flags & IMG_F_DIRECT) &&
+        !(r.whole = make_bytes(row_bytes(record.format, record.width) * record.height)))
+        return no_memory;
+    r.held = true;
     for (uint32_t pass = 0; pass < passes; pass++)
         for (uint32_t y = 0; y < record.height; y++) {
-            png_read_row(r.png, row(y), nullptr);
-            const uint32_t rows_worth = (pass * record.height + y + 1) / passes;
+            png_read_row(r.png, nullptr, held_row(r, y));
+            const auto rows_worth = static_cast<uint32_t>((uint64_t{pass} * record.height + y + 1) / passes);
             if (const img_status status = r.picture.progress(rows_worth)) return status;
         }
+    return ok;
+}
+
+img_status hand_over_held(const Reader &r) {
+    const img_record &record = r.picture.record();
     for (uint32_t y = 0; y < record.height; y++) {
-        if (!in_place) memcpy(r.picture.row(y), row(y), bytes);
-        if (const img_status status = hand_over(r, source, y)) return status;
+        if (r.whole) memcpy(r.picture.row(y), held_row(r, y), row_bytes(record.format, record.width));
+        if (const img_status status = hand_over(r, y)) return status;
     }
     return ok;
 }
 
+// libpng inflates compressed bytes in portions, and loses the last one when the data ends within: a small part of the
+// picture, so that the rows before are not lost with it.
+void set_portion(const Reader &r) {
+    const uint64_t bytes = uint64_t{png_get_rowbytes(r.png, r.info)} * png_get_image_height(r.png, r.info);
+    png_set_compression_buffer_size(r.png, std::clamp<uint64_t>(bytes / 64, 64, 8192));
+}
+
 img_status decode(Reader &r) {
+    r.failure = damaged;
+    png_set_read_fn(r.png, &r, read_bytes);
     png_set_sig_bytes(r.png, 8);
+    png_set_user_limits(r.png, PNG_UINT_31_MAX, PNG_UINT_31_MAX); // tested with a status of its own
+    png_set_chunk_malloc_max(r.png, max_chunk_bytes);
+    keep_values(r);
     png_read_info(r.png, r.info);
+    r.allowance = SIZE_MAX;
+    if (const img_status status = report_values(r, When::before_pixels)) return status;
     const uint32_t width = png_get_image_width(r.png, r.info), height = png_get_image_height(r.png, r.info);
     const Source source = describe(r);
     const Offer offer = offer_for(source, r.picture.record().flags & IMG_F_WANT_ALPHA);
@@ -244,12 +229,13 @@ img_status decode(Reader &r) {
     } else if (source.has_key && !(r.picture.record().format & IMG_FMT_ALPHA)) {
         hand_over_key(r, source);
     }
+    set_portion(r);
     set_transformations(r, source);
     const auto passes = static_cast<uint32_t>(png_set_interlace_handling(r.png));
     png_read_update_info(r.png, r.info);
-    const img_status status = r.jumping_rows() ? read_passes(r, source, passes) : read_rows(r, source);
-    if (status == ok) png_read_end(r.png, nullptr);
-    return status;
+    if (const img_status status = passes > 1 ? read_passes(r, passes) : read_rows(r)) return status;
+    png_read_end(r.png, r.values ? r.info : nullptr);
+    return report_values(r, When::after_pixels);
 }
 
 img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **) {
@@ -260,127 +246,25 @@ img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, 
     const auto reader = make<Reader>();
     if (!reader) return no_memory;
     reader->stream = stream;
-    reader->failure = no_memory;
     reader->picture.begin(*callouts, *record);
-    reader->png =
-        png_create_read_struct_2(PNG_LIBPNG_VER_STRING, nullptr, on_error, on_warning, reader.get(), allocate, release);
+    reader->values = callouts->set_value;
+    img_option strict = switch_option("strict", "refuse files with damage that does not touch the pixels");
+    if (const img_status status = reader->picture.ask(strict)) return status;
+    reader->strict = strict.value;
+    reader->png = png_create_read_struct_2(PNG_LIBPNG_VER_STRING, reader.get(), on_error, on_warning, reader.get(),
+                                           allocate, release);
     if (reader->png) reader->info = png_create_info_struct(reader->png);
     if (!reader->info) return no_memory;
-    png_set_read_fn(reader->png, reader.get(), read_bytes);
-    png_set_user_limits(reader->png, PNG_UINT_31_MAX, PNG_UINT_31_MAX); // tested with a status of its own
-    png_set_chunk_malloc_max(reader->png, max_chunk_bytes);
-    png_set_keep_unknown_chunks(reader->png, PNG_HANDLE_CHUNK_NEVER, nullptr, -1); // of the ancillary ones, only tRNS
-    reader->failure = damaged;
-    return guarded(*reader, decode);
-}
-
-// ---- Encoding ----
-
-// Palette and transparency, in chunks before the image. PNG keeps alpha of a palette from its start, so both a key and
-// alpha of entries go there.
-img_status write_palette(Writer &w) {
-    const img_record &image = w.picture.image();
-    if (const img_status status = w.picture.get_palette(w.palette)) return status;
-    const uint32_t ncolors = std::min(image.ncolors, 1u << bits_per_pixel(image.format));
-    png_color colors[max_colors];
-    for (uint32_t i = 0; i < ncolors; i++) {
-        colors[i] = {static_cast<png_byte>(w.palette[i] >> 16), static_cast<png_byte>(w.palette[i] >> 8),
-                     static_cast<png_byte>(w.palette[i])};
-        w.alpha[i] = w.picture.has(IMG_F_PAL_ALPHA) ? static_cast<png_byte>(w.palette[i] >> 24) : png_byte{0xff};
-    }
-    if (w.picture.has(IMG_F_TRANSP)) {
-        uint8_t key[4];
-        if (const img_status status = w.picture.get_transparency(key)) return status;
-        if (key[0] >= ncolors) return bad_record;
-        w.alpha[key[0]] = 0;
-    }
-    png_set_PLTE(w.png, w.info, colors, static_cast<int>(ncolors));
-    uint32_t alphas = ncolors;
-    while (alphas && w.alpha[alphas - 1] == 0xff) alphas--;
-    if (alphas) png_set_tRNS(w.png, w.info, w.alpha, static_cast<int>(alphas), nullptr);
-    return ok;
-}
-
-img_status write_key(Writer &w, const Layout *layout) {
-    uint8_t pixel[4];
-    if (const img_status status = w.picture.get_transparency(pixel)) return status;
-    png_color_16 key{};
-    if (layout) {
-        const ColorBytes at = color_bytes(*layout);
-        key.red = pixel[at.red];
-        key.green = pixel[at.green];
-        key.blue = pixel[at.blue];
-    } else {
-        key.gray = pixel[0];
-    }
-    png_set_tRNS(w.png, w.info, nullptr, 0, &key);
-    return ok;
-}
-
-img_status write_header(Writer &w, const Layout *layout) {
-    const img_record &image = w.picture.image();
-    const bool indexed = image.format & IMG_FMT_PAL, alpha = image.format & IMG_FMT_ALPHA;
-    const int depth = indexed ? static_cast<int>(bits_per_pixel(image.format)) : 8;
-    const int color_type = indexed   ? PNG_COLOR_TYPE_PALETTE
-                           : !layout ? PNG_COLOR_TYPE_GRAY
-                           : alpha   ? PNG_COLOR_TYPE_RGB_ALPHA
-                                     : PNG_COLOR_TYPE_RGB;
-    png_set_IHDR(w.png, w.info, image.width, image.height, depth, color_type, PNG_INTERLACE_NONE,
-                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-    img_status status = ok;
-    if (indexed)
-        status = write_palette(w);
-    else if (!alpha && w.picture.has(IMG_F_TRANSP))
-        status = write_key(w, layout);
-    if (status) return status;
-    png_write_info(w.png, w.info);
-    if (!layout) return ok;
-    if (layout->blue_first) png_set_bgr(w.png);
-    if (layout->fourth == Fourth::none) return ok;
-    if (!alpha) png_set_filler(w.png, 0, layout->fourth == Fourth::last ? PNG_FILLER_AFTER : PNG_FILLER_BEFORE);
-    if (alpha && layout->fourth == Fourth::first) png_set_swap_alpha(w.png);
-    return ok;
-}
-
-img_status encode(Writer &w) {
-    Offer offer;
-    for (const img_format format : {FMT_PAL1, FMT_PAL4, FMT_PAL8, FMT_G8}) offer.add(format);
-    offer.add(opaque_layouts);
-    offer.add(alpha_layouts);
-    if (const img_status status = w.picture.choose_and_set_up(offer.formats(), offer.count())) return status;
-    const img_record &image = w.picture.image();
-    if (const img_status status = write_header(w, layout_of(image.format))) return status;
-    for (uint32_t y = 0; y < image.height; y++) {
-        const uint8_t *row = w.picture.fetch(y);
-        if ((image.format & IMG_FMT_PAL) &&
-            !indices_below(row, bits_per_pixel(image.format), image.width, image.ncolors))
-            return bad_record; // readers refuse such a file
-        png_write_row(w.png, row);
-        if (const img_status status = w.picture.progress(y + 1)) return status;
-    }
-    png_write_end(w.png, nullptr);
-    return ok;
-}
-
-img_status encode_frame(io_handle *stream, const img_encode_callouts *callouts, img_record *image, void **) {
-    const auto writer = make<Writer>();
-    if (!writer) return no_memory;
-    if (const img_status status = writer->picture.begin(*callouts, *image)) return status;
-    writer->stream = stream;
-    writer->failure = no_memory;
-    writer->png = png_create_write_struct_2(PNG_LIBPNG_VER_STRING, nullptr, on_error, on_warning, writer.get(),
-                                            allocate, release);
-    if (writer->png) writer->info = png_create_info_struct(writer->png);
-    if (!writer->info) return no_memory;
-    png_set_write_fn(writer->png, writer.get(), write_bytes, flush_nothing);
-    writer->failure = bad_record;
-    return guarded(*writer, encode);
+    const img_status status = guarded(*reader, decode);
+    if (!reader->held || (status != ok && status != damaged)) return status;
+    const img_status handed_over = hand_over_held(*reader);
+    return status ? status : handed_over;
 }
 
 } // namespace
 
 img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) {
     if (size < sizeof *table) return unsupported;
-    *table = {decode_validate, want_large_buffer, decode_frame, nullptr, want_large_buffer, encode_frame, nullptr};
+    *table = {decode_validate, want_large_buffer, decode_frame, nullptr, want_large_buffer, png_encode_frame, nullptr};
     return ok;
 }

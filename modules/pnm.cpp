@@ -43,12 +43,16 @@ class Characters {
 public:
     void begin(io_handle &stream) { stream_ = &stream; }
     void read_ahead() { most_ = sizeof block_; }
+    bool ended() const { return ended_; } // something was looked for behind the last character
 
     int next() { // -1 at the end
         if (at_ == length_) {
             at_ = 0;
             length_ = read_up_to(*stream_, block_, most_);
-            if (!length_) return -1;
+            if (!length_) {
+                ended_ = true;
+                return -1;
+            }
         }
         return block_[at_++];
     }
@@ -93,6 +97,7 @@ public:
 private:
     io_handle *stream_ = nullptr;
     size_t most_ = 1, at_ = 0, length_ = 0;
+    bool ended_ = false;
     uint8_t block_[4096];
 };
 
@@ -259,6 +264,8 @@ img_status Reader::read_row(uint8_t *row) {
 img_status Reader::read_image() {
     if (!header.highest || header.highest > 0xffff) return damaged;
     const img_format format = format_of(header.kind);
+    const uint32_t depth = header.kind == Kind::bits ? 1u : static_cast<uint32_t>(std::bit_width(header.highest));
+    if (const img_status status = picture.report(IMG_VALUE_DEPTH, depth)) return status;
     if (const img_status status = picture.choose(header.width, header.height, 2, &format, 1)) return status;
     if (const img_status status = picture.setup()) return status;
     if (header.kind == Kind::bits) {
@@ -275,6 +282,7 @@ img_status Reader::read_image() {
         scaled[value] = static_cast<uint8_t>((value * 255 + header.highest / 2) / header.highest);
     for (uint32_t y = 0; y < header.height; y++) {
         if (const img_status status = read_row(picture.row(y))) return status;
+        if (characters.ended() && y + 1 < header.height) return damaged; // the row's last number may have been cut
         picture.hand_over(y);
         if (const img_status status = picture.progress(y + 1)) return status;
     }
