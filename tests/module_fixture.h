@@ -5,6 +5,7 @@
 #pragma once
 
 #include "pictra/pictra.h"
+#include "pictra/values.h"
 #include "tests/fake_backend.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +13,7 @@
 
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <random>
 #include <vector>
@@ -25,13 +27,43 @@ constexpr img_format all_formats[] = {FMT_PAL1,       FMT_PAL4,       FMT_PAL8, 
                                       FMT_RGB565HE,   FMT_RGB565OE,   FMT_XRGB8888HE, FMT_XRGB8888OE, FMT_XBGR8888HE,
                                       FMT_XBGR8888OE, FMT_ARGB8888HE, FMT_ARGB8888OE, FMT_ABGR8888HE, FMT_ABGR8888OE};
 
-// A record with the memory behind it.
+inline std::string big_endian(uint32_t value) {
+    std::string bytes;
+    for (const int shift : {24, 16, 8, 0}) bytes += static_cast<char>(value >> shift);
+    return bytes;
+}
+uint32_t crc(const std::string &bytes);
+std::string sealed_chunks(std::string png); // with right checksums for whatever its chunks hold
+
+// A module as the tests see it: what its format can hold, which the defaults say of one that holds everything.
+struct Module {
+    const char *extension;
+    const char *option = nullptr; // with this value when writing
+    int32_t value = 0;
+    double loss = 0;           // how far a channel of a smooth picture may be off, on average
+    bool indices = true;       // come back as indices of the same format
+    bool colors = true;        // takes pixels that are colours or grey
+    bool pixel_alpha = true;   // alpha in pixels comes back
+    bool palette_alpha = true; // and that of palette entries
+    bool key = true;           // and a transparent colour
+    bool frames = false;       // several pictures between one begin and one finish
+    bool follows = false;      // a file may follow another in a stream
+    bool scales = false;       // decodes at smaller sizes
+    bool early_rows = true;    // a file that is cut still gives rows, and right ones
+    uint32_t most_side = 1'000'000;
+    size_t silent_end = 0;                        // bytes at a file's end that nobody needs
+    std::string (*sealed)(std::string) = nullptr; // with right checksums for whatever the file holds
+    img_codec *codec = nullptr;
+};
+
+// A record with the memory behind it: noise, or a smooth picture for those that lose a little.
 struct Image {
     img_record record{};
     std::vector<uint8_t> pixels{};
     std::vector<uint32_t> palette{};
 
-    Image(img_format format, uint32_t width, uint32_t height, uint32_t ncolors = 0, img_flags flags = 0) {
+    Image(img_format format, uint32_t width, uint32_t height, uint32_t ncolors = 0, img_flags flags = 0,
+          bool smooth = false) {
         std::minstd_rand random(width * 31 + height + format);
         const uint32_t bits = format & IMG_FMT_BPP_MASK, stride = (width * bits + 7) / 8 + 3;
         pixels.resize(size_t{stride} * height);
@@ -44,6 +76,12 @@ struct Image {
         record.flags = IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | IMG_F_DIRECT | flags;
         record.transparency = 0xff000000;
         if (!(format & IMG_FMT_PAL)) {
+            std::vector<uint32_t> line(width);
+            for (uint32_t y = 0; smooth && y < height; y++) {
+                for (uint32_t x = 0; x < width; x++)
+                    line[x] = (255 - x % 128) << 24 | x % 256 << 16 | y % 256 << 8 | (x + y) / 2 % 256;
+                img_convert_data(FMT_ARGB8888HE, line.data(), format, &pixels[size_t{y} * stride], width);
+            }
             if (flags & IMG_F_TRANSP) memset(pixels.data(), 0, (bits + 7) / 8); // one pixel is of the key
             return;
         }
@@ -74,6 +112,24 @@ struct Loaded {
     ~Loaded() {
         if (record.flags & IMG_F_DIRECT) free(record.data);
     }
+};
+
+// Collects rows through an access function, those of a picture that fails as well.
+struct Rows {
+    img_record record{};
+    std::map<uint32_t, std::string> bytes{};
+    explicit Rows(img_format format) {
+        record.format = format;
+        record.flags = IMG_F_FORMAT | IMG_F_ACCESS | (format & IMG_FMT_ALPHA ? IMG_F_WANT_ALPHA : 0);
+        record.access_arg = this;
+        record.access = [](void *arg, uint32_t, uint32_t y, uint32_t count, void *line) {
+            Rows &rows = *static_cast<Rows *>(arg);
+            rows.bytes[y].assign(static_cast<char *>(line), count * ((rows.record.format & IMG_FMT_BPP_MASK) / 8));
+            return 0;
+        };
+    }
+    Rows(const Rows &) = delete;
+    Rows &operator=(const Rows &) = delete;
 };
 
 // All pixels as colour with alpha, transparency applied: what a picture looks like, however it is held.
@@ -108,52 +164,46 @@ inline std::string file(const std::string &path) {
 
 inline std::string picture(const std::string &name) { return file(PICTRA_PICTURES "/" + name); }
 
-inline std::string big_endian(uint32_t value) {
-    std::string bytes;
-    for (const int shift : {24, 16, 8, 0}) bytes += static_cast<char>(value >> shift);
-    return bytes;
+// Channels differ by so much on average.
+inline double difference(const std::vector<uint32_t> &a, const std::vector<uint32_t> &b) {
+    if (a.size() != b.size()) return 1000;
+    double sum = 0;
+    for (size_t i = 0; i < a.size(); i++)
+        for (const uint32_t shift : {0u, 8u, 16u, 24u}) sum += abs(int(a[i] >> shift & 255) - int(b[i] >> shift & 255));
+    return sum / (static_cast<double>(a.size()) * 4);
 }
 
 class Fixture : public testing::Test {
 protected:
-    Fixture() {
-        setenv("PICTRA_CFGFILE", PICTRA_BUILD_CONFIG, 1);
-        EXPECT_EQ(img_lib_attach(&library), IMG_ST_OK);
-        EXPECT_EQ(img_codec_list_byext(library, "a.png", &png, 1), 1u);
-        EXPECT_EQ(img_codec_list_byext(library, "a.PPM", &pnm, 1), 1u);
-    }
+    Fixture();
     ~Fixture() override { img_lib_detach(library); }
 
     img_status load(FakeBackend &source, img_record &record, const img_decode_callouts *callouts = nullptr) {
         const Stream stream(io_open(FakeBackend::make, IO_READ, &source), io_close);
-        return img_load(library, stream.get(), callouts, &record);
+        return stream ? img_load(library, stream.get(), callouts, &record) : img_status{IMG_ST_NOMEM};
     }
-    img_status load(const std::string &bytes, img_record &record) {
+    img_status load(const std::string &bytes, img_record &record, const img_decode_callouts *callouts = nullptr) {
         FakeBackend source{.data = bytes, .buffer_size = 2048};
-        return load(source, record);
+        return load(source, record, callouts);
     }
-    img_status write(img_codec *codec, img_record &image, std::string &bytes, uint32_t most = UINT32_MAX,
-                     uint32_t limit = UINT32_MAX) {
-        FakeBackend sink{.most = most};
-        const Stream stream(io_open(FakeBackend::make, IO_WRITE, &sink), io_close);
-        io_stream_ctl(stream->self, IO_CTL_SETLIMIT, reinterpret_cast<void *>(uintptr_t{limit}));
-        img_status status = img_write(library, stream.get(), nullptr, &image, &codec);
-        size_t before;
-        do { // as often as it moves something
-            before = sink.data.size();
-            if (io_ostream_flush(stream->self) == 0) break;
-        } while (sink.data.size() > before);
-        if (io_ostream_flush(stream->self) != 0) status = IMG_ST_FILE;
-        bytes = sink.data;
-        return status;
-    }
-    std::string written(img_codec *codec, Image &&image) {
+    img_status write(const Module &module, img_record &image, std::string &bytes, uint32_t most = UINT32_MAX,
+                     uint32_t limit = UINT32_MAX);
+    std::string written(const Module &module, Image &&image) {
         std::string bytes;
-        EXPECT_EQ(write(codec, image.record, bytes), IMG_ST_OK);
+        EXPECT_EQ(write(module, image.record, bytes), IMG_ST_OK);
         return bytes;
     }
+    const Module &module(const std::string &extension) const;
+    // Small files that each module writes, and the examples up to a size.
+    struct File {
+        const Module &module;
+        std::string bytes, name;
+    };
+    std::vector<File> files(size_t most);
+
     img_lib_handle *library = nullptr;
-    img_codec *png = nullptr, *pnm = nullptr;
+    std::vector<Module> all{};       // those that were built
+    std::vector<img_option> asked{}; // during the last write
 };
 
 } // namespace modules

@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: MIT
+#include "tests/module_fixture.h"
+
+#include <filesystem>
+
+namespace modules {
+
+namespace {
+
+// A row for each module, or more for modules that have more ways to write. The tests of all modules go through this table.
+const Module table[] = {
+    {.extension = "png", .frames = true, .follows = true, .sealed = sealed_chunks},
+    {.extension = "pnm", .indices = false, .frames = true, .follows = true, .silent_end = 2},
+};
+
+} // namespace
+
+uint32_t crc(const std::string &bytes) {
+    uint32_t value = ~0u;
+    for (const char byte : bytes) {
+        value ^= static_cast<uint8_t>(byte);
+        for (int bit = 0; bit < 8; bit++) value = value >> 1 ^ (value & 1 ? 0xedb88320 : 0);
+    }
+    return ~value;
+}
+
+std::string sealed_chunks(std::string bytes) {
+    for (size_t at = 8; at + 12 <= bytes.size();) {
+        const auto byte = [&](size_t i) { return static_cast<uint8_t>(bytes[at + i]); };
+        const size_t length = size_t{byte(2)} << 8 | byte(3);
+        if (byte(0) || byte(1) || at + 12 + length > bytes.size()) break;
+        bytes.replace(at + 8 + length, 4, big_endian(crc(bytes.substr(at + 4, length + 4))));
+        at += 12 + length;
+    }
+    return bytes;
+}
+
+Fixture::Fixture() {
+    setenv("PICTRA_CFGFILE", PICTRA_BUILD_CONFIG, 1);
+    EXPECT_EQ(img_lib_attach(&library), IMG_ST_OK);
+    for (Module module : table)
+        if (img_codec_list_byext(library, (std::string("a.") + module.extension).c_str(), &module.codec, 1))
+            all.push_back(module);
+}
+
+const Module &Fixture::module(const std::string &extension) const {
+    for (const Module &module : all)
+        if (module.extension == extension) return module;
+    abort();
+}
+
+img_status Fixture::write(const Module &module, img_record &image, std::string &bytes, uint32_t most, uint32_t limit) {
+    FakeBackend sink{.most = most};
+    const Stream stream(io_open(FakeBackend::make, IO_WRITE, &sink), io_close);
+    if (!stream) return IMG_ST_NOMEM;
+    io_stream_ctl(stream->self, IO_CTL_SETLIMIT, reinterpret_cast<void *>(uintptr_t{limit}));
+    struct Answers {
+        const Module &module;
+        std::vector<img_option> &asked;
+    } answers{module, asked};
+    asked.clear();
+    img_encode_callouts callouts{};
+    callouts.data = &answers;
+    callouts.scanline = [](void *data, img_record *, uintptr_t, uintptr_t, uintptr_t key, uintptr_t pointer) {
+        const Answers &its = *static_cast<Answers *>(data);
+        if (key != IMG_VALUE_OPTION) return img_status{IMG_ST_OK};
+        auto &option = *reinterpret_cast<img_option *>(pointer);
+        its.asked.push_back(option);
+        if (its.module.option && option.name == std::string_view(its.module.option)) option.value = its.module.value;
+        return img_status{IMG_ST_OK};
+    };
+    img_codec *codec = module.codec;
+    image.flags |= IMG_F_ANSWERS;
+    img_status status = img_write(library, stream.get(), &callouts, &image, &codec);
+    size_t before;
+    do { // as often as it moves something
+        before = sink.data.size();
+        if (io_ostream_flush(stream->self) == 0) break;
+    } while (sink.data.size() > before);
+    if (io_ostream_flush(stream->self) != 0) status = IMG_ST_FILE;
+    bytes = sink.data;
+    return status;
+}
+
+std::vector<Fixture::File> Fixture::files(size_t most) {
+    std::vector<File> files;
+    for (const Module &module : all)
+        for (const img_format format : {FMT_PAL1, FMT_PAL8, FMT_G8, FMT_RGB888, FMT_ARGB8888HE})
+            if (const bool indexed = format & IMG_FMT_PAL; indexed || module.colors)
+                files.push_back({module, written(module, Image(format, 5, 3, indexed ? 2 : 0)), module.extension});
+    for (const auto &entry : std::filesystem::directory_iterator(PICTRA_PICTURES)) {
+        const std::string path = entry.path();
+        img_codec *codec = nullptr;
+        if (entry.file_size() > most || !img_codec_list_byext(library, path.c_str(), &codec, 1)) continue;
+        for (const Module &module : all)
+            if (codec == module.codec) {
+                files.push_back({module, file(path), path});
+                break;
+            }
+    }
+    return files;
+}
+
+} // namespace modules
