@@ -87,7 +87,7 @@ img_status write_header(Writer &w, const Layout *layout) {
 }
 
 img_status ask_for_options(Writer &w) {
-    img_option level = number_option("level", "effort to make the file small", 0, 9, 6);
+    img_option level = number_option("level", "effort to make the file small", 0, 9, 4);
     img_option interlace = switch_option("interlace", "in seven passes, the first of which show all of the picture");
     img_option filter = choice_option("filter", "how pixels are predicted", "auto:none:sub:up:average:paeth", 6, 0);
     for (img_option *option : {&level, &interlace, &filter})

@@ -56,7 +56,7 @@ TEST_F(Modules, EveryFormatComesBackAsItWas) {
                 for (const img_flags flags : {img_flags{0}, img_flags{IMG_F_TRANSP}, img_flags{IMG_F_PAL_ALPHA}})
                     for (const uint32_t ncolors : {0u, 1u, 2u, 3u, 16u, 256u}) {
                         const bool indexed = format & IMG_FMT_PAL;
-                        if ((ncolors > 0) != indexed || ncolors > 1u << (format & IMG_FMT_BPP_MASK)) continue;
+                        if ((ncolors > 0) != indexed || ncolors > uint64_t{1} << (format & IMG_FMT_BPP_MASK)) continue;
                         if (module.loss > 0 && (flags || ncolors > 1)) continue; // nothing smooth
                         there_and_back(module, Image(format, width, height, ncolors, flags, module.loss > 0));
                         ASSERT_FALSE(HasFailure()) << module.extension << std::hex << ' ' << format << ' ' << flags
