@@ -215,6 +215,7 @@ img_status decode(Reader &r) {
     png_set_user_limits(r.png, PNG_UINT_31_MAX, PNG_UINT_31_MAX); // tested with a status of its own
     png_set_chunk_malloc_max(r.png, max_chunk_bytes);
     keep_values(r);
+    r.allowance = values_allowance;
     png_read_info(r.png, r.info);
     r.allowance = SIZE_MAX;
     if (const img_status status = report_values(r, When::before_pixels)) return status;
@@ -234,6 +235,7 @@ img_status decode(Reader &r) {
     const auto passes = static_cast<uint32_t>(png_set_interlace_handling(r.png));
     png_read_update_info(r.png, r.info);
     if (const img_status status = passes > 1 ? read_passes(r, passes) : read_rows(r)) return status;
+    r.allowance = values_allowance;
     png_read_end(r.png, r.values ? r.info : nullptr);
     return report_values(r, When::after_pixels);
 }

@@ -69,6 +69,10 @@ template <typename S> img_status guarded(S &state, img_status (*step)(S &)) {
     return step(state);
 }
 
+// Bytes that libpng may allocate for all texts and profiles of a file on one side of its pixels, whatever they were
+// compressed to.
+inline constexpr size_t values_allowance = 64 << 20;
+
 // Before the file is read: has libpng keep what is reported, and nothing else.
 void keep_values(Reader &reader);
 // Reports what has been read since the last time.

@@ -11,8 +11,6 @@ namespace {
 
 constexpr char xmp_keyword[] = "XML:com.adobe.xmp";
 constexpr size_t max_value_bytes = 4 << 20;
-// Of all texts and profiles of a file together, whatever they were compressed to.
-constexpr size_t max_values_bytes = 64 << 20;
 
 img_status report_exif(Reader &r) {
     png_uint_32 size;
@@ -66,7 +64,6 @@ void keep_values(Reader &r) {
     constexpr png_byte reported[] = "eXIf\0iCCP\0iTXt\0pHYs\0tEXt\0zTXt";
     png_set_keep_unknown_chunks(r.png, PNG_HANDLE_CHUNK_AS_DEFAULT, reported, sizeof reported / 5);
     png_set_option(r.png, PNG_SKIP_sRGB_CHECK_PROFILE, PNG_OPTION_ON);
-    r.allowance = max_values_bytes;
 }
 
 img_status report_values(Reader &r, When when) {
