@@ -6,6 +6,7 @@
 // everything that changes there lives in the state on the heap, which is released after the jump.
 #pragma once
 
+#include "modules/exif.h"
 #include "modules/layout.h"
 
 #include <png.h>
@@ -38,17 +39,10 @@ struct Reader : State {
     ~Reader() { png_destroy_read_struct(&png, &info, nullptr); }
 };
 
-// What goes into a file beside the pixels.
-struct Metadata {
-    img_bytes icc, exif, xmp;
-    img_resolution resolution;
-    std::array<uint8_t, 26> orientation; // in an EXIF block
-    Bytes xmp_text;                      // xmp and a zero
-};
-
 struct Writer : State {
     Encoding picture;
     Metadata metadata;
+    Bytes xmp_text;    // that of the metadata and a zero
     int level, filter; // options
     bool interlace;
     Bytes whole; // for the passes of an interlaced file

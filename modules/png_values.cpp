@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
 // What PNG files hold beside the pixels.
-#include "modules/exif.h"
 #include "modules/png.h"
 #include "modules/text.h"
 
@@ -10,18 +9,27 @@ namespace module {
 namespace {
 
 constexpr char xmp_keyword[] = "XML:com.adobe.xmp";
-constexpr size_t max_value_bytes = 4 << 20;
+
+bool resolution(const Reader &r, img_resolution &found) {
+    png_uint_32 x, y;
+    int unit;
+    if (!png_get_pHYs(r.png, r.info, &x, &y, &unit) || unit != PNG_RESOLUTION_METER) return false;
+    found = {static_cast<double>(x), static_cast<double>(y)};
+    return true;
+}
+
+img_status report_resolution(const Reader &r) {
+    img_resolution found;
+    return resolution(r, found) ? r.picture.report(IMG_VALUE_RESOLUTION, &found, sizeof found) : ok;
+}
 
 img_status report_exif(Reader &r) {
     png_uint_32 size;
-    png_bytep exif;
-    if (r.exif || !png_get_eXIf_1(r.png, r.info, &size, &exif)) return ok;
+    png_bytep block;
+    if (r.exif || !png_get_eXIf_1(r.png, r.info, &size, &block)) return ok;
     r.exif = true;
-    if (size > max_value_bytes) return r.picture.warn("The EXIF block is too large and was left out");
-    const uint32_t orientation = exif_orientation(exif, size);
-    if (orientation)
-        if (const img_status status = r.picture.report(IMG_VALUE_ORIENTATION, orientation)) return status;
-    return r.picture.report(IMG_VALUE_EXIF, exif, size);
+    img_resolution better;
+    return report_exif(r.picture, block, size, resolution(r, better));
 }
 
 img_status report_profile(const Reader &r) {
@@ -30,16 +38,7 @@ img_status report_profile(const Reader &r) {
     png_bytep profile;
     png_uint_32 size;
     if (!png_get_iCCP(r.png, r.info, &name, &compression, &profile, &size)) return ok;
-    if (size > max_value_bytes) return r.picture.warn("The colour profile is too large and was left out");
-    return r.picture.report(IMG_VALUE_ICC, profile, size);
-}
-
-img_status report_resolution(const Reader &r) {
-    png_uint_32 x, y;
-    int unit;
-    if (!png_get_pHYs(r.png, r.info, &x, &y, &unit) || unit != PNG_RESOLUTION_METER) return ok;
-    const img_resolution resolution = {static_cast<double>(x), static_cast<double>(y)};
-    return r.picture.report(IMG_VALUE_RESOLUTION, &resolution, sizeof resolution);
+    return report_block(r.picture, IMG_VALUE_ICC, profile, size);
 }
 
 img_status report_texts(Reader &r) {
@@ -83,50 +82,34 @@ img_status report_values(Reader &r, When when) {
 
 img_status ask_for_metadata(Writer &w) {
     Metadata &m = w.metadata;
-    uint32_t orientation = upright;
-    const struct {
-        uint32_t key;
-        void *value;
-    } questions[] = {{IMG_VALUE_ICC, &m.icc},
-                     {IMG_VALUE_EXIF, &m.exif},
-                     {IMG_VALUE_XMP, &m.xmp},
-                     {IMG_VALUE_RESOLUTION, &m.resolution},
-                     {IMG_VALUE_ORIENTATION, &orientation}};
-    for (const auto &[key, value] : questions)
-        if (const img_status status = w.picture.ask(key, value)) return status;
-    if (orientation < 1 || orientation > 8) return bad_record;
-    if (!m.exif.size && orientation != upright) {
-        m.orientation = exif_of_orientation(orientation);
-        m.exif = {m.orientation.data(), m.orientation.size()};
-    }
+    if (const img_status status = m.ask(w.picture)) return status;
     if (!m.xmp.size) return ok;
-    if (!(m.xmp_text = make_bytes(m.xmp.size + 1))) return no_memory;
-    memcpy(m.xmp_text.get(), m.xmp.data, m.xmp.size);
+    if (!(w.xmp_text = make_bytes(m.xmp.size + 1))) return no_memory;
+    memcpy(w.xmp_text.get(), m.xmp.data, m.xmp.size);
     return ok;
 }
 
 void set_metadata(Writer &w) {
     const Metadata &m = w.metadata;
     png_set_benign_errors(w.png, 1); // what libpng does not take, such as a profile that is none, is left out
-    constexpr size_t longest = PNG_UINT_31_MAX;
-    if (m.icc.size && m.icc.size <= longest)
+    if (m.icc.size)
         png_set_iCCP(w.png, w.info, "ICC", PNG_COMPRESSION_TYPE_BASE, static_cast<png_const_bytep>(m.icc.data),
                      static_cast<png_uint_32>(m.icc.size));
-    if (m.exif.size && m.exif.size <= longest)
+    if (m.exif.size)
         png_set_eXIf_1(w.png, w.info, static_cast<png_uint_32>(m.exif.size),
                        static_cast<png_bytep>(const_cast<void *>(m.exif.data)));
     const auto whole = [](double per_metre) {
-        return per_metre >= 1 && per_metre <= longest ? static_cast<png_uint_32>(per_metre + 0.5) : 0;
+        return per_metre >= 1 && per_metre <= PNG_UINT_31_MAX ? static_cast<png_uint_32>(per_metre + 0.5) : 0;
     };
     const png_uint_32 x = whole(m.resolution.x), y = whole(m.resolution.y);
     if (x && y) png_set_pHYs(w.png, w.info, x, y, PNG_RESOLUTION_METER);
-    if (m.xmp_text) {
+    if (w.xmp_text) {
         png_text text{};
         char keyword[sizeof xmp_keyword];
         memcpy(keyword, xmp_keyword, sizeof keyword);
         text.compression = PNG_ITXT_COMPRESSION_NONE;
         text.key = keyword;
-        text.text = reinterpret_cast<png_charp>(m.xmp_text.get());
+        text.text = reinterpret_cast<png_charp>(w.xmp_text.get());
         png_set_text(w.png, w.info, &text, 1);
     }
 }

@@ -135,8 +135,8 @@ TEST_F(Png, MetadataComesBack) {
         const img_resolution resolution = {3000, 3000};
         EXPECT_EQ(values.told[IMG_VALUE_RESOLUTION].at(0), bytes_of(resolution));
         EXPECT_EQ(values.told[IMG_VALUE_XMP].at(0), answer.xmp);
-        EXPECT_EQ(values.told[IMG_VALUE_EXIF].at(0) == exif, with_exif);
-        EXPECT_EQ(values.told[IMG_VALUE_ORIENTATION].at(0), bytes_of(with_exif ? 6u : 8u));
+        EXPECT_EQ(values.told[IMG_VALUE_EXIF].at(0) == std::string(exif).replace(18, 1, "\x8"), with_exif);
+        EXPECT_EQ(values.told[IMG_VALUE_ORIENTATION].at(0), bytes_of(8u));
         EXPECT_TRUE(values.told[IMG_VALUE_ICC].empty());
     }
 }
