@@ -33,14 +33,29 @@ public:
     // Whether the next length bytes are at data(). certain: so many bytes, these included, belong to the picture.
     bool need(size_t length, uint64_t certain) { return end_ - at_ >= length || refill(length, certain); }
     const uint8_t *data() const { return block_ + at_; }
-    void take(size_t length) { at_ += length; }
+    void take(size_t length) {
+        at_ += length;
+        position_ += length;
+    }
+    uint64_t position() const { return position_; } // bytes taken so far
 
     // Reads length bytes to dst.
     bool read(void *dst, size_t length) {
         const size_t held = std::min(length, end_ - at_);
         memcpy(dst, data(), held);
         take(held);
+        position_ += length - held;
         return read_up_to(*stream_, static_cast<uint8_t *>(dst) + held, length - held) == length - held;
+    }
+
+    // Reads length bytes and forgets them.
+    bool discard(uint64_t length) {
+        for (size_t part; length; length -= part) {
+            part = static_cast<size_t>(std::min<uint64_t>(length, most));
+            if (!need(part, part)) return false;
+            take(part);
+        }
+        return true;
     }
 
 private:
@@ -55,6 +70,7 @@ private:
 
     io_handle *stream_ = nullptr;
     size_t at_ = 0, end_ = 0;
+    uint64_t position_ = 0;
     uint8_t block_[most];
 };
 
