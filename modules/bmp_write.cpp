@@ -53,7 +53,7 @@ img_status Writer::choose(bool beside) {
     format = picture.image().format;
     if (!beside) return ok;
     format = word(FMT_ARGB8888HE);
-    return transparent.begin(picture);
+    return transparent.begin(picture, format);
 }
 
 img_status Writer::make_palette() {

@@ -242,7 +242,7 @@ img_status Writer::write() {
     if (const img_status status = picture.choose_and_set_up(beside ? &own : formats, beside ? 1 : 2)) return status;
     const img_record &image = picture.image();
     if (beside)
-        if (const img_status status = transparent.begin(picture)) return status;
+        if (const img_status status = transparent.begin(picture, FMT_ARGB8888HE)) return status;
     const bool alpha = beside || image.format == FMT_ARGB8888HE;
     if (!(line = make_bytes(size_t{image.width} * 5 + 1))) return no_memory; // 5 a colour, and a run before them
 

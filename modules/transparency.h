@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Pictures to write whose transparency lies beside their pixels: a palette with alpha, a colour key. For files that keep
-// alpha in pixels only, their rows are made FMT_ARGB8888HE.
+// alpha in pixels only, their rows are made FMT_ARGB8888HE or FMT_ARGB8888OE.
 #pragma once
 
 #include "modules/module.h"
@@ -22,9 +22,10 @@ public:
         return image.format & IMG_FMT_PAL ? image.format : img_format{FMT_RGB888};
     }
 
-    // Once the picture is set up.
-    img_status begin(const Encoding &picture) {
+    // Once the picture is set up. made: the format of the rows to come.
+    img_status begin(const Encoding &picture, img_format made) {
         const img_record &image = picture.image();
+        swapped_ = made & IMG_FMT_OE;
         uint8_t key[4] = {};
         if (picture.has(IMG_F_TRANSP))
             if (const img_status status = picture.get_transparency(key)) return status;
@@ -52,7 +53,8 @@ public:
             const uint32_t argb = indexed         ? palette_[index_at(row, bits, x)]
                                   : color == key_ ? color
                                                   : color | 0xff000000;
-            memcpy(out, &argb, sizeof argb);
+            const uint32_t pixel = swapped_ ? __builtin_bswap32(argb) : argb;
+            memcpy(out, &pixel, sizeof pixel);
         }
         return line_.get();
     }
@@ -62,6 +64,7 @@ private:
 
     uint32_t palette_[max_colors];
     uint32_t key_ = 0;
+    bool swapped_ = false;
     Bytes line_;
 };
 

@@ -1,0 +1,386 @@
+// SPDX-License-Identifier: MIT
+//
+// The codec module of TGA: indices, grey and colours of 15 to 32 bits, plain or in runs. Nothing at the begin of a file says
+// that it is one, so all of its header must make sense.
+#include "modules/bytes.h"
+#include "modules/layout.h"
+#include "modules/transparency.h"
+
+#include <iterator>
+
+using namespace module;
+
+namespace {
+
+constexpr size_t header_size = 18;
+constexpr uint32_t max_packet = 128; // pixels
+
+enum Type : uint8_t { indexed = 1, color = 2, grey = 3 };
+constexpr uint8_t in_runs = 8;                        // added to the type
+constexpr uint8_t from_right = 0x10, from_top = 0x20; // in the descriptor, beside the number of attribute bits
+constexpr uint8_t footer[] =
+    "\0\0\0\0\0\0\0\0TRUEVISION-XFILE."; // with its final zero; neither of its two areas follows
+
+struct Header {
+    uint8_t id_length, type;
+    bool runs, mapped;
+    uint32_t map_first, map_length, map_bits;
+    uint32_t width, height, depth, attributes; // depth counts the attribute bits
+    bool right_to_left, top_down;
+
+    uint32_t pixel_bytes() const { return (depth + 7) / 8; }
+    uint32_t entry_bytes() const { return (map_bits + 7) / 8; }
+};
+
+Header parse(const uint8_t *bytes) {
+    Header h{};
+    h.id_length = bytes[0];
+    h.mapped = bytes[1];
+    h.type = bytes[2] & static_cast<uint8_t>(~in_runs);
+    h.runs = bytes[2] & in_runs;
+    h.map_first = little16(bytes + 3);
+    h.map_length = little16(bytes + 5);
+    h.map_bits = bytes[7];
+    h.width = little16(bytes + 12);
+    h.height = little16(bytes + 14);
+    h.depth = bytes[16];
+    h.attributes = bytes[17] & 15;
+    h.right_to_left = bytes[17] & from_right;
+    h.top_down = bytes[17] & from_top;
+    return h;
+}
+
+bool is_color_depth(uint32_t bits) { return bits == 15 || bits == 16 || bits == 24 || bits == 32; }
+
+// The depth with the attribute bits that it can have.
+bool plausible_pixels(const Header &h) {
+    switch (h.type) {
+    case indexed:
+        return (h.depth == 8 || h.depth == 16) && (h.attributes <= 1 || h.attributes == 8);
+    case grey:
+        return (h.depth == 8 && h.attributes == 0) || (h.depth == 16 && h.attributes == 8);
+    default:
+        if (h.depth == 16) return h.attributes <= 1;
+        return is_color_depth(h.depth) && (h.attributes == 0 || (h.depth == 32 && h.attributes == 8));
+    }
+}
+
+bool plausible(const uint8_t *bytes) {
+    const Header h = parse(bytes);
+    if (bytes[1] > 1 || h.type < indexed || h.type > grey || !h.width || !h.height || bytes[17] >> 6) return false;
+    const bool map = h.mapped ? h.map_length && is_color_depth(h.map_bits)
+                              : !h.map_first && !h.map_length && (!h.map_bits || is_color_depth(h.map_bits));
+    return map && (h.mapped || h.type != indexed) && plausible_pixels(h);
+}
+
+// The format whose pixels lie in memory as they do in the file; for grey with alpha, what it becomes.
+img_format format_of(const Header &h) {
+    if (h.type == indexed) return FMT_PAL8;
+    if (h.depth == 8) return FMT_G8;
+    if (h.type == grey) return FMT_ARGB8888HE;
+    if (h.depth == 24) return FMT_BGR888;
+    if (h.depth == 32) return word(h.attributes ? FMT_ARGB8888HE : FMT_XRGB8888HE);
+    return word(h.attributes ? FMT_ARGB1555HE : FMT_XRGB1555HE);
+}
+
+// ---- Decoding ----
+
+img_status decode_validate(io_handle *stream) {
+    Signature signature;
+    if (const img_status status = peek(*stream, signature)) return status;
+    return signature.length >= header_size && plausible(signature.bytes) ? ok : wrong_format;
+}
+
+struct Reader {
+    Input input;
+    Decoding picture;
+    Header header{};
+    uint32_t palette[256];
+    uint32_t ncolors = 0;
+    Bytes line;             // a row of grey with alpha
+    uint32_t in_packet = 0; // pixels that the packet still has
+    bool repeated = false;  // all of them are
+    uint8_t pixel[4];       // this one
+
+    img_status read();
+
+private:
+    img_status read_map();
+    img_status hand_over_palette();
+    img_status read_rows();
+    bool read_packets(uint8_t *out, uint64_t left);
+};
+
+uint32_t map_entry(const uint8_t *at, uint32_t bytes, uint32_t attributes) {
+    if (bytes > 2) {
+        const uint32_t alpha = bytes == 4 && attributes ? at[3] : 0xffu;
+        return alpha << 24 | uint32_t{at[2]} << 16 | uint32_t{at[1]} << 8 | at[0];
+    }
+    const uint32_t value = little16(at);
+    const auto scaled = [value](int shift) { return ((value >> shift & 31) * 255 + 15) / 31; };
+    const uint32_t alpha = attributes == 1 && !(value & 0x8000) ? 0 : 0xff;
+    return alpha << 24 | scaled(10) << 16 | scaled(5) << 8 | scaled(0);
+}
+
+// A map may begin at a later index, and may come with pixels that do not use it.
+img_status Reader::read_map() {
+    const uint32_t bytes = header.entry_bytes();
+    std::fill(palette, palette + 256, 0xff000000);
+    uint32_t alphas = 0;
+    for (uint32_t i = 0; i < header.map_length; i++) {
+        if (!input.need(bytes, uint64_t{header.map_length - i} * bytes)) return damaged;
+        const uint32_t index = header.map_first + i;
+        if (index < 256) {
+            palette[index] = map_entry(input.data(), bytes, header.attributes);
+            alphas |= palette[index] & 0xff000000;
+        }
+        input.take(bytes);
+    }
+    if (!alphas) // a picture of which nothing is to be seen: the alpha was never set
+        for (uint32_t &argb : palette) argb |= 0xff000000;
+    if (header.type == indexed) ncolors = std::min(header.map_first + header.map_length, 256u);
+    return ok;
+}
+
+// A single fully transparent entry becomes the colour key, unless the caller wants alpha: the library makes alpha of a key
+// only in host byte order.
+img_status Reader::hand_over_palette() {
+    uint32_t *const end = palette + ncolors;
+    const auto seen = std::count_if(palette, end, [](uint32_t argb) { return argb >> 24 != 0xff; });
+    uint32_t *const clear = std::find_if(palette, end, [](uint32_t argb) { return argb >> 24 == 0; });
+    const bool as_key = seen == 1 && clear != end && !(picture.record().flags & IMG_F_WANT_ALPHA);
+    if (as_key)
+        *clear |= 0xff000000;
+    else if (seen)
+        picture.add_flags(IMG_F_PAL_ALPHA);
+    if (const img_status status = picture.set_palette(palette)) return status;
+    if (as_key) picture.set_transparency(static_cast<uint32_t>(clear - palette));
+    return ok;
+}
+
+void repeat(uint8_t *out, uint32_t count, const uint8_t *pixel, size_t bytes) {
+    if (bytes == 1)
+        memset(out, *pixel, count);
+    else
+        for (uint32_t i = 0; i < count; i++, out += bytes)
+            for (size_t byte = 0; byte < bytes; byte++) out[byte] = pixel[byte];
+}
+
+// A row of pixels in packets, which rows may cut. left: pixels that the picture still lacks. Each packet has at most 128 of
+// them and takes at least a byte and a pixel.
+bool Reader::read_packets(uint8_t *out, uint64_t left) {
+    const size_t bytes = header.pixel_bytes();
+    for (uint32_t x = 0; x < header.width;) {
+        if (!in_packet) {
+            if (!input.need(1 + bytes, (left - x + max_packet - 1) / max_packet * (1 + bytes))) return false;
+            repeated = input.data()[0] & 0x80;
+            in_packet = (input.data()[0] & 0x7fu) + 1;
+            memcpy(pixel, input.data() + 1, bytes);
+            input.take(repeated ? 1 + bytes : 1);
+        }
+        const uint32_t count = std::min(in_packet, header.width - x);
+        if (repeated)
+            repeat(out, count, pixel, bytes);
+        else if (!input.read(out, count * bytes))
+            return false;
+        out += count * bytes;
+        x += count;
+        in_packet -= count;
+    }
+    return true;
+}
+
+void mirror(uint8_t *row, uint32_t width, size_t bytes) {
+    for (uint8_t *left = row, *right = row + (width - size_t{1}) * bytes; left < right; left += bytes, right -= bytes)
+        std::swap_ranges(left, left + bytes, right);
+}
+
+void expand_grey(const uint8_t *in, uint32_t count, uint8_t *argb) {
+    for (uint32_t x = 0; x < count; x++, in += 2, argb += 4) {
+        const uint32_t pixel = uint32_t{in[1]} << 24 | in[0] * 0x10101u;
+        memcpy(argb, &pixel, sizeof pixel);
+    }
+}
+
+img_status Reader::read_rows() {
+    const size_t bytes = size_t{header.width} * header.pixel_bytes();
+    const bool grey_alpha = header.type == grey && header.depth == 16;
+    if (grey_alpha && !(line = make_bytes(bytes))) return no_memory;
+    for (uint32_t done = 0; done < header.height; done++) {
+        const uint32_t y = header.top_down ? done : header.height - 1 - done;
+        uint8_t *const row = picture.row(y), *const in = grey_alpha ? line.get() : row;
+        const uint64_t left = uint64_t{header.height - done} * header.width;
+        if (!(header.runs ? read_packets(in, left) : input.read(in, bytes))) return damaged;
+        if (header.right_to_left) mirror(in, header.width, header.pixel_bytes());
+        if (grey_alpha) expand_grey(in, header.width, row);
+        if (header.type == indexed && !indices_below(row, 8, header.width, ncolors)) return damaged;
+        picture.hand_over(y);
+        if (const img_status status = picture.progress(done + 1)) return status;
+    }
+    return ok;
+}
+
+img_status Reader::read() {
+    uint8_t bytes[header_size];
+    if (!input.read(bytes, sizeof bytes) || !plausible(bytes)) return wrong_format;
+    header = parse(bytes);
+    if (header.type == indexed && header.depth == 16) return unsupported;
+    if (!input.discard(header.id_length)) return damaged;
+    if (const img_status status = read_map()) return status;
+    const uint32_t sample = header.type == color && header.depth <= 16 ? 5 : 8;
+    if (const img_status status = picture.report(IMG_VALUE_DEPTH, sample)) return status;
+    const img_format format = format_of(header);
+    if (const img_status status = picture.choose(header.width, header.height, ncolors, &format, 1)) return status;
+    if (const img_status status = picture.setup(header.top_down ? IMG_SETUP_TOPDOWN : IMG_SETUP_BOTTOMUP))
+        return status;
+    if (header.type == indexed)
+        if (const img_status status = hand_over_palette()) return status;
+    return read_rows();
+}
+
+img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **) {
+    const auto reader = make<Reader>();
+    if (!reader) return no_memory;
+    reader->input.begin(*stream);
+    reader->picture.begin(*callouts, *record);
+    return reader->read();
+}
+
+// ---- Encoding ----
+
+struct Writer {
+    io_handle *stream = nullptr;
+    Encoding picture;
+    TransparentRows transparent;
+    bool beside = false, runs = true;
+    img_format format = 0; // of the file
+    uint32_t palette[256];
+    Bytes line;
+
+    img_status write();
+
+private:
+    img_status choose();
+    img_status write_header();
+    img_status write_map(uint32_t ncolors, bool alpha);
+    img_status write_rows();
+};
+
+img_status Writer::choose() {
+    const img_record &image = picture.image();
+    img_format formats[] = {
+        FMT_PAL8, FMT_G8, FMT_BGR888, word(FMT_ARGB8888HE), word(FMT_XRGB1555HE), word(FMT_ARGB1555HE)};
+    auto count = static_cast<uint32_t>(std::size(formats));
+    if (bits_per_pixel(image.format) != 16 || (image.format & IMG_FMT_ALT)) count -= 2; // 5-6-5 would lose a bit
+    beside = image.format != FMT_PAL8 && TransparentRows::needed(image);
+    if (beside) {
+        formats[0] = TransparentRows::offer(image);
+        count = 1;
+    }
+    if (const img_status status = picture.choose_and_set_up(formats, count)) return status;
+    format = beside ? word(FMT_ARGB8888HE) : image.format;
+    return beside ? transparent.begin(picture, format) : ok;
+}
+
+// The palette with the transparency that belongs to it: alpha, a key, or none.
+img_status Writer::write_map(uint32_t ncolors, bool alpha) {
+    uint8_t map[256 * 4], key[4];
+    if (!picture.has(IMG_F_PAL_ALPHA))
+        for (uint32_t &argb : palette) argb |= 0xff000000;
+    if (picture.has(IMG_F_TRANSP)) {
+        if (const img_status status = picture.get_transparency(key)) return status;
+        palette[key[0]] &= 0xffffff;
+    }
+    const size_t bytes = alpha ? 4 : 3;
+    for (uint32_t i = 0; i < ncolors; i++)
+        for (size_t byte = 0; byte < bytes; byte++)
+            map[i * bytes + byte] = static_cast<uint8_t>(palette[i] >> 8 * byte);
+    return write_all(*stream, map, ncolors * bytes) ? ok : write_failed;
+}
+
+img_status Writer::write_header() {
+    const img_record &image = picture.image();
+    const bool map = format & IMG_FMT_PAL;
+    const bool map_alpha = map && picture.has(IMG_F_TRANSP | IMG_F_PAL_ALPHA);
+    uint32_t attributes = map_alpha ? 8 : 0;
+    if (format & IMG_FMT_ALPHA) attributes = bits_per_pixel(format) == 16 ? 1 : 8;
+    if (map)
+        if (const img_status status = picture.get_palette(palette)) return status;
+    uint8_t bytes[header_size] = {};
+    bytes[1] = map;
+    bytes[2] = static_cast<uint8_t>((map ? indexed : format == FMT_G8 ? grey : color) | (runs ? in_runs : 0));
+    if (map) {
+        put_little16(bytes + 5, image.ncolors);
+        bytes[7] = map_alpha ? 32 : 24;
+    }
+    put_little16(bytes + 12, image.width);
+    put_little16(bytes + 14, image.height);
+    bytes[16] = static_cast<uint8_t>(bits_per_pixel(format));
+    bytes[17] = static_cast<uint8_t>(attributes | from_top); // some readers turn pictures over that begin at the bottom
+    if (!write_all(*stream, bytes, sizeof bytes)) return write_failed;
+    return map ? write_map(image.ncolors, map_alpha) : ok;
+}
+
+// Packets end with the row, which readers may rely on. Two equal bytes are not worth a packet of their own.
+template <size_t bytes> size_t pack_row(const uint8_t *row, uint32_t width, uint8_t *begin) {
+    const auto equal = [row](size_t a, size_t b) { return memcmp(row + a * bytes, row + b * bytes, bytes) == 0; };
+    const auto repeats = [&](size_t x) {
+        constexpr size_t more = bytes == 1 ? 2 : 1;
+        return x + more < width && equal(x, x + 1) && (more == 1 || equal(x, x + more));
+    };
+    uint8_t *out = begin;
+    for (size_t x = 0, count; x < width; x += count) {
+        const size_t most = std::min<size_t>(max_packet, width - x);
+        const bool run = repeats(x);
+        count = 1;
+        while (count < most && (run ? equal(x, x + count) : !repeats(x + count))) count++;
+        *out++ = static_cast<uint8_t>((run ? 0x80 : 0) | (count - 1));
+        const size_t length = run ? bytes : count * bytes;
+        memcpy(out, row + x * bytes, length);
+        out += length;
+    }
+    return static_cast<size_t>(out - begin);
+}
+
+img_status Writer::write_rows() {
+    constexpr size_t (*pack[])(const uint8_t *, uint32_t, uint8_t *) = {pack_row<1>, pack_row<2>, pack_row<3>,
+                                                                        pack_row<4>};
+    const img_record &image = picture.image();
+    const size_t bytes = bits_per_pixel(format) / 8;
+    if (runs && !(line = make_bytes(image.width * (bytes + 1)))) return no_memory;
+    for (uint32_t y = 0; y < image.height; y++) {
+        const uint8_t *row = beside ? transparent.fetch(picture, y) : picture.fetch(y);
+        if (!row || (format == FMT_PAL8 && !indices_below(row, 8, image.width, image.ncolors))) return bad_record;
+        const size_t length = runs ? pack[bytes - 1](row, image.width, line.get()) : image.width * bytes;
+        if (!write_all(*stream, runs ? line.get() : row, length)) return write_failed;
+        if (const img_status status = picture.progress(y + 1)) return status;
+    }
+    return ok;
+}
+
+img_status Writer::write() {
+    img_option rle = switch_option("rle", "write runs of equal pixels once", true);
+    if (const img_status status = picture.ask(rle)) return status;
+    runs = rle.value != 0;
+    if (picture.image().width > 0xffff || picture.image().height > 0xffff) return over_limit;
+    if (const img_status status = choose()) return status;
+    if (const img_status status = write_header()) return status;
+    if (const img_status status = write_rows()) return status;
+    return write_all(*stream, footer, sizeof footer) ? ok : write_failed;
+}
+
+img_status encode_frame(io_handle *stream, const img_encode_callouts *callouts, img_record *image, void **) {
+    const auto writer = make<Writer>();
+    if (!writer) return no_memory;
+    writer->stream = stream;
+    if (const img_status status = writer->picture.begin(*callouts, *image)) return status;
+    return writer->write();
+}
+
+} // namespace
+
+img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) {
+    if (size < sizeof *table) return unsupported;
+    *table = {decode_validate, want_large_buffer, decode_frame, nullptr, want_large_buffer, encode_frame, nullptr};
+    return ok;
+}
