@@ -100,6 +100,7 @@ bool indices_below(const uint8_t *row, uint32_t bits, uint32_t width, uint32_t n
 
 img_status Rows::attach(const img_record &record) {
     record_ = &record;
+    line_.reset(); // the picture before may have had an access function
     if (record.flags & IMG_F_DIRECT) return ok;
     if (!(record.flags & IMG_F_ACCESS)) return bad_record;
     line_ = make_bytes(row_bytes(record.format, record.width));
