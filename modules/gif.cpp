@@ -33,6 +33,7 @@ struct Area {
 struct Reader {
     GifFileType *gif;
     io_handle *stream;
+    bool cut; // the stream ended in the middle of something
     Decoding picture;
     img_status ended;  // what every further frame gets
     uint32_t pictures; // decoded so far
@@ -69,11 +70,11 @@ struct Reader {
     bool transparent(uint32_t index) const { return control.TransparentColor == static_cast<int>(index); }
 };
 
-img_status status_of(int error) { return error == D_GIF_ERR_NOT_ENOUGH_MEM ? no_memory : damaged; }
-
 int read_bytes(GifFileType *gif, GifByteType *dst, int length) {
-    const auto &reader = *static_cast<Reader *>(gif->UserData);
-    return static_cast<int>(read_up_to(*reader.stream, dst, static_cast<size_t>(length)));
+    auto &reader = *static_cast<Reader *>(gif->UserData);
+    const size_t got = read_up_to(*reader.stream, dst, static_cast<size_t>(length));
+    reader.cut = got != static_cast<size_t>(length);
+    return static_cast<int>(got);
 }
 
 img_status decode_validate(io_handle *stream) {
@@ -91,7 +92,8 @@ img_status decode_begin(io_handle *stream, void **state) {
     reader->stream = stream;
     int error = 0;
     reader->gif = DGifOpen(reader.get(), read_bytes, &error);
-    if (!reader->gif) return status_of(error);
+    if (error == D_GIF_ERR_NOT_GIF_FILE) return wrong_format;
+    if (!reader->gif) return reader->cut ? damaged : no_memory; // giflib does not tell them apart
     reader->width = static_cast<uint32_t>(reader->gif->SWidth);
     reader->height = static_cast<uint32_t>(reader->gif->SHeight);
     *state = reader.release();
@@ -155,7 +157,7 @@ img_status take_palette(Reader &r) {
 }
 
 img_status read_picture_header(Reader &r) {
-    if (DGifGetImageHeader(r.gif) == GIF_ERROR) return status_of(r.gif->Error);
+    if (DGifGetImageHeader(r.gif) == GIF_ERROR) return r.gif->Error == D_GIF_ERR_NOT_ENOUGH_MEM ? no_memory : damaged;
     const GifImageDesc &image = r.gif->Image;
     if (!image.Width || !image.Height) return damaged;
     if (!within_limits(r.picture_width(), r.picture_height())) return over_limit;

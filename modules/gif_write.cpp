@@ -129,6 +129,8 @@ img_status write_headers(Writer &w, const ColorMapObject &map, const Timing &tim
     if (!w.pictures)
         if (const img_status status = write_file_header(w, map, timing.loops)) return status;
     if (const img_status status = write_control(w, timing.delay)) return status;
+    GifFreeMapObject(w.gif->Image.ColorMap); // giflib forgets the last picture's when the next has none
+    w.gif->Image.ColorMap = nullptr;
     const ColorMapObject *local = has_global_colors(w, map) ? nullptr : &map;
     return checked(
         w, EGifPutImageDesc(w.gif, 0, 0, static_cast<int>(image.width), static_cast<int>(image.height), false, local));
