@@ -14,15 +14,17 @@ namespace {
 
 constexpr uint32_t largest_profile = 4 << 20;
 
-bool plausible(const uint8_t *file, size_t length) {
-    return length >= bmp_file_header_size + 20 - 4 && file[0] == 'B' && file[1] == 'M' &&
-           dib_plausible(file + bmp_file_header_size);
+// The smallest header, of 12 bytes, and one row of pixels behind it.
+constexpr size_t smallest_file = bmp_file_header_size + 12 + 4;
+
+bool plausible(const uint8_t *file) {
+    return file[0] == 'B' && file[1] == 'M' && dib_plausible(file + bmp_file_header_size);
 }
 
 img_status decode_validate(io_handle *stream) {
     Signature signature{};
     if (const img_status status = peek(*stream, signature)) return status;
-    return plausible(signature.bytes, signature.length) ? ok : wrong_format;
+    return signature.length >= smallest_file && plausible(signature.bytes) ? ok : wrong_format;
 }
 
 struct Reader {
@@ -61,7 +63,7 @@ img_status Reader::read_header() {
     // What says whether this is a header at all must be there; less is another format.
     if (size > 12 && size <= dib_header_most && !input.read(bytes + first, std::min<size_t>(size, 20) - 12))
         return wrong_format;
-    if (!plausible(bytes, sizeof bytes)) return wrong_format;
+    if (!plausible(bytes)) return wrong_format;
     if (size > 20 && !input.read(header + 20, size - 20)) return damaged;
     if (const uint32_t more = dib_mask_bytes(header))
         if (!input.read(header + size, more)) return damaged;
