@@ -37,23 +37,24 @@ private:
 };
 
 img_status Writer::choose(bool beside) {
-    img_format formats[] = {FMT_PAL1,
-                            FMT_PAL4,
-                            FMT_PAL8,
-                            FMT_G8,
-                            FMT_BGR888,
-                            word(FMT_XRGB8888HE),
-                            word(FMT_ARGB8888HE),
-                            word(FMT_XRGB1555HE),
-                            word(FMT_RGB565HE)};
-    if (beside) formats[0] = TransparentRows::offer(picture.image());
-    if (const img_status status =
-            picture.choose_and_set_up(formats, beside ? 1 : std::size(formats), IMG_SETUP_BOTTOMUP))
+    const img_format own = picture.image().format;
+    Offer offer;
+    if (beside) {
+        offer.add(TransparentRows::offer(picture.image()));
+    } else {
+        for (const img_format indices_or_grey : {FMT_PAL1, FMT_PAL4, FMT_PAL8, FMT_G8}) offer.add(indices_or_grey);
+        offer.add(FMT_BGR888);
+        offer.add(word(FMT_XRGB8888HE));
+        offer.add(word(FMT_ARGB8888HE));
+        // Of the formats of 16 bits, not the one that has other channels than the picture.
+        const bool narrow = bits_per_pixel(own) == 16, six_of_green = own & IMG_FMT_ALT;
+        if (!narrow || !six_of_green) offer.add(word(FMT_XRGB1555HE));
+        if (!narrow || six_of_green) offer.add(word(FMT_RGB565HE));
+    }
+    if (const img_status status = picture.choose_and_set_up(offer.formats(), offer.count(), IMG_SETUP_BOTTOMUP))
         return status;
-    format = picture.image().format;
-    if (!beside) return ok;
-    format = word(FMT_ARGB8888HE);
-    return transparent.begin(picture, format);
+    format = beside ? word(FMT_ARGB8888HE) : picture.image().format;
+    return beside ? transparent.begin(picture, format) : ok;
 }
 
 img_status Writer::make_palette() {

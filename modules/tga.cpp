@@ -6,8 +6,6 @@
 #include "modules/layout.h"
 #include "modules/transparency.h"
 
-#include <iterator>
-
 using namespace module;
 
 namespace {
@@ -126,18 +124,12 @@ uint32_t map_entry(const uint8_t *at, uint32_t bytes, uint32_t attributes) {
 img_status Reader::read_map() {
     const uint32_t bytes = header.entry_bytes();
     std::fill(palette, palette + 256, 0xff000000);
-    uint32_t alphas = 0;
     for (uint32_t i = 0; i < header.map_length; i++) {
         if (!input.need(bytes, uint64_t{header.map_length - i} * bytes)) return damaged;
         const uint32_t index = header.map_first + i;
-        if (index < 256) {
-            palette[index] = map_entry(input.data(), bytes, header.attributes);
-            alphas |= palette[index] & 0xff000000;
-        }
+        if (index < 256) palette[index] = map_entry(input.data(), bytes, header.attributes);
         input.take(bytes);
     }
-    if (!alphas) // a picture of which nothing is to be seen: the alpha was never set
-        for (uint32_t &argb : palette) argb |= 0xff000000;
     if (header.type == indexed) ncolors = std::min(header.map_first + header.map_length, 256u);
     return ok;
 }
@@ -268,16 +260,18 @@ private:
 
 img_status Writer::choose() {
     const img_record &image = picture.image();
-    img_format formats[] = {
-        FMT_PAL8, FMT_G8, FMT_BGR888, word(FMT_ARGB8888HE), word(FMT_XRGB1555HE), word(FMT_ARGB1555HE)};
-    auto count = static_cast<uint32_t>(std::size(formats));
-    if (bits_per_pixel(image.format) != 16 || (image.format & IMG_FMT_ALT)) count -= 2; // 5-6-5 would lose a bit
     beside = image.format != FMT_PAL8 && TransparentRows::needed(image);
+    Offer offer;
     if (beside) {
-        formats[0] = TransparentRows::offer(image);
-        count = 1;
+        offer.add(TransparentRows::offer(image));
+    } else {
+        for (const img_format format_of_bytes : {FMT_PAL8, FMT_G8, FMT_BGR888}) offer.add(format_of_bytes);
+        offer.add(word(FMT_ARGB8888HE));
+        // A picture of 5-6-5 would lose a bit of green.
+        if (bits_per_pixel(image.format) != 16 || !(image.format & IMG_FMT_ALT))
+            for (const img_format narrow : {FMT_XRGB1555HE, FMT_ARGB1555HE}) offer.add(word(narrow));
     }
-    if (const img_status status = picture.choose_and_set_up(formats, count)) return status;
+    if (const img_status status = picture.choose_and_set_up(offer.formats(), offer.count())) return status;
     format = beside ? word(FMT_ARGB8888HE) : image.format;
     return beside ? transparent.begin(picture, format) : ok;
 }
