@@ -23,10 +23,15 @@ bench: packages
 	@cmake --build --preset release --target pictra_bench
 	@$(BUILD)/bin/pictra_bench
 
+# Pictures of other projects' tests, which are fetched, compared with other decoders. Not a part of CI.
+suites: build
+	@.ci/packages suites
+	@tests/suites.sh $(BUILD)
+
 format:
 	@git ls-files '*.h' '*.c' '*.cpp' | xargs clang-format -i
 
 clean:
 	rm -rf build
 
-.PHONY: all packages build demo check bench format clean
+.PHONY: all packages build demo check bench suites format clean
