@@ -46,7 +46,6 @@ struct Module {
     bool pixel_alpha = true;   // alpha in pixels comes back
     bool palette_alpha = true; // and that of palette entries
     bool key = true;           // and a transparent colour
-    bool invisible = true;     // and pictures of which nothing is to be seen
     bool frames = false;       // several pictures between one begin and one finish
     bool follows = false;      // a file may follow another in a stream
     bool scales = false;       // decodes at smaller sizes
@@ -203,7 +202,7 @@ protected:
     std::vector<File> files(size_t most);
 
     img_lib_handle *library = nullptr;
-    std::vector<Module> all{}, readers{}; // those that were built; the latter do not write
+    std::vector<Module> all{};       // those that were built
     std::vector<img_option> asked{}; // during the last write
 };
 

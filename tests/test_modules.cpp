@@ -29,7 +29,6 @@ protected:
         std::vector<uint32_t> expected = look(from), back = look(loaded.record);
         for (uint32_t &argb : expected)
             if (!kept) argb |= 0xff000000;
-        if (!module.invisible && std::ranges::all_of(expected, [](uint32_t argb) { return argb < 0x1000000; })) return;
         ASSERT_LE(difference(expected, back), module.loss);
         if (!module.indices || !indexed) return;
         EXPECT_EQ(loaded.record.format, from.format);
@@ -42,7 +41,6 @@ TEST_F(Modules, EachHasARow) {
     const uint32_t count = img_codec_list(library, codecs, 64, nullptr, 0);
     std::set<img_codec *> known;
     for (const Module &module : all) known.insert(module.codec);
-    for (const Module &module : readers) known.insert(module.codec);
     for (uint32_t i = 0; i < count; i++) {
         const char *extensions;
         img_codec_get_criteria(codecs[i], &extensions, nullptr);
