@@ -26,8 +26,6 @@ constexpr uint32_t red = 0xffff0000, green = 0xff00ff00, blue = 0xff0000ff, blac
 
 class ModuleTga : public Fixture {
 protected:
-    ModuleTga() { EXPECT_EQ(img_codec_list_byext(library, "a.tga", &tga, 1), 1u); }
-    img_codec *tga = nullptr;
 };
 
 TEST_F(ModuleTga, EveryTypeGivesItsPixels) {
@@ -76,7 +74,7 @@ TEST_F(ModuleTga, RunsAreWrittenOnceAndKeepTheirRow) {
     Image image(FMT_G8, 300, 2);
     std::fill(image.pixels.begin(), image.pixels.end(), 'a');
     for (const int x : {0, 1, 2, 299}) image.pixels[static_cast<size_t>(x)] = static_cast<uint8_t>('0' + x % 7);
-    const std::string bytes = written(tga, std::move(image));
+    const std::string bytes = written(module("tga"), std::move(image));
     EXPECT_EQ(bytes.substr(18, 18), "\2"
                                     "012\xff"
                                     "a\xff"
