@@ -227,6 +227,9 @@ expect 0 '1: 3 x 2, g8' "$pictra" frames two.pnm
 expect 0 '' "$pictra" frames two.pnm -o '{stem}-{n}.pgm'
 [ "$(tail -c 6 two-1.pgm)" = abcdef ] || fail 'the second picture of two.pnm'
 expect 2 'put {n} into it' "$pictra" frames two.pnm -o 'x.pgm'
+[ "$("$pictra" show photo.png | wc -lL | tr -s ' ')" = ' 23 69' ] || fail "show: $("$pictra" show photo.png | wc -lL)"
+[ "$("$pictra" show --as blocks photo.png | tr -cd '\n' | wc -c)" = 23 ] || fail 'show --as blocks'
+expect 2 'kitty, sixel' "$pictra" show --as crayons photo.png
 [ "$("$pictra" formats | wc -l)" = 21 ] || fail 'not 21 formats'
 "$pictra" info --json photo.png missing.png "$(printf 'a\n"\377')" | python3 -c '
 import json, sys
@@ -234,6 +237,11 @@ photo, missing, odd = (json.loads(line) for line in sys.stdin)
 assert (photo["status"], photo["width"], photo["height"], photo["format"]) == (0, 241, 161, "png"), photo
 assert missing["status"] == 9 and "No such file" in missing["message"] and "width" not in missing, missing
 assert odd["path"] == "a\n\"\ufffd", odd' || fail 'info --json'
+
+expect 1 'cannot open shared object' env PICTRA_CFGFILE=bad.conf "$pictra" config check
+expect 1 'unknown key' env PICTRA_CFGFILE=odd.conf "$pictra" config check
+expect 0 'all in order' "$pictra" config check
+"$pictra" config show | tail -n +2 >again.conf && PICTRA_CFGFILE=again.conf expect 0 '' "$pictra" config check
 
 # ---- modules show their entry alone; an installation works where it is put
 for module in "$build"/lib/pictra/*.so; do

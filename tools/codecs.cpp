@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// pictra codecs: the modules of the configuration, and whether they open.
+// pictra codecs: the modules of the configuration, and whether they open. pictra config: the configuration itself.
 #include "tools/config.h"
 #include "tools/text.h"
 #include "tools/verbs.h"
@@ -70,6 +70,26 @@ int codecs(bool check) {
         complain(section.path + ": " + outcome.error + "; correct the path in the configuration or install the module");
         result = failed;
     }
+    return result;
+}
+
+int config(ConfigTask task) {
+    const Config config = find_config();
+    if (task == ConfigTask::show) {
+        std::cout << "# " << config.path << '\n';
+        for (const Section &section : config.sections)
+            std::cout << '[' << section.path << "]\next = " << section.extensions << "\nmime = " << section.mime_types
+                      << '\n';
+        return done;
+    }
+    int result = config.warnings ? failed : done;
+    for (const Section &section : config.sections) {
+        const Outcome outcome = try_module(section.path);
+        if (outcome.error.empty()) continue;
+        complain(config.path + ": " + outcome.error + "; correct the path or install the module");
+        result = failed;
+    }
+    if (result == done) std::cout << config.path << ": " << config.sections.size() << " modules, all in order\n";
     return result;
 }
 

@@ -43,24 +43,27 @@ void parse(const std::string &line, const std::string &place, Config &config) {
     }
     const size_t equals = line.find('=');
     if (equals == std::string::npos) {
+        config.warnings++;
         complain(place + ": warning: neither a section nor a key, skipped (there are no comments): " + line);
         return;
     }
     if (config.sections.empty())
         throw Failure(place + ": a key stands before the first section; put a line like [/path/to/codec.so] before it");
     const std::string key = strip(line.substr(0, equals)), value = strip(line.substr(equals + 1));
-    if (key == "ext")
+    if (key == "ext") {
         config.sections.back().extensions = value;
-    else if (key == "mime")
+    } else if (key == "mime") {
         config.sections.back().mime_types = value;
-    else
+    } else {
+        config.warnings++;
         complain(place + ": warning: unknown key '" + key + "'; known are ext and mime");
+    }
 }
 
 } // namespace
 
 Config find_config() {
-    Config config{choose_path(), {}};
+    Config config{choose_path(), {}, 0};
     const std::unique_ptr<FILE, int (*)(FILE *)> file(fopen(config.path.c_str(), "r"), fclose);
     if (!file)
         throw Failure("configuration " + config.path + ": " + strerror(errno) + "; set " + variable +

@@ -18,6 +18,7 @@ struct Section {
 struct Config {
     std::string path;
     std::vector<Section> sections;
+    unsigned warnings = 0; // lines that the library will not take
 };
 
 // Finds the file by the library's rule or, where that gives none, beside the program (and has the library do so, too).

@@ -214,11 +214,22 @@ int run(int argc, char **argv) {
     frames->add_option("--to", common.to, "Extension whose codec writes, instead of that of the output");
     add_reading(*frames, common);
 
+    CLI::App *show = app.add_subcommand("show", "Shows pictures in the terminal");
+    std::string way;
+    show->add_option("FILE", common.files.names, "Pictures")->required();
+    show->add_option("--as", way, "How: kitty, sixel, blocks, 256 (colours) or text; else as the terminal can");
+    add_reading(*show, common);
+
     CLI::App *formats = app.add_subcommand("formats", "Lists the pixel formats");
 
     bool check = false;
     CLI::App *codecs = app.add_subcommand("codecs", "Lists the codec modules and whether they open");
     codecs->add_flag("--check", check, "Fail if one does not work");
+
+    CLI::App *config = app.add_subcommand("config", "Tells which configuration file is read, and what is in it");
+    config->require_subcommand(1);
+    config->add_subcommand("show", "Prints it as the library reads it, and where it is");
+    const CLI::App *config_check = config->add_subcommand("check", "Fails if a line of it or a module does not work");
 
     try {
         app.parse(argc, argv);
@@ -228,7 +239,9 @@ int run(int argc, char **argv) {
     if (*info) return tool::info({common.files.names, reading_of(common), json});
     if (*compare) return tool::compare({common.files.names, reading_of(common)});
     if (*frames) return tool::frames({file, common.files.pattern, common.to, reading_of(common)});
+    if (*show) return tool::show({common.files.names, way, reading_of(common)});
     if (*formats) return tool::formats();
+    if (*config) return tool::config(*config_check ? tool::ConfigTask::check : tool::ConfigTask::show);
     if (*codecs) return tool::codecs(check);
     return tool::convert(writers.options());
 }

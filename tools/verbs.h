@@ -42,6 +42,16 @@ struct FramesOptions {
 };
 int frames(const FramesOptions &options);
 
+struct ShowOptions {
+    std::vector<std::string> files;
+    std::string way; // empty: what the terminal can
+    Reading reading;
+};
+int show(const ShowOptions &options);
+
+enum class ConfigTask { check, show };
+int config(ConfigTask task);
+
 int formats();
 int codecs(bool check);
 

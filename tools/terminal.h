@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+//
+// What the terminal is able to show, and pictures as it takes them.
+#pragma once
+
+#include "pictra/pictra.h"
+
+#include <string>
+
+namespace tool {
+
+struct Screen {
+    enum class Way {
+        kitty,  // the kitty graphics protocol
+        sixel,  // DEC sixel graphics
+        blocks, // half blocks in 24-bit colours
+        few,    // half blocks in the 256 colours of xterm
+        text    // shades of characters: no colours wanted, or no terminal
+    };
+    Way way;
+    uint32_t columns, lines, cell_width, cell_height;
+};
+
+// Asks environment and terminal. NO_COLOR and output that goes elsewhere give text.
+Screen find_screen();
+Screen::Way way_of(const std::string &name); // kitty, sixel, blocks, 256 or text
+
+// The picture, of FMT_ARGB8888HE, as what is to be written to the terminal.
+std::string drawn(const img_record &picture, Screen::Way way);
+
+} // namespace tool
