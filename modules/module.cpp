@@ -68,15 +68,18 @@ bool write_all(io_handle &stream, const void *src, size_t length) {
 img_status peek(io_handle &stream, Signature &signature) {
     want_large_buffer(&stream, nullptr); // so that reads of a few bytes pass through the buffer
     signature.length = read_up_to(stream, signature.bytes, signature_size);
-    const auto length = static_cast<uint32_t>(signature.length);
-    if (!length) return ok;
+    return give_back(stream, signature.bytes, signature.length);
+}
+
+img_status give_back(io_handle &stream, const uint8_t *bytes, size_t length) {
     // One unread does it, unless reads were short and only the last bytes are still in the buffer: then a stream that
     // keeps bytes given back apart would deliver those a second time, so they go back first and by themselves.
     const io_stream *record = record_of(stream);
-    const uint32_t buffered = record ? std::min(record->position, length) : 0;
-    const uint32_t before = length - buffered;
-    if (buffered && stream.unread(stream.self, signature.bytes + before, buffered) != 0) return no_memory;
-    if (before && stream.unread(stream.self, signature.bytes, before) != 0) return no_memory;
+    const uint32_t count = request(length);
+    const uint32_t buffered = record ? std::min(record->position, count) : 0;
+    const uint32_t before = count - buffered;
+    if (buffered && stream.unread(stream.self, bytes + before, buffered) != 0) return no_memory;
+    if (before && stream.unread(stream.self, bytes, before) != 0) return no_memory;
     return ok;
 }
 

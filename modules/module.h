@@ -74,6 +74,9 @@ struct Signature {
 };
 img_status peek(io_handle &stream, Signature &signature);
 
+// Puts back the last length bytes of one read, or of several in a row that were shorter than the stream's buffer.
+img_status give_back(io_handle &stream, const uint8_t *bytes, size_t length);
+
 // Reads what is left of the stream, at most so many bytes: over_limit if there are more.
 img_status read_all(io_handle &stream, size_t most, Bytes &bytes, size_t &length);
 
@@ -133,6 +136,7 @@ public:
 
     // Report a value, best before choose. A status other than 0 is to be returned.
     img_status report(uint32_t key, const void *value, size_t size) const;
+    bool listens() const { return callouts_->set_value; } // values that cost time are for callers that do
     img_status report(uint32_t key, uint32_t value) const { return report(key, &value, sizeof value); }
     img_status warn(const char *text) const;
 
