@@ -3,6 +3,7 @@
 // Writing TIFF. libtiff goes back to what it wrote, so the file grows in memory and goes to the stream when it is finished.
 #include "modules/tiff.h"
 
+#include <fcntl.h>
 #include <math.h>
 #include <string.h>
 
@@ -44,7 +45,9 @@ struct Writer {
     Writer(const Writer &) = delete;
     Writer &operator=(const Writer &) = delete;
     ~Writer() {
-        if (tif) TIFFClose(tif);
+        if (!tif) return;
+        TIFFSetMode(tif, O_RDONLY); // so that libtiff does not finish what failed
+        TIFFClose(tif);
     }
     img_status failed() const { return file.failure ? file.failure : bad_record; }
 };
@@ -136,7 +139,7 @@ bool set_fields(const Writer &w, const Metadata &m) {
     const img_record &image = w.picture.image();
     const Form &form = w.form;
     const uint64_t row_size = (uint64_t{image.width} * form.bits * form.samples + 7) / 8;
-    const auto rows_per_strip = static_cast<uint32_t>(std::max<uint64_t>(strip_bytes / row_size, 1));
+    const auto rows_per_strip = static_cast<uint32_t>(std::clamp<uint64_t>(strip_bytes / row_size, 1, image.height));
     const bool dictionary = m.compression == COMPRESSION_LZW || m.compression == COMPRESSION_ADOBE_DEFLATE;
     const bool has_alpha = form.photometric == PHOTOMETRIC_RGB ? form.samples == 4 : form.samples == 2;
     const uint16_t alpha = EXTRASAMPLE_UNASSALPHA;
