@@ -55,7 +55,7 @@ struct Writer {
 img_status ask_for_metadata(const Encoding &picture, Metadata &m) {
     constexpr int compressions[] = {COMPRESSION_NONE, COMPRESSION_LZW, COMPRESSION_ADOBE_DEFLATE, COMPRESSION_PACKBITS};
     img_option option =
-        choice_option("compression", "how pixels are compressed, all without loss", "none:lzw:deflate:packbits", 4, 2);
+        choice_option("compression", "how pixels are compressed, all without loss", "none:lzw:deflate:packbits", 4, 1);
     if (const img_status status = picture.ask(option)) return status;
     m = {compressions[option.value], 1, {}, {}, {}};
     if (const img_status status = picture.ask(IMG_VALUE_ORIENTATION, &m.orientation)) return status;
