@@ -2,9 +2,9 @@
 //
 // The GIF codec module, on giflib.
 //
-// A GIF file draws its pictures one after the other onto a canvas. The first picture, if it covers the canvas, is PAL8 and its
-// rows go out as they are decoded. Every other picture may mix palettes, so it is ARGB8888HE and shows the whole canvas. A
-// caller that asks for ARGB8888HE with IMG_F_WANT_ALPHA gets all pictures of a file in one format.
+// A GIF file draws its pictures one after the other onto a canvas. The first picture, if it covers the canvas, is PAL8
+// and its rows go out as they are decoded. Every other picture may mix palettes, so it is ARGB8888HE and shows the whole
+// canvas. A caller that asks for ARGB8888HE with IMG_F_WANT_ALPHA gets all pictures of a file in one format.
 //
 // giflib checks little: sizes, places, colour maps and indices are tested here.
 #include "modules/gif.h"

@@ -2,8 +2,8 @@
 //
 // The TIFF codec module, on libtiff. Pages are the pictures of a file.
 //
-// The whole file is read into memory, because its parts may lie in any order and the stream may be a pipe. Rows are decoded from
-// there, a row, a strip or a row of tiles at a time.
+// The whole file is read into memory, because its parts may lie in any order and the stream may be a pipe. Rows are
+// decoded from there, a row, a strip or a row of tiles at a time.
 #include "modules/tiff.h"
 #include "modules/text.h"
 
