@@ -57,9 +57,7 @@ private:
         const uint32_t first = block_[at], second = block_[at + 1];
         return little_ ? second << 8 | first : first << 8 | second;
     }
-    uint32_t word(size_t at) const {
-        return little_ ? half(at + 2) << 16 | half(at) : half(at) << 16 | half(at + 2);
-    }
+    uint32_t word(size_t at) const { return little_ ? half(at + 2) << 16 | half(at) : half(at) << 16 | half(at + 2); }
 
     const uint8_t *block_;
     size_t size_;
@@ -82,7 +80,8 @@ size_t append_directory(uint8_t *out, const uint8_t *block, size_t size, const D
     uint8_t *entry = out + start + 2;
     uint32_t i = 0;
     const auto copy_while = [&](auto condition) {
-        for (; i < old.count() && condition(); i++, entry += entry_size) memcpy(entry, block + old.entry(i), entry_size);
+        for (; i < old.count() && condition(); i++, entry += entry_size)
+            memcpy(entry, block + old.entry(i), entry_size);
     };
     copy_while([&] { return old.tag(i) < tag_orientation; });
     while (i < old.count() && old.tag(i) == tag_orientation) i++; // of a wrong type
@@ -94,7 +93,8 @@ size_t append_directory(uint8_t *out, const uint8_t *block, size_t size, const D
     copy_while([] { return true; });
     const size_t link = old.entry(old.count()); // to the directory of the thumbnail
     if (size - link >= 4) memcpy(entry, block + link, 4);
-    put(out + start, static_cast<uint32_t>(entry - out - static_cast<ptrdiff_t>(start)) / entry_size, 2, little);
+    put(out + start, static_cast<uint32_t>(entry - out - static_cast<ptrdiff_t>(start)) / uint32_t{entry_size}, 2,
+        little);
     return static_cast<size_t>(entry - out) + 4;
 }
 

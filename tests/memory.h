@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Allocations of the library under test: made to fail at will, and counted. The test program is linked with --wrap for
-// malloc and its kin, so everything that its own objects allocate passes through here, and nothing of other libraries.
+// Allocations of the library under test: made to fail at will, and counted. The tests of the library are linked with --wrap
+// for malloc and its kin, so everything that their own objects allocate passes through memory.cpp, and nothing of other
+// libraries. Those of the modules have memory_everywhere.cpp.
 #pragma once
 
 #include <stddef.h>

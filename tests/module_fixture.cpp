@@ -7,10 +7,35 @@ namespace modules {
 
 namespace {
 
-// A row for each module, or more for modules that have more ways to write. The tests of all modules go through this table.
+// An icon of 2 x 2 pixels, 24 bits each, and their mask.
+std::string icon() {
+    const auto words = [](std::initializer_list<uint16_t> values) {
+        std::string bytes;
+        for (const uint16_t value : values) bytes.append({static_cast<char>(value), static_cast<char>(value >> 8)});
+        return bytes;
+    };
+    return words({0, 1, 1, 0x0202, 0, 1, 24, 64, 0, 22, 0}) +                              // one picture, at 22
+           words({40, 0, 2, 0, 4, 0, 1, 24, 0, 0, 24, 0, 0, 0, 0, 0, 0, 0, 0, 0}) +        // its header
+           std::string("abcdef\0\0ghijkl\0\0", 16) + std::string("\x80\0\0\0\0\0\0\0", 8); // rows and mask
+}
+
+// A row for each module, or more for modules that have more ways to write. The tests of all modules go through this table,
+// as far as they were built.
 const Module table[] = {
     {.extension = "png", .frames = true, .follows = true, .sealed = sealed_chunks},
     {.extension = "pnm", .indices = false, .frames = true, .follows = true, .silent_end = 2},
+    {.extension = "gif",
+     .indices = false,
+     .colors = false,
+     .half_alpha = true,
+     .frames = true,
+     .most_side = 65535,
+     .silent_end = 1},
+    {.extension = "tif", .frames = true, .frail = true},
+    {.extension = "bmp"},
+    {.extension = "ico", .sample = icon},
+    {.extension = "tga", .indices = false, .seen = true, .most_side = 65535},
+    {.extension = "qoi", .indices = false},
 };
 
 } // namespace
@@ -38,9 +63,12 @@ std::string sealed_chunks(std::string bytes) {
 Fixture::Fixture() {
     setenv("PICTRA_CFGFILE", PICTRA_BUILD_CONFIG, 1);
     EXPECT_EQ(img_lib_attach(&library), IMG_ST_OK);
-    for (Module module : table)
-        if (img_codec_list_byext(library, (std::string("a.") + module.extension).c_str(), &module.codec, 1))
-            all.push_back(module);
+    for (Module module : table) {
+        if (!img_codec_list_byext(library, (std::string("a.") + module.extension).c_str(), &module.codec, 1)) continue;
+        EXPECT_EQ(codec_init(module.codec), IMG_ST_OK); // now, not while allocations are watched
+        all.push_back(module);
+        if (!module.sample) writers.push_back(module);
+    }
 }
 
 const Module &Fixture::module(const std::string &extension) const {
@@ -84,10 +112,13 @@ img_status Fixture::write(const Module &module, img_record &image, std::string &
 
 std::vector<Fixture::File> Fixture::files(size_t most) {
     std::vector<File> files;
-    for (const Module &module : all)
+    for (const Module &module : all) {
+        if (module.sample) files.push_back({module, module.sample(), module.extension});
         for (const img_format format : {FMT_PAL1, FMT_PAL8, FMT_G8, FMT_RGB888, FMT_ARGB8888HE})
-            if (const bool indexed = format & IMG_FMT_PAL; indexed || module.colors)
-                files.push_back({module, written(module, Image(format, 5, 3, indexed ? 2 : 0)), module.extension});
+            if (!module.sample && module.takes(format))
+                files.push_back(
+                    {module, written(module, Image(format, 5, 3, format & IMG_FMT_PAL ? 2 : 0)), module.extension});
+    }
     for (const auto &entry : std::filesystem::directory_iterator(PICTRA_PICTURES)) {
         const std::string path = entry.path();
         img_codec *codec = nullptr;

@@ -41,19 +41,25 @@ struct Module {
     const char *option = nullptr; // with this value when writing
     int32_t value = 0;
     double loss = 0;           // how far a channel of a smooth picture may be off, on average
-    bool indices = true;       // come back as indices of the same format
-    bool colors = true;        // takes pixels that are colours or grey
+    bool indices = true;       // come back as indices of the same format, if nothing is transparent
+    bool colors = true;        // takes more than indices and grey
     bool pixel_alpha = true;   // alpha in pixels comes back
     bool palette_alpha = true; // and that of palette entries
+    bool half_alpha = false;   // or only whether it is above a half, and no colour below
     bool key = true;           // and a transparent colour
+    bool seen = false;         // pictures of which nothing would be seen come back opaque
     bool frames = false;       // several pictures between one begin and one finish
     bool follows = false;      // a file may follow another in a stream
     bool scales = false;       // decodes at smaller sizes
+    bool frail = false;        // its codec library crashes and leaks when there is no memory
     bool early_rows = true;    // a file that is cut still gives rows, and right ones
     uint32_t most_side = 1'000'000;
     size_t silent_end = 0;                        // bytes at a file's end that nobody needs
     std::string (*sealed)(std::string) = nullptr; // with right checksums for whatever the file holds
+    std::string (*sample)() = nullptr;            // a file, of those that do not write
     img_codec *codec = nullptr;
+
+    bool takes(img_format format) const { return colors || (format & IMG_FMT_PAL) || format == FMT_G8; }
 };
 
 // A record with the memory behind it: noise, or a smooth picture for those that lose a little.
@@ -202,8 +208,8 @@ protected:
     std::vector<File> files(size_t most);
 
     img_lib_handle *library = nullptr;
-    std::vector<Module> all{};       // those that were built
-    std::vector<img_option> asked{}; // during the last write
+    std::vector<Module> all{}, writers{}; // those that were built
+    std::vector<img_option> asked{};      // during the last write
 };
 
 } // namespace modules

@@ -28,7 +28,7 @@ TEST_F(ModuleDamage, ShortReadsAndSmallBuffers) {
     }
     // More than the buffer takes, also in writes that fill it exactly.
     for (const uint32_t width : {250u, 1u})
-        for (const Module &module : all) {
+        for (const Module &module : writers) {
             Image image(FMT_PAL8, width, std::min(module.most_side, 70000 / width), 256);
             std::string whole, pieces;
             ASSERT_EQ(write(module, image.record, whole), IMG_ST_OK) << module.extension;
@@ -84,7 +84,7 @@ TEST_F(ModuleDamage, CutFilesAreRefused) {
                 ASSERT_TRUE(!status || !module.early_rows || row == whole.bytes[y]) << length;
         }
     }
-    for (const Module &module : all) {
+    for (const Module &module : writers) {
         const std::string bytes = written(module, Image(FMT_PAL8, 100, 100, 256));
         Rows part(FMT_ARGB8888HE);
         EXPECT_EQ(load(bytes.substr(0, bytes.size() * 9 / 10), part.record), 4u) << module.extension;
@@ -115,6 +115,7 @@ TEST_F(ModuleDamage, ChangedBytesDoNoHarm) {
 TEST_F(ModuleDamage, WithoutMemoryNothingIsLeft) {
     for (const auto &[module, bytes, name] : files(1000)) {
         SCOPED_TRACE(name);
+        if (module.frail) continue;
         Loaded whole;
         ASSERT_EQ(load(bytes, whole.record), IMG_ST_OK);
         for (size_t n = 1, failed = 1; failed; n++) {
@@ -130,7 +131,8 @@ TEST_F(ModuleDamage, WithoutMemoryNothingIsLeft) {
             ASSERT_TRUE(status || look(loaded.record) == look(whole.record)) << n;
         }
     }
-    for (const Module &module : all) {
+    for (const Module &module : writers) {
+        if (module.frail) continue;
         Image image(FMT_PAL8, 15, 11, 40);
         const std::string whole = written(module, Image(FMT_PAL8, 15, 11, 40));
         for (size_t n = 1, failed = 1; failed; n++) {
@@ -145,7 +147,7 @@ TEST_F(ModuleDamage, WithoutMemoryNothingIsLeft) {
 }
 
 TEST_F(ModuleDamage, FailingWritesAndPicturesThatCannotBe) {
-    for (const Module &module : all) {
+    for (const Module &module : writers) {
         Image image(FMT_PAL8, 40, 30, 4);
         std::string whole, part;
         ASSERT_EQ(write(module, image.record, whole), IMG_ST_OK);
