@@ -59,6 +59,7 @@ theirs() { # FILE KIND
     webp) dwebp -quiet -pam "$1" -o "$work/theirs.pnm" && pixels "$work/theirs.pnm" ;;
     qoi) qoitopam "$1" | convert pam:- -depth 8 rgba:- ;;
     gif) convert "gif:$1[0]" -coalesce -depth 8 rgba:- ;;
+    tga) convert "tga:$1" -auto-orient -depth 8 rgba:- ;;
     *) convert "$2:$1[0]" -set colorspace sRGB -depth 8 rgba:- ;;
     esac >"$work/theirs" 2>/dev/null
     [ -s "$work/theirs" ]
