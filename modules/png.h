@@ -75,7 +75,7 @@ img_status report_values(Reader &reader, When when);
 
 // What the caller answers, and where it goes: after the header, before the pixels.
 img_status ask_for_metadata(Writer &writer);
-void set_metadata(Writer &writer);
+img_status set_metadata(Writer &writer);
 
 img_status png_encode_frame(io_handle *stream, const img_encode_callouts *callouts, img_record *image, void **state);
 

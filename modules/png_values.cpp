@@ -67,6 +67,7 @@ void keep_values(Reader &r) {
 
 img_status report_values(Reader &r, When when) {
     if (!r.values) return ok;
+    if (r.failure == no_memory) return no_memory; // of which libpng only warns
     if (when == When::before_pixels) {
         if (const img_status status = r.picture.report(IMG_VALUE_DEPTH, png_get_bit_depth(r.png, r.info)))
             return status;
@@ -89,7 +90,7 @@ img_status ask_for_metadata(Writer &w) {
     return ok;
 }
 
-void set_metadata(Writer &w) {
+img_status set_metadata(Writer &w) {
     const Metadata &m = w.metadata;
     png_set_benign_errors(w.png, 1); // what libpng does not take, such as a profile that is none, is left out
     if (m.icc.size)
@@ -112,6 +113,7 @@ void set_metadata(Writer &w) {
         text.text = reinterpret_cast<png_charp>(w.xmp_text.get());
         png_set_text(w.png, w.info, &text, 1);
     }
+    return w.failure == no_memory ? no_memory : ok; // of which libpng only warns
 }
 
 } // namespace module

@@ -70,8 +70,8 @@ img_status write_header(Writer &w, const Layout *layout) {
     png_set_IHDR(w.png, w.info, image.width, image.height, depth, color_type,
                  w.interlace ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
                  PNG_FILTER_TYPE_DEFAULT);
-    set_metadata(w);
-    img_status status = ok;
+    img_status status = set_metadata(w);
+    if (status) return status;
     if (indexed)
         status = write_palette(w);
     else if (!alpha && w.picture.has(IMG_F_TRANSP))

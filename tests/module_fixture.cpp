@@ -84,17 +84,25 @@ img_status Fixture::write(const Module &module, img_record &image, std::string &
     io_stream_ctl(stream->self, IO_CTL_SETLIMIT, reinterpret_cast<void *>(uintptr_t{limit}));
     struct Answers {
         const Module &module;
-        std::vector<img_option> &asked;
-    } answers{module, asked};
+        Fixture &fixture;
+    } answers{module, *this};
     asked.clear();
+    asked_for.clear();
     img_encode_callouts callouts{};
     callouts.data = &answers;
     callouts.scanline = [](void *data, img_record *, uintptr_t, uintptr_t, uintptr_t key, uintptr_t pointer) {
-        const Answers &its = *static_cast<Answers *>(data);
-        if (key != IMG_VALUE_OPTION) return img_status{IMG_ST_OK};
-        auto &option = *reinterpret_cast<img_option *>(pointer);
-        its.asked.push_back(option);
-        if (its.module.option && option.name == std::string_view(its.module.option)) option.value = its.module.value;
+        const auto &[own, fixture] = *static_cast<Answers *>(data);
+        if (key == IMG_VALUE_OPTION) {
+            auto &option = *reinterpret_cast<img_option *>(pointer);
+            fixture.asked.push_back(option);
+            if (own.option && option.name == std::string_view(own.option)) option.value = own.value;
+        } else if (key) {
+            fixture.asked_for.insert(key);
+        }
+        if (key == IMG_VALUE_EXIF) *reinterpret_cast<img_bytes *>(pointer) = {exif.data(), exif.size()};
+        if (key == IMG_VALUE_XMP) *reinterpret_cast<img_bytes *>(pointer) = {xmp.data(), xmp.size()};
+        if (key == IMG_VALUE_ORIENTATION) *reinterpret_cast<uint32_t *>(pointer) = orientation;
+        if (key == IMG_VALUE_RESOLUTION) *reinterpret_cast<img_resolution *>(pointer) = resolution;
         return img_status{IMG_ST_OK};
     };
     img_codec *codec = module.codec;

@@ -16,6 +16,7 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <set>
 #include <vector>
 
 namespace modules {
@@ -120,6 +121,34 @@ struct Loaded {
     }
 };
 
+// What a reader was told of the file. Every byte of it is looked at.
+struct Values {
+    std::map<uintptr_t, std::vector<std::string>> told{};
+    bool strict = false;
+    img_decode_callouts callouts{};
+    Values() {
+        callouts.data = this;
+        callouts.set_value = [](void *data, img_record *, uintptr_t key, uintptr_t size, uintptr_t value, uintptr_t) {
+            Values &values = *static_cast<Values *>(data);
+            if (key == IMG_VALUE_OPTION) {
+                auto &option = *reinterpret_cast<img_option *>(value);
+                if (option.name == std::string_view("strict")) option.value = values.strict;
+            } else {
+                values.told[key].emplace_back(reinterpret_cast<const char *>(value), size);
+            }
+            return img_status{IMG_ST_OK};
+        };
+    }
+    Values(const Values &) = delete;
+    Values &operator=(const Values &) = delete;
+};
+template <typename T> std::string bytes_of(T value) { return {reinterpret_cast<const char *>(&value), sizeof value}; }
+
+// Metadata that goes into every file that is written, if its format has a place for it: turned by a quarter.
+const std::string exif("II*\0\x8\0\0\0\1\0\x12\1\3\0\1\0\0\0\6\0\0\0\0\0\0\0", 26), xmp = "<x/>";
+constexpr uint32_t orientation = 6;
+constexpr img_resolution resolution = {3000, 2000};
+
 // Collects rows through an access function, those of a picture that fails as well.
 struct Rows {
     img_record record{};
@@ -210,6 +239,7 @@ protected:
     img_lib_handle *library = nullptr;
     std::vector<Module> all{}, writers{}; // those that were built
     std::vector<img_option> asked{};      // during the last write
+    std::set<uintptr_t> asked_for{};      // keys of values, likewise
 };
 
 } // namespace modules

@@ -26,7 +26,7 @@ fetch() {
         "Dir::State::lists \"$suites/apt/lists\"" "Dir::Cache \"$suites/apt/cache\"" 'APT::Sandbox::User "root"' >"$suites/apt/conf"
     export APT_CONFIG=$suites/apt/conf
     apt-get -qq update || return
-    # shellcheck disable=SC2086 -- a list of words
+    # shellcheck disable=SC2086
     (cd "$suites/archives" && apt-get -qq source --download-only --tar-only $packages)
 }
 

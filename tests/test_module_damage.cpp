@@ -121,10 +121,11 @@ TEST_F(ModuleDamage, WithoutMemoryNothingIsLeft) {
         for (size_t n = 1, failed = 1; failed; n++) {
             FakeBackend source{.data = bytes, .buffer_size = 2048};
             Loaded loaded;
+            Values values;
             img_status status;
             {
                 const memory::Watch watch(n);
-                status = load(source, loaded.record);
+                status = load(source, loaded.record, &values.callouts);
                 failed = watch.failed();
                 ASSERT_EQ(watch.live(), status ? 0u : 1u) << n; // the pixels
             }

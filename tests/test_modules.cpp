@@ -4,8 +4,6 @@
 // test_module_damage.cpp, what is special to a format in a file of its own.
 #include "tests/module_fixture.h"
 
-#include <set>
-
 using namespace modules;
 
 namespace {
@@ -71,6 +69,27 @@ TEST_F(Modules, EveryFormatComesBackAsItWas) {
         EXPECT_TRUE(bytes.empty()) << "a refused picture leaves nothing";
         EXPECT_EQ(write(module, wide.record, bytes), 10u) << module.extension;
         EXPECT_TRUE(bytes.empty());
+    }
+}
+
+// What a module asks for when it writes is what it tells when it reads.
+TEST_F(Modules, MetadataComesBack) {
+    for (const Module &module : writers) {
+        SCOPED_TRACE(module.extension);
+        const std::string bytes = written(module, Image(FMT_PAL8, 3, 3, 2));
+        Values values;
+        Loaded loaded;
+        ASSERT_EQ(load(bytes, loaded.record, &values.callouts), IMG_ST_OK);
+        const std::pair<uintptr_t, std::string> expected[] = {
+            {IMG_VALUE_EXIF, exif}, {IMG_VALUE_XMP, xmp}, {IMG_VALUE_ORIENTATION, bytes_of(orientation)}};
+        for (const auto &[key, value] : expected)
+            EXPECT_TRUE(!asked_for.contains(key) || values.told[key] == std::vector{value}) << key;
+        if (!asked_for.contains(IMG_VALUE_RESOLUTION)) continue;
+        ASSERT_EQ(values.told[IMG_VALUE_RESOLUTION].size(), 1u);
+        img_resolution read;
+        memcpy(&read, values.told[IMG_VALUE_RESOLUTION][0].data(), sizeof read);
+        EXPECT_NEAR(read.x, resolution.x, 20); // some count by the inch
+        EXPECT_NEAR(read.y, resolution.y, 20);
     }
 }
 
