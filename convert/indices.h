@@ -29,6 +29,9 @@ void expand_singly(const uint8_t *src, uint8_t *dst, size_t count, const uint8_t
         for (; i + 8 <= count; i += 8) {
             uint64_t indices;
             memcpy(&indices, src + i, sizeof indices);
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+            indices = __builtin_bswap64(indices);
+#endif
             for (size_t k = 0; k < 8; k++)
                 memcpy(dst + (i + k) * bytes, palette + (indices >> 8 * k & 0xff) * bytes, bytes);
         }

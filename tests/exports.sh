@@ -2,7 +2,7 @@
 # What the library shows the world: the names in exports.txt and nothing else, and a need for the C library alone.
 # Usage: exports.sh LIBRARY LIST
 set -eu
-exported=$(nm -D --defined-only --format=posix "$1" | cut -d' ' -f1 | LC_ALL=C sort)
+exported=$(${NM:-nm} -D --defined-only --format=posix "$1" | cut -d' ' -f1 | LC_ALL=C sort)
 listed=$(LC_ALL=C sort "$2")
 if [ "$exported" != "$listed" ]; then
     echo "exported (<) and listed (>) names differ:"
@@ -10,7 +10,7 @@ if [ "$exported" != "$listed" ]; then
     printf '%s\n' "$listed" | diff exported.txt - | grep '^[<>]'
     exit 1
 fi
-needed=$(readelf -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
-soname=$(readelf -d "$1" | sed -n 's/.*(SONAME).*\[\(.*\)\]/\1/p')
+needed=$(${READELF:-readelf} -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
+soname=$(${READELF:-readelf} -d "$1" | sed -n 's/.*(SONAME).*\[\(.*\)\]/\1/p')
 [ "$needed" = libc.so.6 ] || { echo "needs: $needed"; exit 1; }
 [ "$soname" = libpictra.so.0 ] || { echo "soname: $soname"; exit 1; }

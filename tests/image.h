@@ -7,6 +7,9 @@
 
 #include <string.h>
 
+#include <algorithm>
+#include <array>
+#include <bit>
 #include <string>
 #include <vector>
 
@@ -18,6 +21,17 @@ inline img_record a_record(img_flags flags, img_format format = 0, uint32_t widt
     record.height = height;
     return record;
 }
+
+// Pixels written down as they lie on a little-endian machine, as they lie on this one.
+inline std::vector<uint8_t> as_here(img_format format, std::vector<uint8_t> bytes) {
+    const uint32_t pixel = img::bits_per_pixel(format) / 8;
+    if (std::endian::native == std::endian::big && pixel % 2 == 0)
+        for (size_t i = 0; pixel && i < bytes.size(); i += pixel) std::reverse(&bytes[i], &bytes[i] + pixel);
+    return bytes;
+}
+
+// Four bytes of memory as a word.
+inline uint32_t word_of(std::array<uint8_t, 4> bytes) { return std::bit_cast<uint32_t>(bytes); }
 
 struct Image {
     Image(img_format format, uint32_t width, uint32_t height, bool access, uint8_t fill = 0) {

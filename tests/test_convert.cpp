@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "core/record.h"
 #include "tests/reference.h"
 #include "tests/runs.h"
 
@@ -98,11 +99,13 @@ TEST(Convert, KnownPixels) {
     runs::for_each_variant([&](const char *variant) {
         for (const auto &[name, src, dst] : cases) {
             const reference::Conversion c = reference::conversion(name);
-            uint32_t got = 0, wanted = 0;
-            exported(name)(&src, &got, 1);
-            c.run(reinterpret_cast<const uint8_t *>(&src), reinterpret_cast<uint8_t *>(&wanted), 1);
-            EXPECT_EQ(got, dst) << name << " " << variant;
-            EXPECT_EQ(wanted, dst) << name;
+            const img::KeyPixel from = img::key_pixel(c.src, src), to = img::key_pixel(c.dst, dst);
+            const size_t bytes = img::bits_per_pixel(c.dst) / 8;
+            uint8_t got[4], wanted[4];
+            exported(name)(from.bytes, got, 1);
+            c.run(from.bytes, wanted, 1);
+            EXPECT_EQ(memcmp(got, to.bytes, bytes), 0) << name << " " << variant;
+            EXPECT_EQ(memcmp(wanted, to.bytes, bytes), 0) << name;
         }
     });
 }

@@ -124,16 +124,16 @@ TEST_F(Encode, PaletteAndColourKey) {
     ASSERT_EQ(encode({FMT_PAL8}), IMG_ST_OK);
     EXPECT_EQ(script.log, "frame palette=0 key=0");
     EXPECT_EQ(script.written_palette, (std::vector<uint32_t>{0xff102030, 0xff405060}));
-    EXPECT_EQ(script.written_key, 1u);
+    EXPECT_EQ(script.written_key, word_of({1}));
     script.written_key = 0;
     ASSERT_EQ(encode({FMT_BGR888}), IMG_ST_OK);
-    EXPECT_EQ(script.written_key, 0x405060u) << "in the format that is written";
+    EXPECT_EQ(script.written_key, word_of({0x60, 0x50, 0x40})) << "in the format that is written";
 
     use(FMT_XBGR8888HE, {}, {});
     image.flags |= IMG_F_TRANSP;
     image.transparency = 0xff112233;
     const std::pair<img_format, uint32_t> forms[] = {
-        {FMT_XBGR8888HE, 0xff332211}, {FMT_RGB888, 0x332211}, {FMT_ARGB8888OE, 0x332211ff}};
+        {FMT_XBGR8888HE, 0xff332211}, {FMT_RGB888, word_of({0x11, 0x22, 0x33})}, {FMT_ARGB8888OE, 0x332211ff}};
     for (const auto &[format, key] : forms) {
         script.written_key = 0;
         ASSERT_EQ(encode({format}), IMG_ST_OK);
@@ -141,10 +141,10 @@ TEST_F(Encode, PaletteAndColourKey) {
     }
     image.format = FMT_A8;
     image.flags |= IMG_F_TRANSP;
-    script.written_key = 0xaabbccdd;
+    script.written_key = word_of({1, 2, 3, 4});
     image.transparency8 = 7;
     ASSERT_EQ(encode({FMT_A8}), IMG_ST_OK);
-    EXPECT_EQ(script.written_key, 0xaabbcc07u) << "no more than a pixel";
+    EXPECT_EQ(script.written_key, word_of({7, 2, 3, 4})) << "no more than a pixel";
 }
 
 TEST_F(Encode, MissingStorageAndFunctions) {

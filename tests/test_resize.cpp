@@ -23,14 +23,21 @@ using Line = std::vector<uint32_t>;
 
 uint32_t pixel_bytes(img_format f) { return img::bits_per_pixel(f) / 8; }
 
+// Where the value of a pixel begins in a word: that of 16 bits is the word's.
+template <typename Word> auto *value_in(Word &word, img_format f) {
+    using Byte = std::conditional_t<std::is_const_v<Word>, const uint8_t, uint8_t>;
+    const bool behind = std::endian::native == std::endian::big && pixel_bytes(f) == 2;
+    return reinterpret_cast<Byte *>(&word) + (behind ? 2 : 0);
+}
+
 Line unpack(img_format f, const uint8_t *at, uint32_t n) {
     Line line(n);
-    for (uint32_t i = 0; i < n; i++) memcpy(&line[i], at + i * pixel_bytes(f), pixel_bytes(f));
+    for (uint32_t i = 0; i < n; i++) memcpy(value_in(line[i], f), at + i * pixel_bytes(f), pixel_bytes(f));
     return line;
 }
 Bytes pack(img_format f, const Line &line) {
     Bytes bytes(line.size() * pixel_bytes(f));
-    for (size_t i = 0; i < line.size(); i++) memcpy(&bytes[i * pixel_bytes(f)], &line[i], pixel_bytes(f));
+    for (size_t i = 0; i < line.size(); i++) memcpy(&bytes[i * pixel_bytes(f)], value_in(line[i], f), pixel_bytes(f));
     return bytes;
 }
 
