@@ -162,6 +162,8 @@ img_status write_picture(Writer &w, const ColorMapObject &map, const Timing &tim
 // A picture that is refused before anything of it was written does no harm to the others.
 img_status encode_picture(Writer &w) {
     const img_record &image = w.picture.image();
+    // The library would make grey of colours.
+    if (!(image.format & IMG_FMT_PAL) && image.format != FMT_G8) return no_common_format;
     if (image.width > gif::max_side || image.height > gif::max_side) return over_limit;
     // A later picture has its place on the canvas of the first.
     const auto width = static_cast<int>(image.width), height = static_cast<int>(image.height);

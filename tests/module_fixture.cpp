@@ -36,6 +36,16 @@ const Module table[] = {
     {.extension = "ico", .sample = icon},
     {.extension = "tga", .indices = false, .seen = true, .most_side = 65535},
     {.extension = "qoi", .indices = false},
+    {.extension = "jpg",
+     .loss = 4,
+     .indices = false,
+     .transparent = false,
+     .follows = true,
+     .scales = true,
+     .most_side = 65500,
+     .silent_end = 2},
+    {.extension = "webp", .loss = 4, .indices = false, .scales = true, .most_side = 16383},
+    {.extension = "webp", .option = "lossless", .value = 1, .indices = false, .scales = true, .most_side = 16383},
 };
 
 } // namespace

@@ -43,6 +43,7 @@ struct Module {
     int32_t value = 0;
     double loss = 0;           // how far a channel of a smooth picture may be off, on average
     bool indices = true;       // come back as indices of the same format, if nothing is transparent
+    bool transparent = true;   // takes alpha in pixels
     bool colors = true;        // takes more than indices and grey
     bool pixel_alpha = true;   // alpha in pixels comes back
     bool palette_alpha = true; // and that of palette entries
@@ -60,7 +61,9 @@ struct Module {
     std::string (*sample)() = nullptr;            // a file, of those that do not write
     img_codec *codec = nullptr;
 
-    bool takes(img_format format) const { return colors || (format & IMG_FMT_PAL) || format == FMT_G8; }
+    bool takes(img_format format) const {
+        return (colors || (format & IMG_FMT_PAL) || format == FMT_G8) && (transparent || !(format & IMG_FMT_ALPHA));
+    }
 };
 
 // A record with the memory behind it: noise, or a smooth picture for those that lose a little.

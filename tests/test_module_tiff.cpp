@@ -18,9 +18,9 @@ struct Entry {
 };
 
 // A file of one page, its directory before its data, in either byte order.
-class File {
+class Tiff {
 public:
-    explicit File(bool big) : big_(big) {}
+    explicit Tiff(bool big) : big_(big) {}
 
     std::string make(std::vector<Entry> entries, const std::string &pixels) const {
         entries.push_back({279, 4, {static_cast<uint32_t>(pixels.size())}});
@@ -98,7 +98,7 @@ protected:
 TEST_F(ModuleTiff, SamplesOfEveryKind) {
     const Entry planes = {284, 3, {2}};
     for (const bool big : {false, true}) {
-        const File file(big);
+        const Tiff file(big);
         const auto wide = [&](std::initializer_list<uint32_t> samples) {
             std::string out;
             for (const uint32_t sample : samples) out += file.number(sample, 2);
@@ -172,7 +172,7 @@ TEST_F(ModuleTiff, SamplesOfEveryKind) {
 }
 
 TEST_F(ModuleTiff, WhatIsRefusedAndRowsBeforeACut) {
-    const File file(false);
+    const Tiff file(false);
     const auto sized = [&](uint32_t width, uint32_t height, uint32_t bits) {
         std::vector<Entry> entries = page(bits, 1, 1);
         entries[0] = {256, 4, {width}};
