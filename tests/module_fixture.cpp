@@ -88,10 +88,6 @@ const Module &Fixture::module(const std::string &extension) const {
 }
 
 img_status Fixture::write(const Module &module, img_record &image, std::string &bytes, uint32_t most, uint32_t limit) {
-    FakeBackend sink{.most = most};
-    const Stream stream(io_open(FakeBackend::make, IO_WRITE, &sink), io_close);
-    if (!stream) return IMG_ST_NOMEM;
-    io_stream_ctl(stream->self, IO_CTL_SETLIMIT, reinterpret_cast<void *>(uintptr_t{limit}));
     struct Answers {
         const Module &module;
         Fixture &fixture;
@@ -115,9 +111,17 @@ img_status Fixture::write(const Module &module, img_record &image, std::string &
         if (key == IMG_VALUE_RESOLUTION) *reinterpret_cast<img_resolution *>(pointer) = resolution;
         return img_status{IMG_ST_OK};
     };
-    img_codec *codec = module.codec;
     image.flags |= IMG_F_ANSWERS;
-    img_status status = img_write(library, stream.get(), &callouts, &image, &codec);
+    return write(module.codec, image, bytes, most, limit, &callouts);
+}
+
+img_status Fixture::write(img_codec *codec, img_record &image, std::string &bytes, uint32_t most, uint32_t limit,
+                          const img_encode_callouts *callouts) {
+    FakeBackend sink{.most = most};
+    const Stream stream(io_open(FakeBackend::make, IO_WRITE, &sink), io_close);
+    if (!stream) return IMG_ST_NOMEM;
+    io_stream_ctl(stream->self, IO_CTL_SETLIMIT, reinterpret_cast<void *>(uintptr_t{limit}));
+    img_status status = img_write(library, stream.get(), callouts, &image, &codec);
     size_t before;
     do { // as often as it moves something
         before = sink.data.size();
@@ -128,8 +132,8 @@ img_status Fixture::write(const Module &module, img_record &image, std::string &
     return status;
 }
 
-std::vector<Fixture::File> Fixture::files(size_t most) {
-    std::vector<File> files;
+std::vector<Fixture::Sample> Fixture::files(size_t most) {
+    std::vector<Sample> files;
     for (const Module &module : all) {
         if (module.sample) files.push_back({module, module.sample(), module.extension});
         for (const img_format format : {FMT_PAL1, FMT_PAL8, FMT_G8, FMT_RGB888, FMT_ARGB8888HE})

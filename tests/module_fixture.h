@@ -224,20 +224,23 @@ protected:
         FakeBackend source{.data = bytes, .buffer_size = 2048};
         return load(source, record, callouts);
     }
+    // With answers: the module's option, and metadata.
     img_status write(const Module &module, img_record &image, std::string &bytes, uint32_t most = UINT32_MAX,
                      uint32_t limit = UINT32_MAX);
-    std::string written(const Module &module, Image &&image) {
+    img_status write(img_codec *codec, img_record &image, std::string &bytes, uint32_t most = UINT32_MAX,
+                     uint32_t limit = UINT32_MAX, const img_encode_callouts *callouts = nullptr);
+    template <typename Writer> std::string written(const Writer &writer, Image &&image) {
         std::string bytes;
-        EXPECT_EQ(write(module, image.record, bytes), IMG_ST_OK);
+        EXPECT_EQ(write(writer, image.record, bytes), IMG_ST_OK);
         return bytes;
     }
     const Module &module(const std::string &extension) const;
     // Small files that each module writes, and the examples up to a size.
-    struct File {
+    struct Sample {
         const Module &module;
         std::string bytes, name;
     };
-    std::vector<File> files(size_t most);
+    std::vector<Sample> files(size_t most);
 
     img_lib_handle *library = nullptr;
     std::vector<Module> all{}, writers{}; // those that were built

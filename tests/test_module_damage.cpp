@@ -43,7 +43,7 @@ TEST_F(ModuleDamage, ValidationFindsItsFormatAndLeavesTheStream) {
     img_codec *codecs[64];
     const uint32_t count = img_codec_list(library, codecs, 64, nullptr, 0);
     std::vector<std::pair<img_codec *, std::string>> cases = {{nullptr, std::string(300, 'x')}, {nullptr, "P5"}};
-    for (const File &file : files(3000)) cases.emplace_back(file.module.codec, "0123456789ab" + file.bytes);
+    for (const Sample &file : files(3000)) cases.emplace_back(file.module.codec, "0123456789ab" + file.bytes);
     for (const auto &[codec, bytes] : cases)
         for (const uint32_t most : {1u, 3u, 40u, 64u, 1000u})
             for (const uint32_t buffer : {0u, 8u, 100u, 2048u})

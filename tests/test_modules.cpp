@@ -297,7 +297,7 @@ TEST_F(Modules, TheExampleOfTheDocumentationIsOne) {
     ASSERT_EQ(img_codec_list_byext(library, "x.raw8", &raw8, 1), 1u);
     Image image(FMT_G8, 1, 1);
     std::string out;
-    EXPECT_EQ(write({.extension = "raw8", .codec = raw8}, image.record, out), IMG_ST_NOTSUP);
+    EXPECT_EQ(write(raw8, image.record, out), IMG_ST_NOTSUP);
 }
 
 } // namespace
