@@ -30,8 +30,9 @@ struct Metadata {
     img_bytes icc{}, exif{}, xmp{};
     img_resolution resolution{};
 
-    // An orientation that the caller answers is in exif afterwards. over_limit if a block is too large.
-    img_status ask(const Encoding &picture);
+    // An orientation that the caller answers is in exif afterwards. over_limit if a block is too large. The resolution is
+    // for formats that keep one beside EXIF.
+    img_status ask(const Encoding &picture, bool keeps_resolution = true);
 
 private:
     img_status set_orientation(uint32_t orientation);

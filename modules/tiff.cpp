@@ -77,11 +77,15 @@ img_status decode_finish(io_handle *, void **state) {
 img_status go_to_page(Reader &r) {
     img_option option = number_option("page", "the first page to read, from 0", 0, max_pages - 1, 0);
     if (const img_status status = r.picture.ask(option)) return status;
-    if (r.pages) return TIFFLastDirectory(r.tif) ? wrong_format : TIFFReadDirectory(r.tif) ? ok : r.failed();
+    if (r.pages) {
+        r.file.lost_palette = false;
+        return TIFFLastDirectory(r.tif) ? wrong_format : TIFFReadDirectory(r.tif) ? ok : r.failed();
+    }
     const uint32_t count = TIFFNumberOfDirectories(r.tif);
     if (count > max_pages) return over_limit;
     const auto first = static_cast<uint32_t>(option.value);
     if (first >= count) return wrong_format;
+    if (first) r.file.lost_palette = false;
     if (first && !TIFFSetDirectory(r.tif, first)) return r.failed();
     return r.picture.report(IMG_VALUE_FRAMES, count);
 }
@@ -159,6 +163,7 @@ img_status describe(Reader &r) {
     page.separate =
         page.samples > 1 && r.field<uint16_t>(TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG) == PLANARCONFIG_SEPARATE;
     page.photometric = photometric_of(r);
+    if (r.file.lost_palette && page.photometric == PHOTOMETRIC_MINISBLACK) return damaged;
     if (TIFFIsTiled(r.tif)) {
         page.tile_width = r.field<uint32_t>(TIFFTAG_TILEWIDTH, 0);
         page.tile_height = r.field<uint32_t>(TIFFTAG_TILELENGTH, 0);

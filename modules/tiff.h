@@ -18,6 +18,7 @@ struct File {
     Bytes bytes;
     size_t length, capacity, position;
     img_status failure; // what libtiff's last complaint means
+    bool lost_palette;  // of the page at hand
 
     TIFF *open(const char *mode);
 };

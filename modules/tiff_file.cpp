@@ -3,6 +3,7 @@
 // A file in memory for libtiff. Nothing is printed, and nothing of libtiff that all users of the process share is changed.
 #include "modules/tiff.h"
 
+#include <stdio.h>
 #include <string.h>
 
 namespace tiff_module {
@@ -73,7 +74,13 @@ int on_error(TIFF *, void *data, const char *, const char *format, va_list) {
         failure = no_memory;
     return 1; // no other handler is to be asked
 }
-int on_warning(TIFF *, void *, const char *, const char *, va_list) { return 1; }
+// A palette that cannot be read makes libtiff call its indices grey.
+int on_warning(TIFF *, void *data, const char *, const char *format, va_list arguments) {
+    char text[256];
+    vsnprintf(text, sizeof text, format, arguments);
+    if (strstr(text, "\"ColorMap\"")) static_cast<File *>(data)->lost_palette = true;
+    return 1;
+}
 
 } // namespace
 
@@ -85,7 +92,7 @@ TIFF *File::open(const char *mode) {
     }
     TIFFOpenOptionsSetMaxSingleMemAlloc(options, max_allocation);
     TIFFOpenOptionsSetErrorHandlerExtR(options, on_error, this);
-    TIFFOpenOptionsSetWarningHandlerExtR(options, on_warning, nullptr);
+    TIFFOpenOptionsSetWarningHandlerExtR(options, on_warning, this);
     TIFF *tif = TIFFClientOpenExt("", mode, this, read_bytes, write_bytes, seek, close, size_of, map, unmap, options);
     TIFFOpenOptionsFree(options);
     return tif;

@@ -194,7 +194,7 @@ const uint8_t *PageReader::pixels(uint32_t i) {
     const bool as_stored = page_.bits == 8 && planes_ == 1 && step_ == channels;
     if (as_stored && !page_.premultiplied && !page_.white_is_0 && page_.kind != Kind::cmyk) return row(0, i);
     if (as_stored)
-        memcpy(out, row(0, i), row_bytes_);
+        memcpy(out, row(0, i), size_t{width} * channels); // a row of tiles is longer
     else
         for (uint32_t c = 0; c < channels; c++) {
             const uint32_t sample = c < page_.colors ? c : page_.alpha;

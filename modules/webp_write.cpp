@@ -53,7 +53,7 @@ img_status Writer::ask() {
     config.exact = lossless.value;
     config.quality = lossless.value ? usual_effort : static_cast<float>(quality.value);
     config.method = method.value;
-    return metadata.ask(picture);
+    return metadata.ask(picture, false);
 }
 
 // All pixels, as libwebp's words: ARGB in host order.

@@ -31,10 +31,10 @@ const Module table[] = {
      .frames = true,
      .most_side = 65535,
      .silent_end = 1},
-    {.extension = "tif", .frames = true, .frail = true},
+    {.extension = "tif", .frames = true, .frail = true, .silent_end = 16},
     {.extension = "bmp"},
     {.extension = "ico", .sample = icon},
-    {.extension = "tga", .indices = false, .seen = true, .most_side = 65535},
+    {.extension = "tga", .indices = false, .seen = true, .most_side = 65535, .silent_end = 26},
     {.extension = "qoi", .indices = false},
     {.extension = "jpg",
      .loss = 4,
@@ -45,7 +45,13 @@ const Module table[] = {
      .most_side = 65500,
      .silent_end = 2},
     {.extension = "webp", .loss = 4, .indices = false, .scales = true, .most_side = 16383},
-    {.extension = "webp", .option = "lossless", .value = 1, .indices = false, .scales = true, .most_side = 16383},
+    {.extension = "webp",
+     .option = "lossless",
+     .value = 1,
+     .indices = false,
+     .scales = true,
+     .frail = true,
+     .most_side = 16383},
 };
 
 } // namespace

@@ -106,10 +106,12 @@ TEST_F(Modules, Options) {
         return img_status{IMG_ST_OK};
     };
     for (const Module &module : writers) {
+        if (module.option) continue; // the module has another row
         const std::string file = written(module, Image(FMT_PAL8, 23, 19, 3));
         for (const img_option &option : std::vector(asked)) {
             Module with = module;
             with.option = option.name;
+            if (with.loss > 0) with.loss = 1000; // which is what options are about
             for (with.value = option.lowest - 1; with.value <= std::min(option.highest, 10) + 1; with.value++) {
                 SCOPED_TRACE(testing::Message() << module.extension << ' ' << option.name << ' ' << with.value);
                 Image image(FMT_PAL8, 23, 19, 3);
@@ -183,7 +185,9 @@ TEST_F(Modules, PicturesFollowEachOther) {
                     loads ? img_load(library, stream.get(), nullptr, &loaded.record)
                           : img_decode_frame(module.codec, stream.get(), nullptr, &loaded.record, &state);
                 ASSERT_EQ(status, n < count ? 0u : 1u) << n << loads;
-                EXPECT_TRUE(status || module.loss > 0 || look(loaded.record) == look(pictures[n].record)) << n;
+                EXPECT_TRUE(status || module.loss > 0 || module.option ||
+                            look(loaded.record) == look(pictures[n].record))
+                    << n;
             }
             EXPECT_TRUE(loads || !img_decode_finish(module.codec, stream.get(), &state));
         }
