@@ -31,7 +31,7 @@ const Module table[] = {
      .frames = true,
      .most_side = 65535,
      .silent_end = 1},
-    {.extension = "tif", .frames = true, .frail = true, .silent_end = 16},
+    {.extension = "tif", .frames = true, .frail = true, .early_rows = false, .silent_end = 16},
     {.extension = "bmp"},
     {.extension = "ico", .sample = icon},
     {.extension = "tga", .indices = false, .seen = true, .most_side = 65535, .silent_end = 26},
