@@ -229,6 +229,15 @@ expect 0 '' "$pictra" frames two.pnm -o '{stem}-{n}.pgm'
 expect 2 'put {n} into it' "$pictra" frames two.pnm -o 'x.pgm'
 [ "$("$pictra" show photo.png | wc -lL | tr -s ' ')" = ' 23 69' ] || fail "show: $("$pictra" show photo.png | wc -lL)"
 [ "$("$pictra" show --as blocks photo.png | tr -cd '\n' | wc -c)" = 23 ] || fail 'show --as blocks'
+# shellcheck disable=SC1090 -- a script of the program's own
+completed() { (eval "$("$pictra" completion bash)"; COMP_WORDS=(pictra "$@"); COMP_CWORD=$#; _pictra; echo "${COMPREPLY[*]}"); }
+[ "$(completed co)" = 'convert compare codecs config completion' ] || fail "completion: $(completed co)"
+[ "$(completed flip --v)" = '--vertical' ] || fail "completion: $(completed flip --v)"
+for shell in zsh fish; do
+    "$pictra" completion $shell >script.$shell
+    ! command -v $shell >/dev/null || $shell -n script.$shell || fail "completion $shell"
+done
+expect 2 'bash, zsh and fish' "$pictra" completion tcsh
 expect 2 'kitty, sixel' "$pictra" show --as crayons photo.png
 [ "$("$pictra" formats | wc -l)" = 21 ] || fail 'not 21 formats'
 "$pictra" info --json photo.png missing.png "$(printf 'a\n"\377')" | python3 -c '

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The command line of the program pictra.
+#include "tools/completion.h"
 #include "tools/interrupt.h"
 #include "tools/text.h"
 #include "tools/verbs.h"
@@ -231,6 +232,11 @@ int run(int argc, char **argv) {
     config->add_subcommand("show", "Prints it as the library reads it, and where it is");
     const CLI::App *config_check = config->add_subcommand("check", "Fails if a line of it or a module does not work");
 
+    std::string shell;
+    CLI::App *completion =
+        app.add_subcommand("completion", "Prints a script that completes this command line in a shell");
+    completion->add_option("SHELL", shell, "bash, zsh or fish")->required();
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
@@ -241,6 +247,10 @@ int run(int argc, char **argv) {
     if (*frames) return tool::frames({file, common.files.pattern, common.to, reading_of(common)});
     if (*show) return tool::show({common.files.names, way, reading_of(common)});
     if (*formats) return tool::formats();
+    if (*completion) {
+        std::cout << tool::completion(app, shell);
+        return tool::done;
+    }
     if (*config) return tool::config(*config_check ? tool::ConfigTask::check : tool::ConfigTask::show);
     if (*codecs) return tool::codecs(check);
     return tool::convert(writers.options());
