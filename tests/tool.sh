@@ -84,16 +84,55 @@ else
 fi
 
 # ---- convert: what a name promises
-expect 1 'holds no transparency' "$pictra" convert "$pictures/alpha.png" x.ppm
-expect 1 'holds no transparency' "$pictra" convert "$pictures/rgb-key.png" x.ppm
+expect 2 'holds no transparency' "$pictra" convert "$pictures/alpha.png" x.ppm
+expect 2 'holds no transparency' "$pictra" convert "$pictures/rgb-key.png" x.ppm
 expect 0 '' "$pictra" convert "$pictures/rgb-key.png" x.ppm --format rgb888
 [ "$(head -c 2 x.ppm)" = P6 ] || fail 'x.ppm is no P6'
-expect 1 'black and white only' "$pictra" convert "$pictures/photo.png" x.pbm
-expect 1 "extension 'xyz'" "$pictra" convert "$pictures/photo.png" x.xyz
+expect 2 'black and white only' "$pictra" convert "$pictures/photo.png" x.pbm
+expect 3 "extension 'xyz'" "$pictra" convert "$pictures/photo.png" x.xyz
 expect 2 'cannot become pal8' "$pictra" convert "$pictures/photo.png" x.png --format pal8
-expect 1 'cannot hold a8; use --format with one of pal1' "$pictra" convert "$pictures/alpha.png" y.png --format a8
-expect 1 'check that its directory exists' "$pictra" convert "$pictures/photo.png" none/x.png
+expect 2 'cannot hold a8; use --format with one of pal1' "$pictra" convert "$pictures/alpha.png" y.png --format a8
+expect 9 'check that its directory exists' "$pictra" convert "$pictures/photo.png" none/x.png
 ls x.pbm x.xyz y.png none 2>/dev/null && fail 'something was left of a refused conversion'
+
+expect 2 'holds no transparency' "$pictra" convert "$pictures/rgb-key.png" x.jpg
+expect 0 '' "$pictra" convert "$pictures/rgb-key.png" x.jpg --format rgb888
+expect 2 'cannot hold rgb888' "$pictra" convert "$pictures/photo.png" x.gif
+
+# ---- convert: every pair of formats; what loses nothing shows the same
+for kind in jpg gif webp tif bmp tga qoi; do
+    picture=photo format=rgb888 option=
+    case $kind in gif) picture=palette-key format= ;; webp) option='--option lossless=on' ;; esac
+    # shellcheck disable=SC2086 -- options
+    expect 0 '' "$pictra" convert "$pictures/$picture.png" "one.$kind" ${format:+--format $format} $option
+    expect 0 "one.$kind: " "$pictra" info "one.$kind"
+    expect 0 '' "$pictra" convert "one.$kind" one.png
+    if [ $kind = jpg ]; then
+        expect 1 'PSNR 3' "$pictra" compare "$pictures/photo.png" one.png
+    else
+        expect 0 'equal' "$pictra" compare "$pictures/$picture.png" one.png
+    fi
+done
+
+# ---- convert: options and metadata; orientation is applied once
+expect 2 'it takes 1 to 100' "$pictra" convert photo.png x.jpg --quality 101
+expect 2 'there are: strict' "$pictra" convert photo.png x.jpg --option qualty=90
+[ -e x.jpg ] && [ "$("$pictra" info x.jpg | cut -d' ' -f2)" = 31 ] || fail 'a wrong option cost the target'
+printf '\377\330\377\341\0\42Exif\0\0MM\0\52\0\0\0\10\0\1\1\22\0\3\0\0\0\1\0\6\0\0\0\0\0\0' >turned.jpg
+tail -c +3 one.jpg >>turned.jpg
+expect 0 '"width":241,"height":161' "$pictra" info --json turned.jpg
+expect 0 '"orientation":6' "$pictra" info --json turned.jpg
+for kind in png jpg webp tif; do
+    expect 0 '' "$pictra" convert turned.jpg "upright.$kind"
+    expect 0 '"width":161,"height":241' "$pictra" info --json "upright.$kind"
+    expect 0 '"orientation":1' "$pictra" info --json "upright.$kind"
+    expect 0 '' "$pictra" convert turned.jpg "stored.$kind" --orient off
+    expect 0 '"orientation":6' "$pictra" info --json "stored.$kind"
+    expect 0 '' "$pictra" convert turned.jpg "bare.$kind" --orient off --keep none
+    expect 0 '"orientation":6' "$pictra" info --json "bare.$kind" # it belongs to the pixels
+done
+expect 0 '' "$pictra" convert cut.png kept.png --on-damage keep
+expect 0 'kept what arrived' "$pictra" convert cut.png kept.png --on-damage keep
 
 # ---- convert: standard input and output, also in small pieces
 "$pictra" convert - - --to ppm <"$pictures/photo.png" | cat >piped.ppm
@@ -107,14 +146,14 @@ expect 4 'standard input: the data is damaged' "$pictra" convert - x.png <cut.pn
 mkdir targets
 echo precious >targets/kept.png
 expect 4 'damaged' "$pictra" convert cut.png targets/kept.png
-expect 1 'disk is full or a limit' bash -c "ulimit -f 4; '$pictra' convert photo.ppm targets/kept.png"
+expect 9 'disk is full or a limit' bash -c "ulimit -f 4; '$pictra' convert photo.ppm targets/kept.png"
 [ "$(cat targets/kept.png)" = precious ] || fail 'the target did not survive'
 [ "$(ls -A targets)" = kept.png ] || fail "left behind: $(ls -A targets)"
 chmod 640 targets/kept.png
 ln -s targets/kept.png link.png
 expect 0 '' "$pictra" convert photo.ppm link.png
 [ -L link.png ] && [ "$(stat -c %a targets/kept.png)" = 640 ] || fail 'link or rights were not kept'
-expect 1 'disk is full' "$pictra" convert photo.ppm /dev/full --to png
+expect 9 'disk is full' "$pictra" convert photo.ppm /dev/full --to png
 [ -c /dev/full ] || fail 'a device was replaced'
 expect 0 '' "$pictra" convert photo.ppm /dev/null --to png
 [ -c /dev/null ] || fail 'a device was replaced'
@@ -149,7 +188,7 @@ expect 0 '120 x 80' bash -c "'$pictra' resize '$pictures/photo.png' r.png --size
 expect 0 '120 x 80' bash -c "'$pictra' resize '$pictures/photo.png' r.png --size x80 && '$pictra' info r.png"
 expect 0 '7 x 500' bash -c "'$pictra' resize '$pictures/palette-key.png' r.png --size 7x500 && '$pictra' info r.png"
 expect 0 '13 x 7, pal1' bash -c "'$pictra' crop '$pictures/bilevel.pbm' r.pbm --rect 13x7+3+5 && '$pictra' info r.pbm"
-expect 1 'reaches out of the picture, which is 241 x 161' "$pictra" crop "$pictures/photo.png" x.png --rect 200x100+42+0
+expect 11 'reaches out of the picture, which is 241 x 161' "$pictra" crop "$pictures/photo.png" x.png --rect 200x100+42+0
 for wrong in 'resize --size x' 'resize --size 0x4' 'resize --size 4x4x' 'crop --rect 1x1+1' 'rotate --by 45' 'flip' \
     'flip --horizontal --vertical' 'convert --flip diagonal' 'thumbnail --size 0' 'convert -j 0' 'convert third.png'; do
     # shellcheck disable=SC2086

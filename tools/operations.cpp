@@ -60,7 +60,8 @@ void check_rectangle(const Operation &operation, const img_record &src, const st
     if (uint64_t{operation.x} + operation.width <= src.width && uint64_t{operation.y} + operation.height <= src.height)
         return;
     throw Failure(name + ": the rectangle reaches out of the picture, which is " + std::to_string(src.width) + " x " +
-                  std::to_string(src.height) + "; choose a smaller one");
+                      std::to_string(src.height) + "; choose a smaller one",
+                  IMG_ST_BADARG);
 }
 
 // Averages of indices mean nothing, and those of a colour key and its neighbours would not match the key.

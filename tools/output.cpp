@@ -15,13 +15,17 @@ namespace {
 // Extensions that promise one kind of picture, although their codec writes several.
 struct Promise {
     const char *extension;
-    img_format format;
+    img_format format; // 0: any without transparency
     const char *text, *without_transparency;
 };
 constexpr Promise promises[] = {
     {"pbm", FMT_PAL1, "black and white", ""},
     {"pgm", FMT_G8, "grey", ", or drop it with --format g8"},
     {"ppm", FMT_RGB888, "colours", ", or drop it with --format rgb888"},
+    {"jpg", 0, "", ", or drop it with --format rgb888"},
+    {"jpeg", 0, "", ", or drop it with --format rgb888"},
+    {"jpe", 0, "", ", or drop it with --format rgb888"},
+    {"jfif", 0, "", ", or drop it with --format rgb888"},
 };
 
 std::string extension_of(const std::string &name) {
@@ -42,12 +46,15 @@ void keep_promise(Picture &picture, const Output &output, const std::string &ext
         if (output.drops_key) picture.drop_key();
         if (picture.has_transparency())
             throw Failure(output.path + ": ." + name + " holds no transparency; write a .pam or .png" +
-                          without_transparency);
-        const bool fits =
-            format == FMT_PAL1 ? is_black_and_white(picture.record()) : picture.convert(format) == IMG_ST_OK;
+                              without_transparency,
+                          IMG_ST_NOCONV);
+        const bool fits = !format              ? true
+                          : format == FMT_PAL1 ? is_black_and_white(picture.record())
+                                               : picture.convert(format) == IMG_ST_OK;
         if (!fits)
             throw Failure(output.path + ": ." + name + " holds " + text + " only, and the picture is " +
-                          format_name(picture.record().format) + "; write a .pgm or .ppm");
+                              format_name(picture.record().format) + "; write a .pgm or .ppm",
+                          IMG_ST_NOCONV);
     }
 }
 
@@ -60,7 +67,8 @@ img_codec *codec_for(img_lib_handle &library, const Output &output) {
     img_codec *codec = nullptr;
     if (img_codec_list_byext(&library, name.c_str(), &codec, 1)) return codec;
     throw Failure(output.path + ": no codec is registered for the extension '" + extension_of(name) +
-                  "'; name one with --to, 'pictra codecs' lists them");
+                      "'; name one with --to, 'pictra codecs' lists them",
+                  IMG_ST_NOCODEC);
 }
 
 void write(img_lib_handle &library, img_codec *codec, Picture &picture, const Output &output, Exchange &exchange) {
@@ -76,10 +84,14 @@ void write(img_lib_handle &library, img_codec *codec, Picture &picture, const Ou
     stop_if_asked();
     exchange.check(name);
     if (status == IMG_ST_FILE)
-        throw Failure(name + ": not all could be written, the disk is full or a limit reached; check free space");
+        throw Failure(name + ": not all could be written, the disk is full or a limit reached; check free space",
+                      status);
     if (status == IMG_ST_NOCONV)
         throw Failure(name + ": its codec cannot hold " + format_name(picture.record().format) +
-                      "; use --format with one of " + exchange.offered);
+                          "; use --format with " +
+                          (exchange.offered.empty() ? "rgb888 or g8, or write another kind of file"
+                                                    : "one of " + exchange.offered),
+                      status);
     if (status != IMG_ST_OK) throw failure_of(name, status);
     target.commit();
 }

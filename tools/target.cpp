@@ -28,7 +28,7 @@ mode_t current_umask() {
 }
 
 [[noreturn]] void fail(const std::string &path, const char *remedy) {
-    throw Failure(path + ": " + strerror(errno) + "; " + remedy);
+    throw Failure(path + ": " + strerror(errno) + "; " + remedy, IMG_ST_FILE);
 }
 
 } // namespace
@@ -43,7 +43,7 @@ Target::Target(const std::string &path) : path_(path) {
     }
     struct stat about;
     const bool exists = stat(path.c_str(), &about) == 0;
-    if (exists && S_ISDIR(about.st_mode)) throw Failure(path + ": it is a directory; name a file in it");
+    if (exists && S_ISDIR(about.st_mode)) throw Failure(path + ": it is a directory; name a file in it", IMG_ST_FILE);
     if (exists && access(path.c_str(), W_OK) != 0) fail(path, "write to another file");
     if (exists && !S_ISREG(about.st_mode)) {
         descriptor_ = open(path.c_str(), O_WRONLY | O_CLOEXEC);
