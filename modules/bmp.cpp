@@ -71,12 +71,13 @@ img_status Reader::read_header() {
     return dib_parse(header, dib);
 }
 
-// A palette ends where the pixels begin, whatever the header says of its size. Indices without an entry are common, and
-// everybody shows them black.
+// A palette ends where the pixels begin, whatever the header says of its size, unless they are said to begin at once: some
+// writers forget the palette. Indices without an entry are common, and everybody shows them black.
 img_status Reader::read_palette() {
     std::fill(palette, palette + 256, 0xff000000);
     const uint64_t at = input.position();
-    const uint64_t space = pixels_at < at ? UINT64_MAX : (pixels_at - at) / dib.entry_size;
+    const bool forgotten = pixels_at < at || (pixels_at == at && dib.depth <= 8);
+    const uint64_t space = forgotten ? UINT64_MAX : (pixels_at - at) / dib.entry_size;
     const uint64_t stored = std::min<uint64_t>(dib.entries, space);
     const auto used = static_cast<uint32_t>(std::min<uint64_t>(stored, dib.depth <= 8 ? 1u << dib.depth : 0));
     uint8_t entries[256 * 4];
