@@ -73,18 +73,22 @@ void copy_short(uint8_t *dst, const uint8_t *src, size_t bytes) {
     if (bytes) *dst = *src;
 }
 
+// Less than a block, in place as well. Its description comes in registers.
+[[gnu::noinline]] void convert_short(const uint8_t *src, uint8_t *dst, size_t count, uint32_t src_bytes,
+                                     uint32_t dst_bytes, Convert *convert) {
+    uint8_t in[block * 4] = {}, out[block * 4];
+    copy_short(in, src, count * src_bytes);
+    convert(in, out, block, nullptr);
+    copy_short(dst, out, count * dst_bytes);
+}
+
 // At most a chunk, read completely before anything is written.
 [[gnu::noinline]] void convert_buffered(const Shape &shape, const Run &run) {
-    const size_t src_bytes = index_bytes(run.count, shape.src_bits), dst_bytes = run.count * shape.dst_bytes;
-    if (run.count >= shape.least) {
-        uint8_t in[chunk * 4];
-        memcpy(in, run.src, src_bytes);
-        return shape.convert(in, run.dst, run.count, run.palette);
-    }
-    uint8_t in[block * 4] = {}, out[block * 4];
-    copy_short(in, run.src, src_bytes);
-    shape.convert(in, out, block, run.palette);
-    copy_short(run.dst, out, dst_bytes);
+    if (run.count < shape.least)
+        return convert_short(run.src, run.dst, run.count, shape.src_bits / 8, shape.dst_bytes, shape.convert);
+    uint8_t in[chunk * 4];
+    memcpy(in, run.src, index_bytes(run.count, shape.src_bits));
+    shape.convert(in, run.dst, run.count, run.palette);
 }
 
 // How many pixels lie before the first one that begins a vector; 0 if none does.
@@ -96,7 +100,7 @@ size_t pixels_to_alignment(const uint8_t *first, uint32_t pixel_bytes) {
 }
 
 // Converts up to the first pixel of the destination, or of the source, that begins a vector.
-[[gnu::noinline]] void align(const Shape &shape, Run &run, bool by_dst) {
+INLINE void align(const Shape &shape, Run &run, bool by_dst) {
     const size_t lead =
         by_dst ? pixels_to_alignment(run.dst, shape.dst_bytes) : pixels_to_alignment(run.src, shape.src_bits / 8);
     if (!lead) return;
@@ -116,13 +120,12 @@ size_t pixels_to_alignment(const uint8_t *first, uint32_t pixel_bytes) {
     end_streaming();
 }
 
-void convert_apart(const Shape &shape, Run &run) {
-    if (shape.least == block) {
-        if (run.count * shape.dst_bytes >= worth_streaming)
-            convert_streaming(shape, run);
-        else if (run.count >= worth_aligning) // vectors that straddle cache lines take twice as long
-            align(shape, run, shape.dst_bytes * 8 >= shape.src_bits);
-    }
+// A run that is worth more than going through its blocks.
+[[gnu::noinline]] void convert_long(const Shape &shape, Run &run) {
+    if (run.count * shape.dst_bytes >= worth_streaming)
+        convert_streaming(shape, run);
+    else // vectors that straddle cache lines take twice as long
+        align(shape, run, shape.dst_bytes * 8 >= shape.src_bits);
     shape.convert(run.src, run.dst, run.count, run.palette);
 }
 
@@ -139,14 +142,25 @@ void convert_apart(const Shape &shape, Run &run) {
     }
 }
 
-void convert_run(const Shape &shape, const void *src, void *dst, size_t count, const void *palette) {
-    Run run{static_cast<const uint8_t *>(src), static_cast<uint8_t *>(dst), count,
-            static_cast<const uint8_t *>(palette)};
-    const auto s = reinterpret_cast<uintptr_t>(src), d = reinterpret_cast<uintptr_t>(dst);
-    if (s + index_bytes(count, shape.src_bits) > d && d + count * shape.dst_bytes > s)
-        return convert_in_place(shape, run);
-    if (count >= shape.least) return convert_apart(shape, run);
-    convert_buffered(shape, run);
+bool overlap(const Shape &shape, const Run &run) {
+    const auto s = reinterpret_cast<uintptr_t>(run.src), d = reinterpret_cast<uintptr_t>(run.dst);
+    return s + index_bytes(run.count, shape.src_bits) > d && d + run.count * shape.dst_bytes > s;
+}
+
+// Compiled once for all conversions of the same sizes.
+template <uint32_t src_bits, uint32_t dst_bytes, uint32_t least>
+[[gnu::noinline]] void convert_run(const void *from, void *to, size_t count, const void *palette, Convert *convert) {
+    const auto *src = static_cast<const uint8_t *>(from), *entries = static_cast<const uint8_t *>(palette);
+    auto *dst = static_cast<uint8_t *>(to);
+    if (count < least) {
+        if (least == block) convert_short(src, dst, count, src_bits / 8, dst_bytes, convert);
+        return;
+    }
+    const Shape shape{src_bits, dst_bytes, least, convert};
+    Run run{src, dst, count, entries};
+    if (overlap(shape, run)) return convert_in_place(shape, run);
+    if (least == block && count >= worth_aligning) return convert_long(shape, run);
+    convert(src, dst, count, entries);
 }
 
 template <Layout S, Layout D, Rule R>
@@ -172,18 +186,15 @@ template <Layout S, Layout D, Rule R> void convert(const void *src, void *dst, u
     constexpr bool twin =
         R == Rule::repack && D.bytes > 2 && (S.r.shift == S.b.shift ? D.r.shift < D.b.shift : S.r.shift < S.b.shift);
     constexpr Layout s = twin ? red_as_blue(S) : S, d = twin ? red_as_blue(D) : D;
-    static constexpr Shape shape{s.bytes * 8, d.bytes, block, convert_blocks<s, d, R>};
-    convert_run(shape, src, dst, count, nullptr);
+    convert_run<s.bytes * 8, d.bytes, block>(src, dst, count, nullptr, convert_blocks<s, d, R>);
 }
 
 template <uint32_t bits> void unpack(const void *src, void *dst, uint32_t count) {
-    static constexpr Shape shape{bits, 1, 1, unpack_indices<bits>};
-    convert_run(shape, src, dst, count, nullptr);
+    convert_run<bits, 1, 1>(src, dst, count, nullptr, unpack_indices<bits>);
 }
 
 template <uint32_t bits, uint32_t bytes> void expand(const void *src, void *dst, uint32_t count, const void *palette) {
-    static constexpr Shape shape{bits, bytes, 1, expand_indices<bits, bytes>};
-    convert_run(shape, src, dst, count, palette);
+    convert_run<bits, bytes, 1>(src, dst, count, palette, expand_indices<bits, bytes>);
 }
 
 } // namespace
