@@ -41,8 +41,14 @@ template <Kind K> [[gnu::noinline]] void step_pixels(const uint8_t *line, uint8_
 }
 
 #if defined(__AVX2__)
-template <Kind K> constexpr auto halve = fold_pairs<K, true>;
-template <Kind K> constexpr auto thin = fold_pairs<K, false>;
+template <Kind K>
+void halve(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t count, const MeanRule &rule) {
+    if (below) return fold_pairs<K, Fold::square>(src, below, dst, count, rule);
+    fold_pairs<K, Fold::pair>(src, nullptr, dst, count, rule);
+}
+template <Kind K> void thin(const uint8_t *src, uint8_t *dst, size_t count, const MeanRule &rule) {
+    fold_pairs<K, Fold::first>(src, nullptr, dst, count, rule);
+}
 
 template <Kind K> void step(const uint8_t *line, uint8_t *dst, const img_scl_parms &p) {
     if (!Stepper<K>::serves(p)) return step_pixels<K>(line, dst, p);
@@ -58,15 +64,24 @@ template <Kind K> constexpr auto thin = thin_pixels<K>;
 template <Kind K> constexpr auto step = step_pixels<K>;
 #endif
 
-template <Kind K> void scale(const void *from, void *room, void *to, const img_scl_parms *parms) {
+template <Kind K> void scale(const void *from, const void *under, void *between, void *to, const img_scl_parms *parms) {
     const img_scl_parms &p = *parms;
-    auto *dst = static_cast<uint8_t *>(to);
-    const auto *line = static_cast<const uint8_t *>(from);
-    for (uint32_t pass = 0; pass < p.halvings; pass++) {
-        halve<K>(line, static_cast<uint8_t *>(room), (p.src_width >> 1) >> pass, p.rule);
-        line = static_cast<uint8_t *>(room);
-    }
+    auto *dst = static_cast<uint8_t *>(to), *room = static_cast<uint8_t *>(between);
+    const auto *line = static_cast<const uint8_t *>(from), *below = static_cast<const uint8_t *>(under);
     const bool whole = p.frac_step == 0 && p.half > 0;
+#if defined(__AVX512VBMI__)
+    if constexpr (K.bytes == 4)
+        if (below && whole && p.halvings == 1 && p.int_step == 2 && p.dst_width >= least_quartered)
+            return quarter<K>(line, below, dst, p.dst_width, p.rule);
+#endif
+    if (below && !p.halvings) {
+        average<K>(line, below, room, size_t{p.src_width} * K.elements * K.bytes, p.rule);
+        line = room;
+    }
+    for (uint32_t pass = 0; pass < p.halvings; pass++, below = nullptr) {
+        halve<K>(line, below, room, (p.src_width >> 1) >> pass, p.rule);
+        line = room;
+    }
     if (whole && p.int_step == p.dir) // As long as before: a mean of equal pixels is the pixel.
         average<K>(line, line, dst, size_t{p.dst_width} * K.elements * K.bytes, p.rule);
     else if (whole && p.int_step == 2 * p.dir)

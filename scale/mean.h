@@ -50,14 +50,21 @@ template <Kind K> Pixel<K> mean(const Pixel<K> &a, const Pixel<K> &b, const Mean
     return result;
 }
 
-// Pixel i of the result is the mean of pixels 2 i and 2 i + 1. In place as well: a block is read before it is written.
+// Pixel i of the result is the mean of pixels 2 i and 2 i + 1, which are means of two lines if there is one below. In
+// place as well: a block is read before it is written.
 template <Kind K>
-[[gnu::noinline]] void halve_pixels(const uint8_t *src, uint8_t *dst, size_t count, const MeanRule &rule) {
-    constexpr size_t pixel_bytes = K.elements * K.bytes, block = 32;
-    Word<K> in[2 * block * K.elements], out[block * K.elements];
+[[gnu::noinline]] void halve_pixels(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t count,
+                                    const MeanRule &rule) {
+    constexpr size_t pixel_bytes = K.elements * K.bytes, block = 32, words = 2 * block * K.elements;
+    Word<K> in[words] = {}, other[words] = {}, out[block * K.elements];
     while (count) {
         const size_t n = count < block ? count : block;
         memcpy(in, src, 2 * n * pixel_bytes);
+        if (below) {
+            memcpy(other, below, 2 * n * pixel_bytes);
+            for (size_t i = 0; i < words; i++) in[i] = mean<K>(in[i], other[i], rule);
+            below += 2 * n * pixel_bytes;
+        }
         for (size_t i = 0; i < n; i++)
             for (size_t k = 0; k < K.elements; k++)
                 out[i * K.elements + k] = mean<K>(in[2 * i * K.elements + k], in[(2 * i + 1) * K.elements + k], rule);

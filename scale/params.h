@@ -11,9 +11,9 @@ namespace img {
 
 struct img_scl_parms;
 
-// Scales src to dst. Halved lines pass through room, which is long enough for src. All may be the same line if it is long
-// enough for src and dst.
-using img_scl_func = void (*)(const void *src, void *room, void *dst, const img_scl_parms *parms);
+// Scales src, or its mean with the line below unless that is null, to dst. Halved lines pass through room, which is long
+// enough for src. All but below may be the same line if it is long enough for src and dst.
+using img_scl_func = void (*)(const void *src, const void *below, void *room, void *dst, const img_scl_parms *parms);
 
 // Pixels that vectors step through together, at most.
 constexpr uint32_t scale_lanes = 16;

@@ -26,47 +26,40 @@ img_status Reducer::prepare(const img_record &src, const img_record &dst, img_fo
     return status;
 }
 
-img_record Reducer::image() {
+img_record Reducer::shape() const {
     img_record folded = *src_;
-    folded.flags = shape_flags | IMG_F_ACCESS;
-    folded.access = read;
-    folded.access_arg = this;
+    folded.flags = shape_flags;
     folded.height = src_->height >> shift_;
     folded.format = work_;
     return folded;
 }
 
-int Reducer::read(void *reducer, uint32_t, uint32_t row, uint32_t width, void *out) {
-    static_cast<const Reducer *>(reducer)->fold(row, width, static_cast<uint8_t *>(out));
-    return 0;
-}
-
-const uint8_t *Reducer::fetch(uint32_t row, uint32_t width, uint8_t *line) const {
+const uint8_t *Reducer::fetch(uint32_t row, uint8_t *line) const {
     const Rows rows{*src_};
     const uint8_t *in = rows.direct() ? rows.at(row) : line;
-    if (!rows.direct()) rows.pass(0, row, width, line);
+    if (!rows.direct()) rows.pass(0, row, src_->width, line);
     if (!transform_) return in;
-    img_dtransform_apply(transform_.get(), in, line, width);
+    img_dtransform_apply(transform_.get(), in, line, src_->width);
     return line;
 }
 
 // The rows are a stack: whenever an even number of them lies at one level, two become one of the next.
-void Reducer::fold(uint32_t row, uint32_t width, uint8_t *out) const {
+Reducer::Pair Reducer::fold(uint32_t row) const {
     const uint32_t count = uint32_t{1} << shift_;
     const uint8_t *rows[33];
     uint32_t depth = 0;
     if (sequence_) sequence_->expect(sequence_->source, row * count, count);
     for (uint32_t i = 1; i <= count; i++) {
-        rows[depth] = fetch(row * count + i - 1, width, lines_.get() + depth * line_bytes_);
+        rows[depth] = fetch(row * count + i - 1, lines_.get() + depth * line_bytes_);
         depth++;
-        for (uint32_t level = i; level % 2 == 0; level /= 2) {
+        for (uint32_t level = i; level % 2 == 0 && (i < count || depth > 2); level /= 2) {
             depth--;
-            const bool last = i == count && depth == 1;
-            uint8_t *mean = last ? out : lines_.get() + (depth - 1) * line_bytes_;
-            average_(rows[depth - 1], rows[depth], mean, width);
+            uint8_t *mean = lines_.get() + (depth - 1) * line_bytes_;
+            average_(rows[depth - 1], rows[depth], mean, src_->width);
             rows[depth - 1] = mean;
         }
     }
+    return {rows[0], rows[1]};
 }
 
 } // namespace img

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// A source that is folded vertically: each row delivered is the mean of 2^k rows, so that a tall reduction reads every row
-// once and weighs it equally.
+// A source that is folded vertically: each row is the mean of 2^k rows, so that a tall reduction reads every row once and
+// weighs it equally. The last mean is left to who scales the row: the two lines go through the CPU together once.
 #pragma once
 
 #include "convert/transform.h"
@@ -17,13 +17,17 @@ public:
     img_status prepare(const img_record &src, const img_record &dst, img_format work, uint32_t shift,
                        const Sequence *sequence);
 
-    // The folded source as an image with an access function; the reducer must outlive it.
-    img_record image();
+    // The format and the size of the folded source.
+    img_record shape() const;
+
+    // The two lines whose mean is a row, in the working format; they last until the next call.
+    struct Pair {
+        const uint8_t *above, *below;
+    };
+    Pair fold(uint32_t row) const;
 
 private:
-    static int read(void *reducer, uint32_t x, uint32_t row, uint32_t width, void *out);
-    void fold(uint32_t row, uint32_t width, uint8_t *out) const;
-    const uint8_t *fetch(uint32_t row, uint32_t width, uint8_t *line) const;
+    const uint8_t *fetch(uint32_t row, uint8_t *line) const;
 
     const img_record *src_ = nullptr;
     const Sequence *sequence_ = nullptr;

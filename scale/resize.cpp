@@ -71,10 +71,11 @@ private:
     bool goes_straight() const;
     void make_straight(int64_t row, int64_t next, bool blends, uint8_t *out);
 
-    img_record src_; // the folded one when rows are folded
+    img_record src_; // when rows are folded, the shape of the result
     const img_record &dst_;
     img_record unfolded_{};
     Reducer reducer_;
+    bool folds_ = false;
 
     img_format work_ = 0;
     img_avg_func average_ = nullptr;
@@ -102,21 +103,26 @@ img_status Resizer::prepare(const Sequence *sequence) {
     if (!shift) return IMG_ST_OK;
     unfolded_ = src_;
     if (const img_status folding = reducer_.prepare(unfolded_, dst_, work_, shift, sequence)) return folding;
-    src_ = reducer_.image();
+    folds_ = true;
+    src_ = reducer_.shape();
     return IMG_ST_OK;
 }
 
 // Makes the source row, scaled across in the working format: in the line, or in another place by way of the line.
 void Resizer::produce(int64_t row, uint8_t *line, uint8_t *out) const {
-    const Rows rows{src_};
     const auto y = static_cast<uint32_t>(row);
+    if (folds_) {
+        const auto [above, below] = reducer_.fold(y);
+        return parms_.scaler(above, below, line, out, &parms_);
+    }
+    const Rows rows{src_};
     const uint8_t *in = rows.direct() ? rows.at(y) : line;
     if (!rows.direct()) rows.pass(0, y, src_.width, line);
     if (converts_input()) {
         img_dtransform_apply(transform_.get(), in, line, src_.width);
         in = line;
     }
-    parms_.scaler(in, line, out, &parms_);
+    parms_.scaler(in, nullptr, line, out, &parms_);
 }
 
 // Makes the row the current one. True if it had to be produced.
@@ -154,7 +160,7 @@ void Resizer::write(int64_t row, bool convert) {
 // Whether rows can be made where they belong: none is made twice, none is read from where another was written, and none
 // is fetched by a function, which could ask for an end before its row is written.
 bool Resizer::goes_straight() const {
-    const img_record &src = unfolded_.data ? unfolded_ : src_;
+    const img_record &src = folds_ ? unfolded_ : src_;
     if (!has(src, IMG_F_DIRECT) || !has(dst_, IMG_F_DIRECT) || converts_output() || src_.height < dst_.height)
         return false;
     const auto begin = [](const img_record &image) { return reinterpret_cast<uintptr_t>(image.data); };

@@ -17,6 +17,7 @@ Any load(const uint8_t *p) { return _mm512_loadu_si512(p); }
 void store(uint8_t *p, Any v) { _mm512_storeu_si512(p, v); }
 Any average_of_bytes(Any a, Any b) { return _mm512_avg_epu8(a, b); }
 Any in_lanes(Any v, Any order) { return _mm512_shuffle_epi8(v, order); }
+Any odd_sums(Any a, Any b) { return _mm512_ternarylogic_epi32(a, b, _mm512_set1_epi8(1), 0x28); } // (a ^ b) & 1
 #else
 typedef __m256i Any;
 constexpr size_t vector_bytes = 32;
@@ -24,6 +25,7 @@ Any load(const uint8_t *p) { return _mm256_loadu_si256(reinterpret_cast<const An
 void store(uint8_t *p, Any v) { _mm256_storeu_si256(reinterpret_cast<Any *>(p), v); }
 Any average_of_bytes(Any a, Any b) { return _mm256_avg_epu8(a, b); }
 Any in_lanes(Any v, Any order) { return _mm256_shuffle_epi8(v, order); }
+Any odd_sums(Any a, Any b) { return _mm256_and_si256(_mm256_xor_si256(a, b), _mm256_set1_epi8(1)); }
 #endif
 
 typedef uint8_t Bytes __attribute__((vector_size(vector_bytes)));
@@ -53,7 +55,7 @@ template <Kind K> Any mean(Any a, Any b, const Rule &rule) {
         const Halves result = (x & y) + (((x ^ y) & Halves(rule.mask)) >> 1);
         return Any(K.swapped ? swapped(result) : result);
     } else { // The instruction rounds up: one less where the sum is odd.
-        return Any(Bytes(average_of_bytes(a, b)) - Bytes((Bytes(a) ^ Bytes(b)) & uint8_t{1}));
+        return Any(Bytes(average_of_bytes(a, b)) - Bytes(odd_sums(a, b)));
     }
 }
 

@@ -203,7 +203,7 @@ TEST(Resize, EqualsThePlainModel) { runs::for_each_variant(compare_with_the_mode
 
 // Lines that end, or begin, where memory does; apart and in place.
 TEST(Resize, LinesAreScaledWithinTheirMemory) {
-    const runs::Fenced from(4 * 600), to(4 * 600);
+    const runs::Fenced from(4 * 600), beside(4 * 600), to(4 * 600);
     std::mt19937 random{5};
     runs::for_each_variant([&](const char *name) {
         for (uint32_t round = 0; round < 3000; round++) {
@@ -211,20 +211,26 @@ TEST(Resize, LinesAreScaledWithinTheirMemory) {
             const auto pick = [&] { return static_cast<uint32_t>(1 + random() % (random() % 4 ? 60 : 600)); };
             const uint32_t sw = pick(), dw = random() % 3 ? pick() : std::min(600u, random() % 2 ? sw * 2 : sw / 2 + 1);
             const size_t in = sw * pixel_bytes(f), out = dw * pixel_bytes(f), both = std::max(in, out);
-            Bytes line(in), room(in);
+            Bytes line(in), room(in), second(in);
             for (uint8_t &byte : line) byte = static_cast<uint8_t>(random());
-            const Bytes want = pack(f, scaled(f, unpack(f, line.data(), sw), dw));
+            for (uint8_t &byte : second) byte = static_cast<uint8_t>(random());
+            const uint8_t *under = random() % 2 ? second.data() : nullptr;
+            Line source = unpack(f, line.data(), sw);
+            if (under) source = mean(f, source, unpack(f, under, sw));
+            const Bytes want = pack(f, scaled(f, source, dw));
             img::img_scl_parms parms;
             ASSERT_EQ(img::img_scl_calc_parms(f, sw, dw, &parms), 0);
             const bool back = random() % 2;
             uint8_t *src = back ? from.before_end(in) : from.first(), *dst = back ? to.before_end(out) : to.first();
             memcpy(src, line.data(), in);
-            parms.scaler(src, room.data(), dst, &parms);
+            uint8_t *below = !under ? nullptr : back ? beside.before_end(in) : beside.first();
+            if (below) memcpy(below, under, in);
+            parms.scaler(src, below, room.data(), dst, &parms);
             ASSERT_EQ(Bytes(dst, dst + out), want)
                 << name << std::hex << " " << f << std::dec << " " << sw << " " << dw;
             uint8_t *shared = back ? to.before_end(both) : to.first();
             memcpy(shared, line.data(), in);
-            parms.scaler(shared, shared, shared, &parms);
+            parms.scaler(shared, below, shared, shared, &parms);
             ASSERT_EQ(Bytes(shared, shared + out), want)
                 << name << std::hex << " " << f << std::dec << " " << sw << " " << dw << " in place";
         }
