@@ -46,11 +46,11 @@ void halve(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t count,
     if (below) return fold_pairs<K, Fold::square>(src, below, dst, count, rule);
     fold_pairs<K, Fold::pair>(src, nullptr, dst, count, rule);
 }
-template <Kind K> void thin(const uint8_t *src, uint8_t *dst, size_t count, const MeanRule &rule) {
+template <Kind K> [[gnu::noinline]] void thin(const uint8_t *src, uint8_t *dst, size_t count, const MeanRule &rule) {
     fold_pairs<K, Fold::first>(src, nullptr, dst, count, rule);
 }
 
-template <Kind K> void step(const uint8_t *line, uint8_t *dst, const img_scl_parms &p) {
+template <Kind K> [[gnu::noinline]] void step(const uint8_t *line, uint8_t *dst, const img_scl_parms &p) {
     if (!Stepper<K>::serves(p)) return step_pixels<K>(line, dst, p);
     Stepper<K> stepper{line, dst, p};
     if (p.dir > 0)
@@ -64,9 +64,20 @@ template <Kind K> constexpr auto thin = thin_pixels<K>;
 template <Kind K> constexpr auto step = step_pixels<K>;
 #endif
 
-template <Kind K> void scale(const void *from, const void *under, void *between, void *to, const img_scl_parms *parms) {
+// The line as it comes to the stepper: made one with the line below and halved, in room.
+template <Kind K>
+[[gnu::noinline]] const uint8_t *halved(const uint8_t *line, const uint8_t *below, uint8_t *room,
+                                        const img_scl_parms &p) {
+    if (!p.halvings) average<K>(line, below, room, size_t{p.src_width} * K.elements * K.bytes, p.rule);
+    for (uint32_t pass = 0; pass < p.halvings; pass++, below = nullptr, line = room)
+        halve<K>(line, below, room, (p.src_width >> 1) >> pass, p.rule);
+    return room;
+}
+
+// What a line needs is called last, for the way there to be short.
+template <Kind K> void scale(const void *from, const void *under, void *room, void *to, const img_scl_parms *parms) {
     const img_scl_parms &p = *parms;
-    auto *dst = static_cast<uint8_t *>(to), *room = static_cast<uint8_t *>(between);
+    auto *dst = static_cast<uint8_t *>(to);
     const auto *line = static_cast<const uint8_t *>(from), *below = static_cast<const uint8_t *>(under);
     const bool whole = p.frac_step == 0 && p.half > 0;
 #if defined(__AVX512VBMI__)
@@ -74,20 +85,11 @@ template <Kind K> void scale(const void *from, const void *under, void *between,
         if (below && whole && p.halvings == 1 && p.int_step == 2 && p.dst_width >= least_quartered)
             return quarter<K>(line, below, dst, p.dst_width, p.rule);
 #endif
-    if (below && !p.halvings) {
-        average<K>(line, below, room, size_t{p.src_width} * K.elements * K.bytes, p.rule);
-        line = room;
-    }
-    for (uint32_t pass = 0; pass < p.halvings; pass++, below = nullptr) {
-        halve<K>(line, below, room, (p.src_width >> 1) >> pass, p.rule);
-        line = room;
-    }
+    if (below || p.halvings) line = halved<K>(line, below, static_cast<uint8_t *>(room), p);
     if (whole && p.int_step == p.dir) // As long as before: a mean of equal pixels is the pixel.
-        average<K>(line, line, dst, size_t{p.dst_width} * K.elements * K.bytes, p.rule);
-    else if (whole && p.int_step == 2 * p.dir)
-        thin<K>(line, dst, p.dst_width, p.rule);
-    else
-        step<K>(line, dst, p);
+        return average<K>(line, line, dst, size_t{p.dst_width} * K.elements * K.bytes, p.rule);
+    if (whole && p.int_step == 2 * p.dir) return thin<K>(line, dst, p.dst_width, p.rule);
+    step<K>(line, dst, p);
 }
 
 template <Family F> void average_pixels(const void *a, const void *b, void *dst, uint32_t count) {

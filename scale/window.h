@@ -151,7 +151,8 @@ void fold_pairs(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t c
 // Every fourth pixel with its right neighbour, in both lines. Into another line, and at least one vector of pixels.
 constexpr uint32_t least_quartered = lanes;
 template <Kind K>
-void quarter(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t count, const MeanRule &means) {
+[[gnu::noinline]] void quarter(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t count,
+                               const MeanRule &means) {
     const Rule rule{means};
     const Any order = _mm512_setr_epi32(0, 4, 8, 12, 16, 20, 24, 28, 1, 5, 9, 13, 17, 21, 25, 29);
     const auto picked = [&](const uint8_t *p) { return _mm512_permutex2var_epi32(load(p), order, load(p + 64)); };
