@@ -69,6 +69,7 @@ private:
     bool blend(int64_t next, uint8_t *out);
     void write(int64_t row, bool convert);
     bool goes_straight() const;
+    img_status pick_rows(Walk in, uint32_t every, Walk out) const;
     void make_straight(int64_t row, int64_t next, bool blends, uint8_t *out);
 
     img_record src_; // when rows are folded, the shape of the result
@@ -178,6 +179,17 @@ void Resizer::make_straight(int64_t row, int64_t next, bool blends, uint8_t *out
         memcpy(out, current_, run_bytes(dst_.format, dst_.width));
 }
 
+// One row of every few, none of them blended: nothing to keep between rows.
+img_status Resizer::pick_rows(Walk in, uint32_t every, Walk out) const {
+    const uint8_t *from = row_at(src_, static_cast<uint32_t>(in.row));
+    uint8_t *to = Rows{dst_}.at(static_cast<uint32_t>(out.row));
+    for (uint32_t i = 0; i < dst_.height; i++, from += in.step * every * src_.stride, to += out.step * dst_.stride) {
+        if (abort_resize.load(std::memory_order_relaxed)) return IMG_ST_NOMEM;
+        parms_.scaler(from, nullptr, current_, to, &parms_);
+    }
+    return IMG_ST_OK;
+}
+
 img_status Resizer::run(bool upside_down) {
     const uint64_t output_bytes = converts_output() ? whole_vectors(run_bytes(dst_.format, dst_.width)) : 0;
     const uint64_t line_bytes = whole_vectors(run_bytes(work_, larger(src_.width, dst_.width)));
@@ -197,6 +209,7 @@ img_status Resizer::run(bool upside_down) {
     Walk in = backward ? Walk{int64_t{sh} - 1, -1} : Walk{0, 1};
     Walk out = backward != upside_down ? Walk{int64_t{dh} - 1, -1} : Walk{0, 1};
     const bool straight = goes_straight();
+    if (straight && !folds_ && !converts_input() && !remainder && half) return pick_rows(in, quotient, out);
     uint32_t fraction = 0;
     for (uint32_t i = tail_rows; i < dh; i++) {
         const int64_t next = in.row + in.step;
