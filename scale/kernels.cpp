@@ -43,7 +43,8 @@ template <Kind K> [[gnu::noinline]] void step_pixels(const uint8_t *line, uint8_
 #if defined(__AVX2__)
 template <Kind K>
 void halve(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t count, const MeanRule &rule) {
-    if (below) return fold_pairs<K, Fold::square>(src, below, dst, count, rule);
+    if constexpr (K.elements == 1)
+        if (below) return fold_pairs<K, Fold::square>(src, below, dst, count, rule);
     fold_pairs<K, Fold::pair>(src, nullptr, dst, count, rule);
 }
 template <Kind K> [[gnu::noinline]] void thin(const uint8_t *src, uint8_t *dst, size_t count, const MeanRule &rule) {
@@ -68,7 +69,12 @@ template <Kind K> constexpr auto step = step_pixels<K>;
 template <Kind K>
 [[gnu::noinline]] const uint8_t *halved(const uint8_t *line, const uint8_t *below, uint8_t *room,
                                         const img_scl_parms &p) {
-    if (!p.halvings) average<K>(line, below, room, size_t{p.src_width} * K.elements * K.bytes, p.rule);
+    // Three bytes a pixel: vectors of whole pixels straddle cache lines, which is worth another pass for two lines.
+    if (below && (!p.halvings || K.elements == 3)) {
+        average<K>(line, below, room, size_t{p.src_width} * K.elements * K.bytes, p.rule);
+        line = room;
+        below = nullptr;
+    }
     for (uint32_t pass = 0; pass < p.halvings; pass++, below = nullptr, line = room)
         halve<K>(line, below, room, (p.src_width >> 1) >> pass, p.rule);
     return room;

@@ -264,12 +264,10 @@ void fold_pairs(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t c
     constexpr size_t pixel = K.elements * K.bytes, together = pixel == 3 ? lanes : vector_bytes / pixel;
     for (; count >= together; count -= together) {
         if constexpr (pixel == 3) {
-            const auto of_pairs = [&](Words index) {
-                const Any v = Window<pixel>{src, 0, 2 * lanes}.picked(index);
-                return F == Fold::square ? mean<K>(v, Window<pixel>{below, 0, 2 * lanes}.picked(index), rule) : v;
-            };
-            Any v = of_pairs(Words{0, 2, 4, 6, 8, 10, 12, 14});
-            if constexpr (F != Fold::first) v = mean<K>(v, of_pairs(Words{1, 3, 5, 7, 9, 11, 13, 15}), rule);
+            static_assert(F != Fold::square);
+            const Window<pixel> in{src, 0, 2 * lanes};
+            Any v = in.picked(Words{0, 2, 4, 6, 8, 10, 12, 14});
+            if constexpr (F != Fold::first) v = mean<K>(v, in.picked(Words{1, 3, 5, 7, 9, 11, 13, 15}), rule);
             store_packed<pixel>(dst, packed<pixel>(v));
         } else {
             static constexpr Order order = parted<pixel>();
