@@ -70,7 +70,7 @@ bool filter_calls() {
         if (seccomp_rule_add(filter.get(), SCMP_ACT_ALLOW, call, 0) != 0) return false;
     // Threads, but no processes. The C library falls back from clone3, whose flags no filter sees.
     constexpr scmp_datum_t of_a_thread = CLONE_VM | CLONE_THREAD;
-    const scmp_arg_cmp thread = SCMP_A0(SCMP_CMP_MASKED_EQ, of_a_thread, of_a_thread);
+    const scmp_arg_cmp thread{0, SCMP_CMP_MASKED_EQ, of_a_thread, of_a_thread}; // of the first argument
     return seccomp_rule_add_array(filter.get(), SCMP_ACT_ALLOW, SCMP_SYS(clone), 1, &thread) == 0 &&
            seccomp_rule_add(filter.get(), SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(clone3), 0) == 0 &&
            seccomp_load(filter.get()) == 0;

@@ -184,8 +184,8 @@ Screen find_screen() {
     if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || !size.ws_col || !size.ws_row) return screen;
     screen.columns = size.ws_col;
     screen.lines = size.ws_row;
-    if (size.ws_xpixel) screen.cell_width = std::max(1, size.ws_xpixel / size.ws_col);
-    if (size.ws_ypixel) screen.cell_height = std::max(1, size.ws_ypixel / size.ws_row);
+    if (size.ws_xpixel) screen.cell_width = std::max(1u, uint32_t{size.ws_xpixel} / size.ws_col);
+    if (size.ws_ypixel) screen.cell_height = std::max(1u, uint32_t{size.ws_ypixel} / size.ws_row);
     return screen;
 }
 
