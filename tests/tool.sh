@@ -103,7 +103,7 @@ expect 2 'cannot hold rgb888' "$pictra" convert "$pictures/photo.png" x.gif
 for kind in jpg gif webp tif bmp tga qoi; do
     picture=photo format=rgb888 option=
     case $kind in gif) picture=palette-key format= ;; webp) option='--option lossless=on' ;; esac
-    # shellcheck disable=SC2086 -- options
+    # shellcheck disable=SC2086
     expect 0 '' "$pictra" convert "$pictures/$picture.png" "one.$kind" ${format:+--format $format} $option
     expect 0 "one.$kind: " "$pictra" info "one.$kind"
     expect 0 '' "$pictra" convert "one.$kind" one.png
@@ -112,6 +112,23 @@ for kind in jpg gif webp tif bmp tga qoi; do
     else
         expect 0 'equal' "$pictra" compare "$pictures/$picture.png" one.png
     fi
+    # What we write, as others read it.
+    case $kind in
+    jpg) reader='djpeg -outfile theirs.ppm one.jpg' ;;
+    webp) reader='dwebp -quiet one.webp -ppm -o theirs.ppm' ;;
+    qoi) reader='' ;;
+    *) reader="convert one.$kind PNG32:theirs.ppm" ;;
+    esac
+    [ -n "$reader" ] || continue
+    if ! command -v "${reader%% *}" >/dev/null; then
+        echo "Without ${reader%% *}: nobody else reads our $kind."
+        continue
+    fi
+    $reader || fail "$reader"
+    expect 0 'equal' "$pictra" compare one.png theirs.ppm
+done
+for reader in tiffinfo:tif giftext:gif webpinfo:webp identify:bmp identify:tga; do
+    ! command -v "${reader%:*}" >/dev/null || "${reader%:*}" "one.${reader#*:}" >/dev/null 2>&1 || fail "$reader"
 done
 
 # ---- convert: options and metadata; orientation is applied once
@@ -268,7 +285,7 @@ expect 0 '' "$pictra" frames two.pnm -o '{stem}-{n}.pgm'
 expect 2 'put {n} into it' "$pictra" frames two.pnm -o 'x.pgm'
 [ "$("$pictra" show photo.png | wc -lL | tr -s ' ')" = ' 23 69' ] || fail "show: $("$pictra" show photo.png | wc -lL)"
 [ "$("$pictra" show --as blocks photo.png | tr -cd '\n' | wc -c)" = 23 ] || fail 'show --as blocks'
-# shellcheck disable=SC1090 -- a script of the program's own
+# shellcheck disable=SC1090
 completed() { (eval "$("$pictra" completion bash)"; COMP_WORDS=(pictra "$@"); COMP_CWORD=$#; _pictra; echo "${COMPREPLY[*]}"); }
 [ "$(completed co)" = 'convert compare codecs config completion' ] || fail "completion: $(completed co)"
 [ "$(completed flip --v)" = '--vertical' ] || fail "completion: $(completed flip --v)"
