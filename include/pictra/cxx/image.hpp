@@ -81,6 +81,9 @@ public:
     /// Of nothing.
     image_view() = default;
 
+    /// Of what a record of the C interface describes, which has a pixel buffer, or nothing.
+    explicit image_view(const img_record &record) : record_(record) {}
+
     /// Of height rows, stride bytes apart, each of width pixels. A palette, of FMT_ARGB8888HE words, goes with the palette
     /// formats; its alpha counts only where palette_has_alpha is set.
     image_view(const void *pixels, std::uint32_t stride, extent size, img_format format,

@@ -71,7 +71,6 @@ public:
         reference operator*() const { return run_->current; }
         pointer operator->() const { return &run_->current; }
         iterator &operator++() {
-            if (run_->current && run_->current->empty()) run_->current = image{}; // moved from
             run_->next();
             return *this;
         }

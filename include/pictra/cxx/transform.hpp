@@ -140,16 +140,16 @@ template <typename Step> result<image> move_pixels(const image_view &view, const
 }
 
 /// Runs a resize again that said it had no memory: the library gives that answer also when a load in another thread fails and
-/// stops all resizes with its own.
+/// stops all resizes with its own. So many failures in a row do not happen by chance.
 template <typename Step> img_status undisturbed(const Step &step) {
     img_status status = step();
-    for (int again = 0; status == IMG_ST_NOMEM && again < 3; again++) status = step();
+    for (int again = 0; status == IMG_ST_NOMEM && again < 16; again++) status = step();
     return status;
 }
 
-/// The other side in proportion, rounded, at least 1; 0 where it does not fit.
+/// The other side in proportion, rounded, at least 1; 0 of none, and where it does not fit.
 constexpr std::uint32_t in_proportion(std::uint32_t side, std::uint32_t to, std::uint32_t from) noexcept {
-    if (!from) return 0;
+    if (!side || !from) return 0;
     const std::uint64_t size = (std::uint64_t{side} * to + from / 2) / from;
     return size > UINT32_MAX ? 0 : size ? static_cast<std::uint32_t>(size) : 1;
 }
