@@ -36,7 +36,7 @@ cross: packages
 	done
 
 format:
-	@git ls-files '*.h' '*.c' '*.cpp' | xargs clang-format -i
+	@git ls-files '*.h' '*.hpp' '*.c' '*.cpp' | xargs clang-format -i
 
 clean:
 	rm -rf build
