@@ -23,11 +23,14 @@ static int escapes(void) {
            execv(arguments[0], arguments) == 0;
 }
 
+static void *volatile seen;
+
 static img_status take_memory(void) {
     for (int blocks = 0; blocks < 4096; blocks++) { /* 4 GiB */
         void *block = malloc(1 << 20);
         if (!block) return IMG_ST_NOMEM;
         memset(block, 1, 1 << 20);
+        seen = block; /* else a compiler may do without */
     }
     return 42;
 }

@@ -27,7 +27,7 @@ struct Kind {
 std::vector<Kind> kinds() {
     std::vector<Kind> all;
     for (const img_format format : modules::all_formats)
-        for (const img_flags flags : {0, int{IMG_F_TRANSP}, int{IMG_F_PAL_ALPHA}}) {
+        for (const img_flags flags : {img_flags{0}, img_flags{IMG_F_TRANSP}, img_flags{IMG_F_PAL_ALPHA}}) {
             const bool indexed = format & IMG_FMT_PAL;
             if ((format & IMG_FMT_ALPHA && flags) || (!indexed && flags == IMG_F_PAL_ALPHA)) continue;
             all.push_back({format, indexed ? 1u << std::min(format & IMG_FMT_BPP_MASK, 7u) : 0, flags});
@@ -57,7 +57,10 @@ template <typename Place> Argb moved(const Argb &pixels, uint32_t width, extent 
 TEST(Cxx, MovesPixelsOfEveryFormatWithTheirTransparency) {
     constexpr uint32_t w = 13, h = 6;
     using At = std::pair<uint32_t, uint32_t>;
-    for (const auto &[format, ncolors, flags] : kinds()) {
+    for (const Kind &kind : kinds()) {
+        const img_format format = kind.format;
+        const uint32_t ncolors = kind.ncolors;
+        const img_flags flags = kind.flags;
         SCOPED_TRACE(testing::Message() << std::hex << format << " " << flags);
         const Image from(format, w, h, ncolors, flags);
         const image_view view(from.record);
@@ -117,7 +120,10 @@ TEST(Cxx, ConvertsAllTransparencyIntoAlpha) {
 }
 
 TEST(Cxx, ResizesEveryFormatAsTheColoursItShows) {
-    for (const auto &[format, ncolors, flags] : kinds()) {
+    for (const Kind &kind : kinds()) {
+        const img_format format = kind.format;
+        const uint32_t ncolors = kind.ncolors;
+        const img_flags flags = kind.flags;
         SCOPED_TRACE(testing::Message() << std::hex << format << " " << flags);
         const Image from(format, 31, 22, ncolors, flags);
         const image made = must(pictra::resize(image_view(from.record), {.width = 10}));
@@ -360,7 +366,10 @@ TEST_F(CxxLibrary, LoadsInThreadsAreNotDisturbedByOnesThatFail) {
             for (int k = 0; k < 20; k++) {
                 const bool whole = i > 0;
                 const auto made = shared.load_resized(whole ? picture("photo.png") : cut.path(), {.width = 50});
-                if (made.has_value() != whole) { failures++; std::cerr << i << " " << status(made) << "\n"; }
+                if (made.has_value() != whole) {
+                    failures++;
+                    std::cerr << i << " " << status(made) << "\n";
+                }
             }
         });
     for (std::thread &thread : threads) thread.join();
