@@ -7,12 +7,16 @@
 #include "../values.h"
 #include "image.hpp"
 
+#include <errno.h>
+#include <string.h>
+
 #include <charconv>
 #include <functional>
 #include <string_view>
 #include <vector>
 
-namespace pictra::inline PICTRA_CXX_ABI {
+namespace pictra {
+inline namespace PICTRA_CXX_ABI {
 
 /// What a file says about a picture beside its pixels. A load fills it; what is empty was not there. A save writes what the
 /// file can hold of orientation, resolution, icc, exif, xmp, delay and loops.
@@ -34,8 +38,8 @@ struct setting {
     std::string name, value;
 };
 
-/// Called with the rows done and the rows in all, again and again; false stops the work, with the status stopped. A
-/// resize of another thread may then be stopped, too, and reports IMG_ST_NOMEM.
+/// Called with the rows done and the rows in all, again and again; false stops the work, with the status stopped. A load that
+/// another thread disturbed begins anew.
 using progress = std::function<bool(std::uint32_t done, std::uint32_t all)>;
 
 namespace detail {
@@ -68,8 +72,9 @@ public:
             if (i >= asked_.size() || !asked_[i]) wrong_ = "the codec has no option " + settings_[i].name;
         return wrong_.empty();
     }
-    /// The failure of an operation; a wrong setting says more than the status that it caused.
-    failure fail(img_status status, const std::string &name, const char *why = nullptr) const {
+    /// The failure of an operation that began with errno 0; a wrong setting says more than the status that it caused.
+    failure fail(img_status status, const std::string &name) const {
+        const char *why = status == IMG_ST_FILE && errno ? strerror(errno) : nullptr;
         return detail::fail(status, name, wrong_.empty() ? why : wrong_.c_str());
     }
 
@@ -210,6 +215,7 @@ private:
 
 } // namespace detail
 
-} // namespace pictra::inline PICTRA_CXX_ABI
+} // namespace PICTRA_CXX_ABI
+} // namespace pictra
 
 #endif

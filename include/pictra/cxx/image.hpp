@@ -15,7 +15,8 @@
 #include <optional>
 #include <span>
 
-namespace pictra::inline PICTRA_CXX_ABI {
+namespace pictra {
+inline namespace PICTRA_CXX_ABI {
 
 /// Width and height in pixels.
 struct extent {
@@ -255,6 +256,7 @@ private:
     }
 };
 
-} // namespace pictra::inline PICTRA_CXX_ABI
+} // namespace PICTRA_CXX_ABI
+} // namespace pictra
 
 #endif

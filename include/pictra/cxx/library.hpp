@@ -9,7 +9,8 @@
 
 #include <stdio.h>
 
-namespace pictra::inline PICTRA_CXX_ABI {
+namespace pictra {
+inline namespace PICTRA_CXX_ABI {
 
 /// What a save may be told.
 struct save_options {
@@ -146,12 +147,13 @@ public:
             });
         });
     }
-    /// The same from a stream. A load_resized that fails in another thread at the same time can stop this one, with IMG_ST_NOMEM:
-    /// a stream cannot be read again.
+    /// The same from a stream. As a stream cannot be read again, a load_resized that fails in another thread at the same time
+    /// can stop this one with IMG_ST_NOMEM.
     result<image> load_resized(input &stream, const scale &to, const load_options &options = {}) const {
         return detail::resizing(to, options)
             .run("stream", [&](const img_decode_callouts &callouts, img_record &record) {
-                return img_load_resize(handle(), stream.handle(), &callouts, &record);
+                return detail::undisturbed(
+                    [&] { return img_load_resize(handle(), stream.handle(), &callouts, &record); }, false);
             });
     }
 
@@ -251,6 +253,7 @@ private:
         const img_encode_callouts callouts = talk.writing();
         img_record record = picture.record();
         record.flags |= IMG_F_ANSWERS;
+        errno = 0;
         if (const img_status status = img_write(handle(), stream.handle(), &callouts, &record, &codec))
             return talk.fail(status, name);
         return {};
@@ -275,6 +278,7 @@ private:
     std::vector<opened_codec> codecs_{};
 };
 
-} // namespace pictra::inline PICTRA_CXX_ABI
+} // namespace PICTRA_CXX_ABI
+} // namespace pictra
 
 #endif

@@ -7,7 +7,8 @@
 #include "exchange.hpp"
 #include "transform.hpp"
 
-namespace pictra::inline PICTRA_CXX_ABI {
+namespace pictra {
+inline namespace PICTRA_CXX_ABI {
 
 /// What a load may be told.
 struct load_options {
@@ -39,6 +40,7 @@ public:
         if (has_alpha(made_as_)) record.flags = IMG_F_WANT_ALPHA;
         img_decode_callouts callouts = reading();
         callouts.choose_format = choose;
+        errno = 0;
         if (const img_status status = load(callouts, record)) return fail(status, name);
         image made = image::adopt(record);
         if (!options_.format) return made;
@@ -77,11 +79,12 @@ public:
     }
 
     template <typename Load> result<image> run(const std::string &name, const Load &load) {
-        if (is_palette(options_.format)) return fail(IMG_ST_BADFMT, name, "indices cannot be resized");
+        if (is_palette(options_.format)) return detail::fail(IMG_ST_BADFMT, name, "indices cannot be resized");
         if (heard) *heard = {};
         img_record record{};
         img_decode_callouts callouts = reading();
         callouts.choose_format = choose;
+        errno = 0;
         if (const img_status status = load(callouts, record)) return fail(status, name);
         image made = image::adopt(record);
         img_format format = options_.format;
@@ -115,6 +118,7 @@ private:
 
 } // namespace detail
 
-} // namespace pictra::inline PICTRA_CXX_ABI
+} // namespace PICTRA_CXX_ABI
+} // namespace pictra
 
 #endif

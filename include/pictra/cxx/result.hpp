@@ -28,7 +28,8 @@
 #define PICTRA_CXX_ABI with_own_expected
 #endif
 
-namespace pictra::inline PICTRA_CXX_ABI {
+namespace pictra {
+inline namespace PICTRA_CXX_ABI {
 
 /// Why something failed.
 struct error {
@@ -190,6 +191,7 @@ inline failure fail(img_status status, const std::string &name, const char *deta
 
 } // namespace detail
 
-} // namespace pictra::inline PICTRA_CXX_ABI
+} // namespace PICTRA_CXX_ABI
+} // namespace pictra
 
 #endif

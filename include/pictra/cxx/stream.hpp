@@ -20,7 +20,8 @@
 #include <type_traits>
 #include <vector>
 
-namespace pictra::inline PICTRA_CXX_ABI {
+namespace pictra {
+inline namespace PICTRA_CXX_ABI {
 
 /// Where bytes come from: derive for a kind of your own. Nothing may be thrown out of it.
 class source {
@@ -341,6 +342,7 @@ private:
     detail::stream_ptr stream_{};
 };
 
-} // namespace pictra::inline PICTRA_CXX_ABI
+} // namespace PICTRA_CXX_ABI
+} // namespace pictra
 
 #endif

@@ -12,8 +12,11 @@
 
 #include <algorithm>
 #include <array>
+#include <mutex>
+#include <shared_mutex>
 
-namespace pictra::inline PICTRA_CXX_ABI {
+namespace pictra {
+inline namespace PICTRA_CXX_ABI {
 
 namespace detail {
 
@@ -139,12 +142,25 @@ template <typename Step> result<image> move_pixels(const image_view &view, const
     return made;
 }
 
-/// Runs a resize again that said it had no memory: the library gives that answer also when a load in another thread fails and
-/// stops all resizes with its own. So many failures in a row do not happen by chance.
-template <typename Step> img_status undisturbed(const Step &step) {
-    img_status status = step();
-    for (int again = 0; status == IMG_ST_NOMEM && again < 16; again++) status = step();
-    return status;
+/// Held by every resize while it runs; alone by one that is run again.
+inline std::shared_mutex resizes;
+inline thread_local bool resizes_here = false;
+
+/// Runs a resize. When a load_resized fails in another thread, the library stops all resizes of the process, and those have
+/// IMG_ST_NOMEM to say. So one that says it is run again, if it can be, when no other runs. Within a progress function it is run
+/// as it is.
+template <typename Step> img_status undisturbed(const Step &step, bool repeatable = true) {
+    if (resizes_here) return step();
+    struct mark {
+        mark() { resizes_here = true; }
+        ~mark() { resizes_here = false; }
+    } marked;
+    {
+        const std::shared_lock<std::shared_mutex> with_others(resizes);
+        if (const img_status status = step(); status != IMG_ST_NOMEM || !repeatable) return status;
+    }
+    const std::unique_lock<std::shared_mutex> alone(resizes);
+    return step();
 }
 
 /// The other side in proportion, rounded, at least 1; 0 of none, and where it does not fit.
@@ -259,6 +275,7 @@ inline result<image> resize(const image_view &view, const scale &to) {
     });
 }
 
-} // namespace pictra::inline PICTRA_CXX_ABI
+} // namespace PICTRA_CXX_ABI
+} // namespace pictra
 
 #endif
