@@ -68,7 +68,7 @@ TEST(Cxx, MovesPixelsOfEveryFormatWithTheirTransparency) {
         const auto expect = [&](pictra::result<image> result, extent size, auto place) {
             const image made = must(std::move(result));
             EXPECT_EQ(made.size(), size);
-            EXPECT_EQ(made.format(), format);
+            EXPECT_EQ(made.format(), from.record.format);
             EXPECT_EQ(look(made.record()), moved(pixels, w, size, place));
         };
         expect(pictra::crop(view, 3, 1, {9, 4}), {9, 4}, [](auto x, auto y) { return At{x + 3, y + 1}; });

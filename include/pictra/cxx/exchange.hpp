@@ -26,11 +26,11 @@ struct values {
     std::vector<std::uint8_t> icc{}, exif{};
     std::string xmp{};                                        ///< UTF-8
     std::vector<std::pair<std::string, std::string>> texts{}; ///< keyword and text, UTF-8
-    std::uint32_t frames = 0;                                 ///< pictures in the file; 0 is unknown
-    std::uint32_t delay = 0;                                  ///< milliseconds that the frame is shown
-    std::optional<std::uint32_t> loops{};                     ///< how often an animation runs, 0 for ever
-    std::uint32_t depth = 0;                                  ///< bits of a sample, or of an index, in the file
-    std::vector<std::string> warnings{};                      ///< what the codec found odd
+    std::uint32_t frames = 0;             ///< pictures in the file, told with the first; 0 is unknown
+    std::uint32_t delay = 0;              ///< milliseconds that the frame is shown
+    std::optional<std::uint32_t> loops{}; ///< how often an animation runs, 0 for ever
+    std::uint32_t depth = 0;              ///< bits of a sample, or of an index, in the file
+    std::vector<std::string> warnings{};  ///< what the codec found odd
 };
 
 /// An option of a codec by name, with its value as text: a number, on or off, or one of its choices.
@@ -39,7 +39,7 @@ struct setting {
 };
 
 /// Called with the rows done and the rows in all, again and again; false stops the work, with the status stopped. A load that
-/// another thread disturbed begins anew.
+/// another thread disturbed begins anew. What is thrown out of it ends the program.
 using progress = std::function<bool(std::uint32_t done, std::uint32_t all)>;
 
 namespace detail {
@@ -81,17 +81,18 @@ public:
 private:
     static exchange &of(void *data) { return *static_cast<exchange *>(data); }
 
-    static img_status check_settings(void *data, img_record *, std::uint32_t) {
+    static img_status check_settings(void *data, img_record *, std::uint32_t) noexcept {
         return of(data).all_asked() ? img_status{IMG_ST_OK} : img_status{IMG_ST_BADARG};
     }
-    static img_status on_value(void *data, img_record *, uintptr_t key, uintptr_t size, uintptr_t at, uintptr_t) {
+    static img_status on_value(void *data, img_record *, uintptr_t key, uintptr_t size, uintptr_t at,
+                               uintptr_t) noexcept {
         exchange &self = of(data);
         if (key == IMG_VALUE_OPTION) return self.answer(*reinterpret_cast<img_option *>(at));
         if (self.heard) hear(*self.heard, key, reinterpret_cast<const void *>(at), size);
         return IMG_ST_OK;
     }
     static img_status on_progress(void *data, img_record *, uintptr_t done, uintptr_t all, uintptr_t key,
-                                  uintptr_t at) {
+                                  uintptr_t at) noexcept {
         exchange &self = of(data);
         if (key == IMG_VALUE_OPTION) return self.answer(*reinterpret_cast<img_option *>(at));
         if (key && self.told) tell(*self.told, key, reinterpret_cast<void *>(at));

@@ -52,7 +52,8 @@ public:
 private:
     // The library compares a colour key that is to become alpha as the codec passed it, in whatever format, so that is left
     // to it only where the codec delivers alpha itself. Indices are loaded as they are, and opaque colours as opaque.
-    static std::uint32_t choose(void *data, img_record *record, const img_format *formats, std::uint32_t count) {
+    static std::uint32_t choose(void *data, img_record *record, const img_format *formats,
+                                std::uint32_t count) noexcept {
         auto &self = static_cast<loading &>(*static_cast<exchange *>(data));
         if (!self.all_asked()) return count;
         if (!self.options_.format) return 0;
@@ -94,7 +95,8 @@ public:
 
 private:
     // Formats whose means are good. Whether a palette is transparent is known only later.
-    static std::uint32_t choose(void *data, img_record *record, const img_format *formats, std::uint32_t count) {
+    static std::uint32_t choose(void *data, img_record *record, const img_format *formats,
+                                std::uint32_t count) noexcept {
         auto &self = static_cast<resizing &>(*static_cast<exchange *>(data));
         if (!self.all_asked()) return count;
         const extent size = self.to_.of({record->width, record->height});

@@ -33,9 +33,8 @@ inline namespace PICTRA_CXX_ABI {
 
 /// Why something failed.
 struct error {
-    img_status status =
-        IMG_ST_BADARG;  ///< the library's or a codec's; 13 to 255 are a codec's own, stopped is this header's
-    std::string text{}; ///< for people: what, and why
+    img_status status = IMG_ST_BADARG; ///< the library's or, passed through, a codec's; or stopped
+    std::string text{};                ///< for people: what, and why
 };
 
 /// The status of a load or save that a progress function ended.

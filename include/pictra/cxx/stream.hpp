@@ -23,7 +23,7 @@
 namespace pictra {
 inline namespace PICTRA_CXX_ABI {
 
-/// Where bytes come from: derive for a kind of your own. Nothing may be thrown out of it.
+/// Where bytes come from: derive for a kind of your own. What is thrown out of it ends the program.
 class source {
 public:
     virtual ~source() = default;
@@ -36,7 +36,7 @@ protected:
     source &operator=(const source &) = default;
 };
 
-/// Where bytes go: derive for a kind of your own. Nothing may be thrown out of it.
+/// Where bytes go: derive for a kind of your own. What is thrown out of it ends the program.
 class sink {
 public:
     virtual ~sink() = default;
@@ -87,7 +87,7 @@ struct reading {
 
     static reading &of(std::intptr_t handle) { return *reinterpret_cast<reading *>(handle); }
 
-    static std::uint32_t read(std::intptr_t handle, void *dst, std::uint32_t length) {
+    static std::uint32_t read(std::intptr_t handle, void *dst, std::uint32_t length) noexcept {
         reading &self = of(handle);
         auto *to = static_cast<std::uint8_t *>(dst);
         if (!to) {
@@ -100,13 +100,13 @@ struct reading {
         self.returned.erase(self.returned.end() - static_cast<std::ptrdiff_t>(count), self.returned.end());
         return static_cast<std::uint32_t>(count);
     }
-    static int unread(std::intptr_t handle, const void *bytes, std::uint32_t count) {
+    static int unread(std::intptr_t handle, const void *bytes, std::uint32_t count) noexcept {
         const auto *first = static_cast<const std::uint8_t *>(bytes);
         std::vector<std::uint8_t> &returned = of(handle).returned;
         for (std::uint32_t i = count; i > 0; i--) returned.push_back(first[i - 1]);
         return 0;
     }
-    static int skip(std::intptr_t handle, std::uint32_t count) {
+    static int skip(std::intptr_t handle, std::uint32_t count) noexcept {
         std::uint8_t passed[1024];
         while (count) {
             const std::uint32_t got = read(handle, passed, std::min<std::uint32_t>(count, sizeof passed));
@@ -132,11 +132,11 @@ struct writing {
 
     static writing &of(std::intptr_t handle) { return *reinterpret_cast<writing *>(handle); }
 
-    static std::uint32_t write(std::intptr_t handle, const void *src, std::uint32_t length) {
+    static std::uint32_t write(std::intptr_t handle, const void *src, std::uint32_t length) noexcept {
         const auto *from = static_cast<const std::uint8_t *>(src);
         return from ? static_cast<std::uint32_t>(of(handle).to->write({from, length})) : 0;
     }
-    static std::int64_t seek(std::intptr_t handle, std::int32_t offset, int whence) {
+    static std::int64_t seek(std::intptr_t handle, std::int32_t offset, int whence) noexcept {
         return of(handle).to->seek(offset, whence);
     }
     static void close(io_stream *stream) { delete &of(stream->handle); }
