@@ -296,12 +296,16 @@ done
 expect 2 'bash, zsh and fish' "$pictra" completion tcsh
 expect 2 'kitty, sixel' "$pictra" show --as crayons photo.png
 [ "$("$pictra" formats | wc -l)" = 21 ] || fail 'not 21 formats'
-"$pictra" info --json photo.png missing.png "$(printf 'a\n"\377')" | python3 -c '
+if command -v python3 >/dev/null; then
+    "$pictra" info --json photo.png missing.png "$(printf 'a\n"\377')" | python3 -c '
 import json, sys
 photo, missing, odd = (json.loads(line) for line in sys.stdin)
 assert (photo["status"], photo["width"], photo["height"], photo["format"]) == (0, 241, 161, "png"), photo
 assert missing["status"] == 9 and "No such file" in missing["message"] and "width" not in missing, missing
 assert odd["path"] == "a\n\"\ufffd", odd' || fail 'info --json'
+else
+    echo 'Without python3: JSON is not parsed.'
+fi
 
 expect 1 'cannot open shared object' env PICTRA_CFGFILE=bad.conf "$pictra" config check
 expect 1 'unknown key' env PICTRA_CFGFILE=odd.conf "$pictra" config check
