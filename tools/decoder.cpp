@@ -13,7 +13,7 @@ namespace tool {
 
 namespace {
 
-// The codecs of the extension are asked first, and opened alone if they will do.
+// All codecs but those asked. The ones of the extension are asked first, so that the others need not be opened if they do.
 std::vector<img_codec *> others(const Library &library, const std::vector<img_codec *> &asked) {
     std::vector<img_codec *> rest = library.codecs();
     std::erase_if(rest, [&](img_codec *codec) { return std::find(asked.begin(), asked.end(), codec) != asked.end(); });
