@@ -129,7 +129,7 @@ img_status report_exif(const Decoding &picture, const uint8_t *block, size_t siz
     return picture.report(IMG_VALUE_RESOLUTION, &exif.resolution, sizeof exif.resolution);
 }
 
-img_status Metadata::ask(const Encoding &picture, bool keeps_resolution) {
+img_status Metadata::ask(const Encoding &picture, bool keeps_resolution_and_texts) {
     uint32_t orientation = 0;
     const struct {
         uint32_t key;
@@ -137,13 +137,15 @@ img_status Metadata::ask(const Encoding &picture, bool keeps_resolution) {
     } questions[] = {{IMG_VALUE_ICC, &icc},
                      {IMG_VALUE_EXIF, &exif},
                      {IMG_VALUE_XMP, &xmp},
+                     {IMG_VALUE_ORIENTATION, &orientation},
                      {IMG_VALUE_RESOLUTION, &resolution},
-                     {IMG_VALUE_ORIENTATION, &orientation}};
+                     {IMG_VALUE_TEXT, &texts}};
     for (const auto &[key, value] : questions) {
-        if (key == IMG_VALUE_RESOLUTION && !keeps_resolution) continue;
+        if (key == IMG_VALUE_RESOLUTION && !keeps_resolution_and_texts) break;
         if (const img_status status = picture.ask(key, value)) return status;
     }
-    if (icc.size > max_block || exif.size > max_block || xmp.size > max_block) return over_limit;
+    for (const img_bytes *block : {&icc, &exif, &xmp, &texts})
+        if (block->size > max_block) return over_limit;
     if (orientation > 8) return bad_record;
     return orientation ? set_orientation(orientation) : img_status{ok};
 }

@@ -27,12 +27,12 @@ img_status report_exif(const Decoding &picture, const uint8_t *block, size_t siz
 
 // What a caller wants to have written. Sizes of 0 and resolutions of 0 stand for nothing.
 struct Metadata {
-    img_bytes icc{}, exif{}, xmp{};
+    img_bytes icc{}, exif{}, xmp{}, texts{};
     img_resolution resolution{};
 
     // An orientation that the caller answers is in exif afterwards. over_limit if a block is too large. The resolution is
-    // for formats that keep one beside EXIF.
-    img_status ask(const Encoding &picture, bool keeps_resolution = true);
+    // and the texts are for formats that keep them beside EXIF.
+    img_status ask(const Encoding &picture, bool keeps_resolution_and_texts = true);
 
 private:
     img_status set_orientation(uint32_t orientation);

@@ -3,6 +3,7 @@
 // Writing GIF.
 #include "modules/gif.h"
 #include "modules/module.h"
+#include "modules/text.h"
 
 #include <algorithm>
 #include <gif_lib.h>
@@ -95,8 +96,16 @@ img_status write_loops(Writer &w, uint32_t loops) {
     return checked(w, written ? GIF_OK : GIF_ERROR);
 }
 
-struct Timing {
+img_status write_comments(Writer &w, const img_bytes &answer) {
+    for (Texts texts(answer); texts.next();)
+        if (texts.is_comment())
+            if (const img_status status = checked(w, EGifPutComment(w.gif, texts.text()))) return status;
+    return ok;
+}
+
+struct Asked {
     uint32_t delay, loops;
+    img_bytes texts;
 };
 
 bool has_global_colors(const Writer &w, const ColorMapObject &map) {
@@ -105,14 +114,16 @@ bool has_global_colors(const Writer &w, const ColorMapObject &map) {
 }
 
 // The header with the first picture's colours, which further pictures use as long as they have the same.
-img_status write_file_header(Writer &w, const ColorMapObject &map, uint32_t loops) {
+img_status write_file_header(Writer &w, const ColorMapObject &map, const Asked &asked) {
     const img_record &image = w.picture.image();
     w.nglobal = static_cast<uint32_t>(map.ColorCount);
     std::copy_n(map.Colors, w.nglobal, w.global);
     const int result =
         EGifPutScreenDesc(w.gif, static_cast<int>(image.width), static_cast<int>(image.height), 8, 0, &map);
     if (const img_status status = checked(w, result)) return status;
-    return loops == 1 ? ok : write_loops(w, loops);
+    if (asked.loops != 1)
+        if (const img_status status = write_loops(w, asked.loops)) return status;
+    return write_comments(w, asked.texts);
 }
 
 // Each picture is cleared before the next, which may show the canvas through.
@@ -124,11 +135,11 @@ img_status write_control(Writer &w, uint32_t delay) {
     return checked(w, EGifPutExtension(w.gif, GRAPHICS_EXT_FUNC_CODE, static_cast<int>(length), block));
 }
 
-img_status write_headers(Writer &w, const ColorMapObject &map, const Timing &timing) {
+img_status write_headers(Writer &w, const ColorMapObject &map, const Asked &asked) {
     const img_record &image = w.picture.image();
     if (!w.pictures)
-        if (const img_status status = write_file_header(w, map, timing.loops)) return status;
-    if (const img_status status = write_control(w, timing.delay)) return status;
+        if (const img_status status = write_file_header(w, map, asked)) return status;
+    if (const img_status status = write_control(w, asked.delay)) return status;
     GifFreeMapObject(w.gif->Image.ColorMap); // giflib forgets the last picture's when the next has none
     w.gif->Image.ColorMap = nullptr;
     const ColorMapObject *local = has_global_colors(w, map) ? nullptr : &map;
@@ -153,10 +164,17 @@ img_status write_rows(Writer &w) {
     return ok;
 }
 
-img_status write_picture(Writer &w, const ColorMapObject &map, const Timing &timing) {
-    const img_status status = write_headers(w, map, timing);
+img_status write_picture(Writer &w, const ColorMapObject &map, const Asked &asked) {
+    const img_status status = write_headers(w, map, asked);
     w.pictures++;
     return status ? status : write_rows(w);
+}
+
+img_status ask(const Writer &w, Asked &asked) {
+    if (const img_status status = w.picture.ask(IMG_VALUE_DELAY, &asked.delay)) return status;
+    if (w.pictures) return ok; // the rest stands at the head of the file
+    if (const img_status status = w.picture.ask(IMG_VALUE_LOOPS, &asked.loops)) return status;
+    return w.picture.ask(IMG_VALUE_TEXT, &asked.texts);
 }
 
 // A picture that is refused before anything of it was written does no harm to the others.
@@ -168,16 +186,14 @@ img_status encode_picture(Writer &w) {
     // A later picture has its place on the canvas of the first.
     const auto width = static_cast<int>(image.width), height = static_cast<int>(image.height);
     if (w.pictures && (width > w.gif->SWidth || height > w.gif->SHeight)) return bad_record;
-    Timing timing = {0, 1};
-    if (const img_status status = w.picture.ask(IMG_VALUE_DELAY, &timing.delay)) return status;
-    if (!w.pictures)
-        if (const img_status status = w.picture.ask(IMG_VALUE_LOOPS, &timing.loops)) return status;
+    Asked asked = {0, 1, {}};
+    if (const img_status status = ask(w, asked)) return status;
     constexpr img_format formats[] = {FMT_PAL8, FMT_PAL4, FMT_PAL1, FMT_G8};
     if (const img_status status = w.picture.choose_and_set_up(formats, std::size(formats))) return status;
     if (const img_status status = take_colors(w)) return status;
     const ColorMap map = make_map(w);
     if (!map) return no_memory;
-    w.failure = write_picture(w, *map, timing);
+    w.failure = write_picture(w, *map, asked);
     return w.failure;
 }
 

@@ -2,6 +2,7 @@
 //
 // The codec module of JPEG: writing.
 #include "modules/jpeg.h"
+#include "modules/text.h"
 
 #include <algorithm>
 #include <string.h>
@@ -105,7 +106,7 @@ void set_parameters(Writer &w) {
     set_resolution(w);
 }
 
-// A marker holds 64 KiB; larger blocks of EXIF and XMP have no place in a JPEG file.
+// A marker holds 64 KiB; larger blocks and texts have no place in a JPEG file.
 void write_marker(Writer &w, int code, const char *mark, size_t mark_size, const img_bytes &bytes) {
     if (!bytes.size || mark_size + bytes.size > max_marker) return;
     jpeg_write_m_header(&w.codec, code, static_cast<unsigned>(mark_size + bytes.size));
@@ -117,6 +118,8 @@ void write_marker(Writer &w, int code, const char *mark, size_t mark_size, const
 void write_metadata(Writer &w) {
     write_marker(w, JPEG_APP0 + 1, exif_mark, sizeof exif_mark, w.metadata.exif);
     write_marker(w, JPEG_APP0 + 1, xmp_mark, sizeof xmp_mark, w.metadata.xmp);
+    for (Texts texts(w.metadata.texts); texts.next();)
+        if (texts.is_comment()) write_marker(w, JPEG_COM, nullptr, 0, {texts.text(), strlen(texts.text())});
     if (w.metadata.icc.size)
         jpeg_write_icc_profile(&w.codec, static_cast<const JOCTET *>(w.metadata.icc.data),
                                static_cast<unsigned>(w.metadata.icc.size));

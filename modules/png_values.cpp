@@ -55,6 +55,15 @@ img_status report_texts(Reader &r) {
     return ok;
 }
 
+void set_text(const Writer &w, const char *keyword, const char *content, bool international = false) {
+    for (const char *c = content; *c; c++) international = international || *c < 0 || *c > '~';
+    png_text text{};
+    text.compression = international ? PNG_ITXT_COMPRESSION_NONE : PNG_TEXT_COMPRESSION_NONE;
+    text.key = const_cast<png_charp>(keyword); // libpng copies both
+    text.text = const_cast<png_charp>(content);
+    png_set_text(w.png, w.info, &text, 1);
+}
+
 } // namespace
 
 void keep_values(Reader &r) {
@@ -104,15 +113,8 @@ img_status set_metadata(Writer &w) {
     };
     const png_uint_32 x = whole(m.resolution.x), y = whole(m.resolution.y);
     if (x && y) png_set_pHYs(w.png, w.info, x, y, PNG_RESOLUTION_METER);
-    if (w.xmp_text) {
-        png_text text{};
-        char keyword[sizeof xmp_keyword];
-        memcpy(keyword, xmp_keyword, sizeof keyword);
-        text.compression = PNG_ITXT_COMPRESSION_NONE;
-        text.key = keyword;
-        text.text = reinterpret_cast<png_charp>(w.xmp_text.get());
-        png_set_text(w.png, w.info, &text, 1);
-    }
+    if (w.xmp_text) set_text(w, xmp_keyword, reinterpret_cast<const char *>(w.xmp_text.get()), true);
+    for (Texts texts(m.texts); texts.next();) set_text(w, texts.keyword(), texts.text());
     return w.failure == no_memory ? no_memory : ok; // of which libpng only warns
 }
 

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
-// Texts of files whose character set is not known for sure.
+// Texts: those of files, whose character set is not known for sure, and those that a caller wants to have written.
 #pragma once
 
 #include "modules/module.h"
 
 #include <string.h>
+#include <strings.h>
 
 namespace module {
 
@@ -55,5 +56,34 @@ inline img_status report_text(const Decoding &picture, const char *keyword, cons
     }
     return picture.report(IMG_VALUE_TEXT, value.get(), static_cast<size_t>(out - value.get()));
 }
+
+// The texts of an answer, one after the other.
+class Texts {
+public:
+    explicit Texts(const img_bytes &all) : at_(static_cast<const char *>(all.data)), left_(all.size) {}
+
+    // Goes to the next one, if there is one that is whole.
+    bool next() {
+        keyword_ = string();
+        text_ = string();
+        return text_;
+    }
+    const char *keyword() const { return keyword_; }
+    const char *text() const { return text_; }
+    bool is_comment() const { return !strcasecmp(keyword_, "Comment"); }
+
+private:
+    const char *string() {
+        const char *start = at_;
+        const auto *end = left_ ? static_cast<const char *>(memchr(start, 0, left_)) : nullptr;
+        if (!end) return nullptr;
+        at_ = end + 1;
+        left_ -= static_cast<uint64_t>(at_ - start);
+        return start;
+    }
+
+    const char *at_, *keyword_ = nullptr, *text_ = nullptr;
+    uint64_t left_;
+};
 
 } // namespace module

@@ -5,7 +5,6 @@
 // The whole file is read into memory, because its parts may lie in any order and the stream may be a pipe. Rows are
 // decoded from there, a row, a strip or a row of tiles at a time.
 #include "modules/tiff.h"
-#include "modules/text.h"
 
 #include <math.h>
 #include <string.h>
@@ -208,15 +207,7 @@ img_status report_bytes(const Reader &r, uint32_t tag, uint32_t key, const char 
 }
 
 img_status report_texts(const Reader &r) {
-    constexpr struct {
-        uint32_t tag;
-        const char *keyword;
-    } texts[] = {
-        {TIFFTAG_DOCUMENTNAME, "Title"}, {TIFFTAG_IMAGEDESCRIPTION, "Description"},
-        {TIFFTAG_ARTIST, "Author"},      {TIFFTAG_COPYRIGHT, "Copyright"},
-        {TIFFTAG_SOFTWARE, "Software"},  {TIFFTAG_DATETIME, "Creation Time"},
-    };
-    for (const auto &[tag, keyword] : texts) {
+    for (const auto &[tag, keyword] : tiff_module::text_fields) {
         const char *text = nullptr;
         if (!TIFFGetField(r.tif, tag, &text) || !text) continue;
         if (const img_status status = report_text(r.picture, keyword, text, strlen(text))) return status;

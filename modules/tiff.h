@@ -4,6 +4,7 @@
 #pragma once
 
 #include "modules/layout.h"
+#include "modules/text.h"
 
 #include <tiffio.h>
 
@@ -12,6 +13,16 @@ namespace tiff_module {
 using namespace module;
 
 inline constexpr uint64_t max_allocation = uint64_t{1} << 28;
+
+// Texts that TIFF has fields for.
+inline constexpr struct {
+    uint32_t tag;
+    const char *keyword;
+} text_fields[] = {
+    {TIFFTAG_DOCUMENTNAME, "Title"}, {TIFFTAG_IMAGEDESCRIPTION, "Description"},
+    {TIFFTAG_ARTIST, "Author"},      {TIFFTAG_COPYRIGHT, "Copyright"},
+    {TIFFTAG_SOFTWARE, "Software"},  {TIFFTAG_DATETIME, "Creation Time"},
+};
 
 // A file in memory, as libtiff reads and writes it. libtiff jumps about in a file, which a stream cannot.
 struct File {

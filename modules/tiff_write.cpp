@@ -18,7 +18,7 @@ struct Metadata {
     int compression;
     uint32_t orientation;
     img_resolution resolution;
-    img_bytes icc, xmp;
+    img_bytes icc, xmp, texts;
 };
 
 // What the picture becomes in the file.
@@ -57,13 +57,14 @@ img_status ask_for_metadata(const Encoding &picture, Metadata &m) {
     img_option option =
         choice_option("compression", "how pixels are compressed, all without loss", "none:lzw:deflate:packbits", 4, 1);
     if (const img_status status = picture.ask(option)) return status;
-    m = {compressions[option.value], 1, {}, {}, {}};
+    m = {compressions[option.value], 1, {}, {}, {}, {}};
     if (const img_status status = picture.ask(IMG_VALUE_ORIENTATION, &m.orientation)) return status;
     if (const img_status status = picture.ask(IMG_VALUE_RESOLUTION, &m.resolution)) return status;
     if (const img_status status = picture.ask(IMG_VALUE_ICC, &m.icc)) return status;
     if (const img_status status = picture.ask(IMG_VALUE_XMP, &m.xmp)) return status;
+    if (const img_status status = picture.ask(IMG_VALUE_TEXT, &m.texts)) return status;
     if (m.orientation < 1 || m.orientation > 8) return bad_record;
-    if (m.icc.size > max_allocation || m.xmp.size > max_allocation) return over_limit;
+    if (m.icc.size > max_allocation || m.xmp.size > max_allocation || m.texts.size > max_allocation) return over_limit;
     return TIFFIsCODECConfigured(static_cast<uint16_t>(m.compression)) ? ok : unsupported;
 }
 
@@ -132,6 +133,9 @@ bool set_metadata(TIFF *tif, const Metadata &m) {
                TIFFSetField(tif, TIFFTAG_XRESOLUTION, x) && TIFFSetField(tif, TIFFTAG_YRESOLUTION, y);
     if (m.icc.size) done = done && TIFFSetField(tif, TIFFTAG_ICCPROFILE, static_cast<uint32_t>(m.icc.size), m.icc.data);
     if (m.xmp.size) done = done && TIFFSetField(tif, TIFFTAG_XMLPACKET, static_cast<uint32_t>(m.xmp.size), m.xmp.data);
+    for (Texts texts(m.texts); done && texts.next();)
+        for (const auto &[tag, keyword] : text_fields)
+            if (!strcasecmp(keyword, texts.keyword())) done = done && TIFFSetField(tif, tag, texts.text());
     return done;
 }
 

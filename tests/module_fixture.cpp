@@ -31,7 +31,7 @@ const Module table[] = {
      .frames = true,
      .most_side = 65535,
      .silent_end = 1},
-    {.extension = "tif", .frames = true, .frail = true, .early_rows = false, .silent_end = 16},
+    {.extension = "tif", .frames = true, .frail = true, .early_rows = false, .silent_end = 26},
     {.extension = "bmp"},
     {.extension = "ico", .sample = icon},
     {.extension = "tga", .indices = false, .seen = true, .most_side = 65535, .silent_end = 26},
@@ -112,6 +112,8 @@ img_status Fixture::write(const Module &module, img_record &image, std::string &
             fixture.asked_for.insert(key);
         }
         if (key == IMG_VALUE_EXIF) *reinterpret_cast<img_bytes *>(pointer) = {exif.data(), exif.size()};
+        static const std::string texts = comment + '\0' + author + '\0';
+        if (key == IMG_VALUE_TEXT) *reinterpret_cast<img_bytes *>(pointer) = {texts.data(), texts.size()};
         if (key == IMG_VALUE_XMP) *reinterpret_cast<img_bytes *>(pointer) = {xmp.data(), xmp.size()};
         if (key == IMG_VALUE_ORIENTATION) *reinterpret_cast<uint32_t *>(pointer) = orientation;
         if (key == IMG_VALUE_RESOLUTION) *reinterpret_cast<img_resolution *>(pointer) = resolution;

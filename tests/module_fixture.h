@@ -148,7 +148,10 @@ struct Values {
 template <typename T> std::string bytes_of(T value) { return {reinterpret_cast<const char *>(&value), sizeof value}; }
 
 // Metadata that goes into every file that is written, if its format has a place for it: turned by a quarter.
-const std::string exif("II*\0\x8\0\0\0\1\0\x12\1\3\0\1\0\0\0\6\0\0\0\0\0\0\0", 26), xmp = "<x/>";
+const std::string exif("II*\0\x8\0\0\0\1\0\x12\1\3\0\1\0\0\0\6\0\0\0\0\0\0\0", 26), xmp = "<x/>",
+                                                                                    comment("Comment\0na\xc3\xafve",
+                                                                                            14),
+                                                                                    author("Author\0A. Pixel", 15);
 constexpr uint32_t orientation = 6;
 constexpr img_resolution resolution = {3000, 2000};
 

@@ -84,6 +84,9 @@ TEST_F(Modules, MetadataComesBack) {
             {IMG_VALUE_EXIF, exif}, {IMG_VALUE_XMP, xmp}, {IMG_VALUE_ORIENTATION, bytes_of(orientation)}};
         for (const auto &[key, value] : expected)
             EXPECT_TRUE(!asked_for.contains(key) || values.told[key] == std::vector{value}) << key;
+        EXPECT_EQ(asked_for.contains(IMG_VALUE_TEXT), !values.told[IMG_VALUE_TEXT].empty());
+        for (const std::string &text : values.told[IMG_VALUE_TEXT])
+            EXPECT_TRUE(text == comment || text == author) << text;
         if (!asked_for.contains(IMG_VALUE_RESOLUTION)) continue;
         ASSERT_EQ(values.told[IMG_VALUE_RESOLUTION].size(), 1u);
         img_resolution read;

@@ -21,7 +21,7 @@ struct Pair {
 };
 
 std::vector<Pair> pair_up(const Files &files) {
-    if (files.pattern.empty()) {
+    if (files.pattern.empty() && !files.place) {
         if (files.names.size() != 2)
             throw Failure("name one input and one output, or several inputs and -o 'DIRECTORY/{stem}.png'", usage);
         return {{files.names[0], files.names[1]}};
@@ -29,12 +29,11 @@ std::vector<Pair> pair_up(const Files &files) {
     std::vector<Pair> pairs;
     std::map<std::string, std::string> origins;
     for (const std::string &in : files.names) {
-        if (in == "-")
-            throw Failure("-o " + files.pattern + ": standard input has no name; write IN OUT instead", usage);
-        const std::string out = name_by(files.pattern, in);
+        if (in == "-") throw Failure("standard input has no name to make others of; write IN OUT instead", usage);
+        const std::string out = files.place ? files.place(in) : name_by(files.pattern, in);
         const auto [origin, fresh] = origins.emplace(out, in);
         if (!fresh)
-            throw Failure("-o " + files.pattern + ": " + origin->second + " and " + in + " would both become " + out +
+            throw Failure(origin->second + " and " + in + " would both become " + out +
                               "; use {stem}, or name them in two calls",
                           usage);
         pairs.push_back({in, out});

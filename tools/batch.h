@@ -13,8 +13,9 @@
 namespace tool {
 
 struct Files {
-    std::vector<std::string> names; // IN OUT, or with a pattern the inputs alone
-    std::string pattern;            // of the outputs, with {stem} and {ext} of the input
+    std::vector<std::string> names;                            // IN OUT, or with a pattern the inputs alone
+    std::string pattern;                                       // of the outputs, with {stem} and {ext} of the input
+    std::function<std::string(const std::string &in)> place{}; // or what gives each output its name
     unsigned jobs = 1;
 };
 

@@ -186,14 +186,14 @@ uint32_t Exchange::note_formats(void *data, img_record *, const img_format *form
 
 std::string Exchange::packed() const {
     ByteWriter out;
-    for (const uint32_t number :
-         {metadata.orientation, metadata.frames, metadata.depth, metadata.delay, metadata.loops, wrong_code_})
+    for (const uint32_t number : {metadata.orientation, metadata.frames, metadata.depth, metadata.delay, metadata.loops,
+                                  full_width, full_height, wrong_code_})
         out.number(number);
     out.number(rows_done);
     out.real(metadata.resolution.x);
     out.real(metadata.resolution.y);
-    for (const std::string *text : {&metadata.icc, &metadata.exif, &metadata.xmp, &known_, &wrong_}) out.text(*text);
-    out.texts(metadata.texts);
+    for (const std::string *text : {&metadata.icc, &metadata.exif, &metadata.xmp, &metadata.texts, &known_, &wrong_})
+        out.text(*text);
     out.texts(warnings);
     for (const bool asked : asked_) out.number(asked);
     return out.bytes();
@@ -201,14 +201,14 @@ std::string Exchange::packed() const {
 
 void Exchange::unpack(const std::string &bytes) {
     ByteReader in(bytes);
-    for (uint32_t *number :
-         {&metadata.orientation, &metadata.frames, &metadata.depth, &metadata.delay, &metadata.loops, &wrong_code_})
+    for (uint32_t *number : {&metadata.orientation, &metadata.frames, &metadata.depth, &metadata.delay, &metadata.loops,
+                             &full_width, &full_height, &wrong_code_})
         *number = static_cast<uint32_t>(in.number());
     rows_done = in.number();
     metadata.resolution.x = in.real();
     metadata.resolution.y = in.real();
-    for (std::string *text : {&metadata.icc, &metadata.exif, &metadata.xmp, &known_, &wrong_}) *text = in.text();
-    metadata.texts = in.texts();
+    for (std::string *text : {&metadata.icc, &metadata.exif, &metadata.xmp, &metadata.texts, &known_, &wrong_})
+        *text = in.text();
     warnings = in.texts();
     for (size_t i = 0; i < asked_.size(); i++) asked_[i] = in.number() != 0;
 }

@@ -49,7 +49,8 @@ public:
     // How records get their storage: from the library; zeroed, so that it survives a failed load; or in an arena.
     bool zeroed = false;
     const Arena *arena = nullptr;
-    uint32_t thumbnail = 0; // the most pixels a side, if it is one
+    uint32_t thumbnail = 0;                   // the most pixels a side, if it is one
+    uint32_t full_width = 0, full_height = 0; // of the picture that the thumbnail is of, as stored
 
     // What the codec told. While writing, what it is told.
     Metadata metadata{};

@@ -61,7 +61,7 @@ void add_writing(CLI::App &verb, Common &common) {
         ->type_name("N");
     verb.add_option("--to", common.to, "Extension whose codec writes, instead of that of the output");
     verb.add_option("--quality", common.quality, "The same as --option quality=N")->type_name("N");
-    verb.add_option("--keep", common.keep, "Metadata to write: all, none, or some of icc,exif,xmp,resolution");
+    verb.add_option("--keep", common.keep, "Metadata to write: all, none, or some of icc,exif,xmp,resolution,text");
     add_reading(verb, common);
 }
 
@@ -157,9 +157,11 @@ public:
         directions->require_option(1);
         thumbnail_ = &add(app, "thumbnail", "Makes small pictures, in little memory");
         thumbnail_->add_option("--size", thumbnail_size_, "The most pixels a side; smaller pictures stay as they are")
-            ->required()
             ->type_name("N")
             ->check(CLI::Range(1, 1000000));
+        thumbnail_
+            ->add_flag("--xdg", for_desktop_, "Puts them where desktops look, and prints where; 128 is their size")
+            ->excludes("--output", "--to", "--keep");
     }
 
     // What the verb that was parsed asks for.
@@ -169,11 +171,16 @@ public:
             if (*command) options.operations = {verb->operation.parse(argument_)};
         if (*flip_) options.operations = {tool::parse_flip(horizontal_ ? "horizontal" : "vertical")};
         if (*convert_) options.operations = parsed_operations(*convert_);
-        if (*thumbnail_) options.reading.thumbnail = thumbnail_size_;
+        if (*thumbnail_) options.reading.thumbnail = thumbnail_size();
         return options;
     }
+    bool for_desktop() const { return for_desktop_; }
 
 private:
+    uint32_t thumbnail_size() const {
+        if (thumbnail_size_ || for_desktop_) return thumbnail_size_ ? thumbnail_size_ : 128;
+        throw tool::Failure("--size is required: the most pixels a side of the thumbnails", tool::usage);
+    }
     CLI::App &add(CLI::App &app, const char *name, const char *help) {
         CLI::App *verb = app.add_subcommand(name, help);
         add_writing(*verb, common_);
@@ -184,7 +191,7 @@ private:
     CLI::App *convert_, *flip_, *thumbnail_;
     std::vector<std::pair<CLI::App *, const Verb *>> operation_verbs_{};
     std::string argument_{};
-    bool horizontal_ = false, vertical_ = false;
+    bool horizontal_ = false, vertical_ = false, for_desktop_ = false;
     uint32_t thumbnail_size_ = 0;
 };
 
@@ -253,7 +260,7 @@ int run(int argc, char **argv) {
     }
     if (*config) return tool::config(*config_check ? tool::ConfigTask::check : tool::ConfigTask::show);
     if (*codecs) return tool::codecs(check);
-    return tool::convert(writers.options());
+    return writers.for_desktop() ? tool::store_thumbnails(writers.options()) : tool::convert(writers.options());
 }
 
 } // namespace

@@ -49,6 +49,17 @@ constexpr const char *kinds[] = {"icc", "exif", "xmp", "resolution", "text"};
 
 } // namespace
 
+void Metadata::add_text(const std::string &keyword, const std::string &text) {
+    (texts += keyword + '\0' + text) += '\0';
+}
+
+bool Metadata::has_text(const std::string &keyword, const std::string &text) const {
+    const std::string wanted = keyword + '\0' + text + '\0';
+    for (size_t at = texts.find(wanted); at != std::string::npos; at = texts.find(wanted, at + 1))
+        if (at == 0 || texts[at - 1] == 0) return true;
+    return false;
+}
+
 void Metadata::hear(uint32_t key, const void *value, size_t size) {
     const auto bytes = [&] { return std::string(static_cast<const char *>(value), size); };
     switch (key) {
@@ -68,7 +79,7 @@ void Metadata::hear(uint32_t key, const void *value, size_t size) {
         xmp = bytes();
         break;
     case IMG_VALUE_TEXT:
-        texts.push_back(bytes());
+        texts += bytes() + '\0';
         break;
     case IMG_VALUE_FRAMES:
         copy(frames, value, size);
@@ -107,6 +118,9 @@ void Metadata::answer(uint32_t key, void *value) const {
         break;
     case IMG_VALUE_XMP:
         bytes(xmp);
+        break;
+    case IMG_VALUE_TEXT:
+        bytes(texts);
         break;
     case IMG_VALUE_DELAY:
         memcpy(value, &delay, sizeof delay);

@@ -15,10 +15,12 @@ struct Metadata {
     uint32_t orientation = 1; // as in EXIF: how to turn the stored picture to see it upright
     img_resolution resolution{};
     std::string icc{}, exif{}, xmp{};
-    std::vector<std::string> texts{}; // keyword, a zero, text
-    uint32_t frames = 0, depth = 0;   // 0: not told
+    std::string texts{};            // keyword, a zero, text, a zero; and so on
+    uint32_t frames = 0, depth = 0; // 0: not told
     uint32_t delay = 0, loops = 0;
 
+    void add_text(const std::string &keyword, const std::string &text);
+    bool has_text(const std::string &keyword, const std::string &text) const;
     void hear(uint32_t key, const void *value, size_t size);
     void answer(uint32_t key, void *value) const;
 

@@ -14,6 +14,7 @@ struct Output {
     std::string path; // "-" is standard output
     std::string to;   // the extension whose codec writes, if not that of path
     bool drops_key;   // the user asked for a pixel format, which may cost the colour key
+    bool for_owner_only = false;
 };
 
 // Fails if no codec is registered, before any work is done.

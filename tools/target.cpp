@@ -33,7 +33,7 @@ mode_t current_umask() {
 
 } // namespace
 
-Target::Target(const std::string &path) : path_(path) {
+Target::Target(const std::string &path, bool for_owner_only) : path_(path) {
     signal(SIGXFSZ, SIG_IGN); // a file size limit is an error like a full disk
     if (path == "-") {
         if (isatty(STDOUT_FILENO))
@@ -50,7 +50,7 @@ Target::Target(const std::string &path) : path_(path) {
         if (descriptor_ < 0) fail(path, "write to another file");
         return;
     }
-    open_temporary(exists, exists ? about.st_mode & 0777 : 0666 & ~current_umask());
+    open_temporary(exists, for_owner_only ? 0600 : exists ? about.st_mode & 0777 : 0666 & ~current_umask());
 }
 
 void Target::open_temporary(bool exists, unsigned mode) {

@@ -11,8 +11,9 @@ namespace tool {
 
 class Target {
 public:
-    // "-" is standard output. Devices and pipes are written as they are; a file is written beside its place first.
-    explicit Target(const std::string &path);
+    // "-" is standard output. Devices and pipes are written as they are; a file is written beside its place first. It is
+    // for its owner's eyes, or keeps the rights of the file that it replaces, or gets the usual ones.
+    explicit Target(const std::string &path, bool for_owner_only = false);
     ~Target(); // removes what was not committed
     Target(const Target &) = delete;
     Target &operator=(const Target &) = delete;

@@ -14,8 +14,10 @@ uint32_t in_proportion(uint32_t side, uint32_t to, uint32_t from) {
 
 // Gives the thumbnail its size and format. Pictures that may be transparent get alpha; palettes tell only later.
 uint32_t choose(void *data, img_record *thumbnail, const img_format *formats, uint32_t count) {
-    const uint32_t most = static_cast<Exchange *>(data)->thumbnail, width = thumbnail->width,
-                   height = thumbnail->height;
+    auto &exchange = *static_cast<Exchange *>(data);
+    const uint32_t most = exchange.thumbnail, width = thumbnail->width, height = thumbnail->height;
+    exchange.full_width = width;
+    exchange.full_height = height;
     if (std::max(width, height) > most) {
         thumbnail->width = width > height ? most : in_proportion(most, width, height);
         thumbnail->height = width > height ? in_proportion(most, height, width) : most;

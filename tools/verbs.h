@@ -27,6 +27,7 @@ struct ConvertOptions {
     std::string keep = "all";          // kinds of metadata
 };
 int convert(const ConvertOptions &options);
+int store_thumbnails(const ConvertOptions &options); // where desktops look for them; prints where
 
 struct CompareOptions {
     std::vector<std::string> files; // two

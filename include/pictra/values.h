@@ -16,7 +16,7 @@
  *     scanline(data, image, 0, 0, key, (uintptr_t)pointer)
  * The third word tells them from progress, whose third word is 0. Pointers lead to an object of the type that the table
  * says, holding a default; the caller replaces it or leaves it, and returns 0. All questions come before choose_format. What an
- * answer points at stays valid until the frame is done.
+ * answer points at stays valid until the frame is done. Texts are answered all at once, each with a zero behind it.
  *
  * Options are questions in both directions: key IMG_VALUE_OPTION, pointer to an img_option, asked through set_value when
  * reading (size is sizeof(img_option)) and through scanline when writing, before anything else of the frame. A module

@@ -95,7 +95,7 @@ private:
                                   uintptr_t at) noexcept {
         exchange &self = of(data);
         if (key == IMG_VALUE_OPTION) return self.answer(*reinterpret_cast<img_option *>(at));
-        if (key && self.told) tell(*self.told, key, reinterpret_cast<void *>(at));
+        if (key && self.told) self.tell(*self.told, key, reinterpret_cast<void *>(at));
         if (key || !self.show_) return IMG_ST_OK;
         const bool go_on = self.show_(static_cast<std::uint32_t>(done), static_cast<std::uint32_t>(all));
         return go_on ? img_status{IMG_ST_OK} : stopped;
@@ -144,7 +144,7 @@ private:
             break;
         }
     }
-    static void tell(const values &from, uintptr_t key, void *at) {
+    void tell(const values &from, uintptr_t key, void *at) {
         const auto number = [&](std::uint32_t value) { memcpy(at, &value, sizeof value); };
         const auto bytes = [&](const void *data, std::size_t size) {
             if (size) *static_cast<img_bytes *>(at) = {data, size};
@@ -164,6 +164,11 @@ private:
             break;
         case IMG_VALUE_XMP:
             bytes(from.xmp.data(), from.xmp.size());
+            break;
+        case IMG_VALUE_TEXT:
+            texts_.clear();
+            for (const auto &[keyword, text] : from.texts) (texts_ += keyword + '\0' + text) += '\0';
+            bytes(texts_.data(), texts_.size());
             break;
         case IMG_VALUE_DELAY:
             if (from.delay) number(from.delay);
@@ -211,7 +216,7 @@ private:
     const std::vector<setting> &settings_;
     const progress &show_;
     std::vector<bool> asked_{};
-    std::string wrong_{};
+    std::string wrong_{}, texts_{};
 };
 
 } // namespace detail
