@@ -26,16 +26,22 @@ std::string strip(const std::string &text) {
 std::string choose_path() {
     if (const char *named = getenv(variable)) return named;
     if (access(default_path, F_OK) == 0) return default_path;
-    std::error_code error;
-    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
-    if (error) return default_path;
-    const std::string beside = (program.parent_path().parent_path() / "etc/pictra/img.conf").string();
+    if (installation().empty()) return default_path;
+    const std::string beside = installation() + "/etc/pictra/img.conf";
     setenv(variable, beside.c_str(), 1);
     return beside;
 }
 
-// Takes one line in, as the library's reader does.
-void parse(const std::string &line, const std::string &place, Config &config) {
+} // namespace
+
+std::string installation() {
+    std::error_code error;
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    return error ? "" : program.parent_path().parent_path().string();
+}
+
+void parse(const std::string &given, const std::string &place, Config &config) {
+    const std::string line = strip(given);
     if (line.empty()) return;
     if (line[0] == '[') {
         config.sections.push_back({strip(line.substr(1, line.rfind(']') - 1)), "", ""});
@@ -60,8 +66,6 @@ void parse(const std::string &line, const std::string &place, Config &config) {
     }
 }
 
-} // namespace
-
 Config find_config() {
     Config config{choose_path(), {}, 0};
     const std::unique_ptr<FILE, int (*)(FILE *)> file(fopen(config.path.c_str(), "r"), fclose);
@@ -70,7 +74,7 @@ Config find_config() {
                       " to the file that lists the codec modules");
     char line[1024]; // the library cuts longer lines here, too
     for (int number = 1; fgets(line, sizeof line, file.get()); number++)
-        parse(strip(line), "configuration " + config.path + ":" + std::to_string(number), config);
+        parse(line, "configuration " + config.path + ":" + std::to_string(number), config);
     if (config.sections.empty())
         throw Failure("configuration " + config.path +
                       ": it lists no codec module; add a line like [/path/to/codec.so]");

@@ -27,6 +27,16 @@ struct Config {
 // Fails for a file that cannot be read, has no section, or begins with a key: the library would never return from it.
 Config find_config();
 
+// The sections of the modules that come with the program, as text, in the order that suits them: those that recognise
+// their format only weakly stand first, because they are asked last. Paths are file names alone.
+extern const char known_sections[];
+
+// Takes a configuration's lines in, one at a time, as the library's reader does. place is for messages.
+void parse(const std::string &line, const std::string &place, Config &config);
+
+// The directory that the program's own is in, or nothing.
+std::string installation();
+
 struct Detach {
     void operator()(img_lib_handle *handle) const { img_lib_detach(handle); }
 };

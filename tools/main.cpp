@@ -237,6 +237,9 @@ int run(int argc, char **argv) {
     CLI::App *config = app.add_subcommand("config", "Tells which configuration file is read, and what is in it");
     config->require_subcommand(1);
     config->add_subcommand("show", "Prints it as the library reads it, and where it is");
+    std::string directory;
+    CLI::App *generate = config->add_subcommand("generate", "Prints one for the modules in a directory");
+    generate->add_option("DIRECTORY", directory, "Instead of that of the installation");
     const CLI::App *config_check = config->add_subcommand("check", "Fails if a line of it or a module does not work");
 
     std::string shell;
@@ -258,6 +261,7 @@ int run(int argc, char **argv) {
         std::cout << tool::completion(app, shell);
         return tool::done;
     }
+    if (*generate) return tool::generate_config(directory);
     if (*config) return tool::config(*config_check ? tool::ConfigTask::check : tool::ConfigTask::show);
     if (*codecs) return tool::codecs(check);
     return writers.for_desktop() ? tool::store_thumbnails(writers.options()) : tool::convert(writers.options());

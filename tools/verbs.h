@@ -52,6 +52,7 @@ int show(const ShowOptions &options);
 
 enum class ConfigTask { check, show };
 int config(ConfigTask task);
+int generate_config(const std::string &directory); // of the modules in it; empty: those beside the program
 
 int formats();
 int codecs(bool check);
