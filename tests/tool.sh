@@ -242,14 +242,14 @@ ls -A many | grep -E 'stopped|pictra-' && fail 'an interrupted resize leaves som
 
 # ---- configuration and codecs
 expect 0 'opens       yes' "$pictra" codecs --check
-PICTRA_CFGFILE=none.conf expect 1 'none.conf: No such file' "$pictra" info photo.png
+PICTRA_CFGFILE=none.conf expect 7 'none.conf: No such file' "$pictra" info photo.png
 printf '\n# note\next = png\n[%s/lib/pictra/png.so]\n' "$build" >key.conf
-PICTRA_CFGFILE=key.conf expect 1 'key.conf:3: a key stands before' timeout 10 "$pictra" info photo.png
+PICTRA_CFGFILE=key.conf expect 7 'key.conf:3: a key stands before' timeout 10 "$pictra" info photo.png
 printf ' [ %s/lib/pictra/png.so ] \next=png\ncolour = red\n\nnote\n' "$build" >odd.conf
 PICTRA_CFGFILE=odd.conf expect 0 "odd.conf:3: warning: unknown key 'colour'" "$pictra" info photo.png
 PICTRA_CFGFILE=odd.conf expect 0 'odd.conf:5: warning' "$pictra" info photo.png
 printf '\n' >blank.conf
-PICTRA_CFGFILE=blank.conf expect 1 'lists no codec module' "$pictra" info photo.png
+PICTRA_CFGFILE=blank.conf expect 7 'lists no codec module' "$pictra" info photo.png
 printf '[/none/such.so]\next = png\n[%s/lib/libpictra.so]\n' "$build" >bad.conf
 PICTRA_CFGFILE=bad.conf expect 1 'such.so: cannot open shared object' "$pictra" codecs --check
 PICTRA_CFGFILE=bad.conf expect 0 'entry       no' "$pictra" codecs
@@ -311,6 +311,39 @@ expect 1 'cannot open shared object' env PICTRA_CFGFILE=bad.conf "$pictra" confi
 expect 1 'unknown key' env PICTRA_CFGFILE=odd.conf "$pictra" config check
 expect 0 'all in order' "$pictra" config check
 "$pictra" config show | tail -n +2 >again.conf && PICTRA_CFGFILE=again.conf expect 0 '' "$pictra" config check
+
+[ "$("$pictra" config generate)" = "$(cat "$build/etc/pictra/img.conf")" ] || fail 'config generate is not what the build made'
+mkdir modules && cp "$build"/lib/pictra/{png,tga}.so modules && cp modules/png.so modules/other.so && : >modules/broken.so
+expect 1 'broken.so: left out' "$pictra" config generate modules
+"$pictra" config generate modules 2>/dev/null | grep -v '^mime' | sed "s|$PWD/modules/||" | tr -d '\n' >output
+[ "$(cat output)" = '[other.so]ext = other[tga.so]ext = tga:icb:vda:vst:targa[png.so]ext = png' ] || fail "$(cat output)"
+
+# ---- thumbnails of the desktop: where the standard wants them, telling what they are of, and made once
+export XDG_CACHE_HOME=$work/cache
+mkdir 'of ü' && cp photo.png 'of ü/[1] a+b~#.png' && touch -d @1234567890 'of ü/[1] a+b~#.png'
+uri="file://$PWD/of%20%C3%BC/%5B1%5D%20a+b~%23.png"
+thumbnail=$(printf %s "$uri" | md5sum | cut -c 1-32).png
+expect 0 "$work/cache/thumbnails/large/$thumbnail" "$pictra" thumbnail --xdg --size 256 'of ü/[1] a+b~#.png'
+thumbnail=$work/cache/thumbnails/large/$thumbnail
+for text in "Thumb::URI$uri" Thumb::MTime1234567890 Thumb::Image::Width241 "Thumb::Size$(stat -c %s photo.png)"; do
+    tr -d '\0' <"$thumbnail" | grep -qaF "tEXt$text" || fail "thumbnail without $text"
+done
+expect 0 'argb8888he' "$pictra" info "$thumbnail"
+[ "$(stat -c %a "$thumbnail" "${thumbnail%/*}" cache | xargs)" = '600 700 700' ] || fail "rights: $(stat -c %a "$thumbnail")"
+made=$(stat -c %i "$thumbnail")
+expect 0 "$thumbnail" "$pictra" thumbnail --xdg --size 256 'of ü/[1] a+b~#.png'
+[ "$made" = "$(stat -c %i "$thumbnail")" ] || fail 'a thumbnail that is right was made again'
+touch 'of ü/[1] a+b~#.png'
+expect 0 "$thumbnail" "$pictra" thumbnail --xdg --size 256 'of ü/[1] a+b~#.png'
+[ "$made" != "$(stat -c %i "$thumbnail")" ] || fail 'a thumbnail that is out of date stays'
+expect 4 'cut.png' "$pictra" thumbnail --xdg cut.png
+failure=cache/thumbnails/fail/pictra-0.1.0/$(printf %s "file://$PWD/cut.png" | md5sum | cut -c 1-32).png
+expect 0 '1 x 1' "$pictra" info "$failure"
+cp photo.png cut.png
+expect 0 'normal/' "$pictra" thumbnail --xdg cut.png
+[ ! -e "$failure" ] || fail 'the mark of a failure stays'
+expect 11 'a thumbnail itself' "$pictra" thumbnail --xdg "$thumbnail"
+expect 2 '128, 256, 512 or 1024' "$pictra" thumbnail --xdg --size 100 photo.png
 
 # ---- modules show their entry alone; an installation works where it is put
 for module in "$build"/lib/pictra/*.so; do

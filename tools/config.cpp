@@ -54,7 +54,8 @@ void parse(const std::string &given, const std::string &place, Config &config) {
         return;
     }
     if (config.sections.empty())
-        throw Failure(place + ": a key stands before the first section; put a line like [/path/to/codec.so] before it");
+        throw Failure(place + ": a key stands before the first section; put a line like [/path/to/codec.so] before it",
+                      IMG_ST_CONFIG);
     const std::string key = strip(line.substr(0, equals)), value = strip(line.substr(equals + 1));
     if (key == "ext") {
         config.sections.back().extensions = value;
@@ -71,13 +72,15 @@ Config find_config() {
     const std::unique_ptr<FILE, int (*)(FILE *)> file(fopen(config.path.c_str(), "r"), fclose);
     if (!file)
         throw Failure("configuration " + config.path + ": " + strerror(errno) + "; set " + variable +
-                      " to the file that lists the codec modules");
+                          " to the file that lists the codec modules",
+                      IMG_ST_CONFIG);
     char line[1024]; // the library cuts longer lines here, too
     for (int number = 1; fgets(line, sizeof line, file.get()); number++)
         parse(line, "configuration " + config.path + ":" + std::to_string(number), config);
     if (config.sections.empty())
         throw Failure("configuration " + config.path +
-                      ": it lists no codec module; add a line like [/path/to/codec.so]");
+                          ": it lists no codec module; add a line like [/path/to/codec.so]",
+                      IMG_ST_CONFIG);
     return config;
 }
 
