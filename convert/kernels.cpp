@@ -32,7 +32,8 @@ struct Shape {
 constexpr size_t vector_bytes = 32;
 constexpr size_t worth_aligning = 256;               // pixels
 constexpr size_t worth_streaming = size_t{16} << 20; // bytes written, about what a core has of the last cache
-constexpr size_t chunk = 256; // pixels that pass through a buffer together; it stays in the L1 cache
+constexpr size_t chunk = 256;        // pixels that pass through a buffer together; it stays in the L1 cache
+constexpr size_t index_chunk = 4096; // as many indices as are worth a table
 
 size_t index_bytes(size_t count, uint32_t bits) { return (count * bits + 7) >> 3; }
 
@@ -103,19 +104,19 @@ size_t pixels_to_alignment(const uint8_t *first, uint32_t pixel_bytes) {
 INLINE void align(const Shape &shape, Run &run, bool by_dst) {
     const size_t lead =
         by_dst ? pixels_to_alignment(run.dst, shape.dst_bytes) : pixels_to_alignment(run.src, shape.src_bits / 8);
-    if (!lead) return;
+    if (!lead || lead * shape.src_bits % 8) return;
     shape.convert(run.src, run.dst, block, run.palette);
     run.skip(lead, shape);
 }
 
 // Lines that streaming writes whole are not read from memory first. A chunk is converted in the cache, then moved.
-[[gnu::noinline]] void convert_streaming(const Shape &shape, Run &run) {
-    alignas(vector_bytes) uint8_t out[chunk * 4];
+template <size_t together> [[gnu::noinline]] void convert_streaming(const Shape &shape, Run &run) {
+    alignas(vector_bytes) uint8_t out[together * 4];
     align(shape, run, true);
     if (reinterpret_cast<uintptr_t>(run.dst) % vector_bytes) return;
-    for (; run.count >= 2 * chunk; run.skip(chunk, shape)) {
-        shape.convert(run.src, out, chunk, run.palette);
-        stream(run.dst, out, chunk * shape.dst_bytes);
+    for (; run.count >= 2 * together; run.skip(together, shape)) {
+        shape.convert(run.src, out, together, run.palette);
+        stream(run.dst, out, together * shape.dst_bytes);
     }
     end_streaming();
 }
@@ -123,8 +124,8 @@ INLINE void align(const Shape &shape, Run &run, bool by_dst) {
 // A run that is worth more than going through its blocks.
 [[gnu::noinline]] void convert_long(const Shape &shape, Run &run) {
     if (run.count * shape.dst_bytes >= worth_streaming)
-        convert_streaming(shape, run);
-    else // vectors that straddle cache lines take twice as long
+        shape.least == block ? convert_streaming<chunk>(shape, run) : convert_streaming<index_chunk>(shape, run);
+    else if (shape.least == block) // vectors that straddle cache lines take twice as long
         align(shape, run, shape.dst_bytes * 8 >= shape.src_bits);
     shape.convert(run.src, run.dst, run.count, run.palette);
 }
@@ -159,7 +160,7 @@ template <uint32_t src_bits, uint32_t dst_bytes, uint32_t least>
     const Shape shape{src_bits, dst_bytes, least, convert};
     Run run{src, dst, count, entries};
     if (overlap(shape, run)) return convert_in_place(shape, run);
-    if (least == block && count >= worth_aligning) return convert_long(shape, run);
+    if (count >= (least == block ? worth_aligning : worth_streaming / dst_bytes)) return convert_long(shape, run);
     convert(src, dst, count, entries);
 }
 

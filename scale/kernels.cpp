@@ -86,7 +86,7 @@ template <Kind K> void scale(const void *from, const void *under, void *room, vo
     auto *dst = static_cast<uint8_t *>(to);
     const auto *line = static_cast<const uint8_t *>(from), *below = static_cast<const uint8_t *>(under);
     const bool whole = p.frac_step == 0 && p.half > 0;
-#if defined(__AVX512VBMI__)
+#if defined(__AVX2__)
     if constexpr (K.bytes == 4)
         if (below && whole && p.halvings == 1 && p.int_step == 2 && p.dst_width >= least_quartered)
             return quarter<K>(line, below, dst, p.dst_width, p.rule);

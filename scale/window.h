@@ -290,6 +290,26 @@ void fold_pairs(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t c
         halve_pixels<K>(src, F == Fold::square ? below : nullptr, dst, count, means);
 }
 
+// As above, eight pixels at a time. The wanted pairs are the low parts of the halves of a vector.
+constexpr uint32_t least_quartered = lanes;
+template <Kind K>
+[[gnu::noinline]] void quarter(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t count,
+                               const MeanRule &means) {
+    const Rule rule{means};
+    const auto pairs = [](const uint8_t *p) { return _mm256_unpacklo_epi64(load(p), load(p + vector_bytes)); };
+    const Any order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+    for (size_t i = 0;; i = i + 2 * lanes <= count ? i + lanes : count - lanes) {
+        const uint8_t *p = src + i * 16, *q = below + i * 16;
+        const auto low = __m256(mean<K>(pairs(p), pairs(q), rule)),
+                   high = __m256(mean<K>(pairs(p + 64), pairs(q + 64), rule));
+        const Any first = Any(_mm256_shuffle_ps(low, high, 0b10'00'10'00)),
+                  second = Any(_mm256_shuffle_ps(low, high, 0b11'01'11'01));
+        const Any v = mean<K>(first, second, rule);
+        store(dst + i * 4, with_forced<K>(_mm256_permutevar8x32_epi32(v, order), rule));
+        if (i + lanes == count) return;
+    }
+}
+
 #endif
 
 } // namespace

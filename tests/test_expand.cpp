@@ -74,6 +74,25 @@ TEST(Expand, OneHighIndexAnywhere) {
     });
 }
 
+TEST(Expand, HugeRunsAreExact) {
+    constexpr uint32_t piece = 1000, count = piece * 17000;
+    std::vector<uint8_t> src(count), palette(1024), got(size_t{count} * 4 + 64), want(got);
+    for (size_t i = 0; i < src.size(); i++) src[i] = uint8_t(i * i >> 7);
+    for (size_t i = 0; i < palette.size(); i++) palette[i] = uint8_t(i * 89 + 3);
+    const size_t aligned = -reinterpret_cast<uintptr_t>(got.data()) % 32;
+    runs::for_each_variant([&](const char *variant) {
+        for (const auto &[bits, to] : routines)
+            for (const uint32_t bytes : {1u, 3u, 4u})
+                for (const size_t offset : {aligned, aligned + 20}) {
+                    to[bytes - 1](src.data(), got.data() + offset, count, palette.data());
+                    for (size_t i = 0; i < count; i += piece)
+                        to[bytes - 1](src.data() + i * bits / 8, want.data() + offset + i * bytes, piece,
+                                      palette.data());
+                    EXPECT_TRUE(got == want) << bits << " to " << bytes << " at +" << offset << " " << variant;
+                }
+    });
+}
+
 TEST(Expand, KnownPixels) {
     const uint32_t words[] = {0xff000000, 0xffffffff};
     const uint8_t bits = 0x80;
