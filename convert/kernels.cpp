@@ -53,34 +53,13 @@ struct Run {
     }
 };
 
-// Copies at least `size` bytes, in two moves of that size if they suffice.
-template <size_t size> void copy_overlapping(uint8_t *dst, const uint8_t *src, size_t bytes) {
-    struct Piece {
-        uint8_t bytes[size];
-    } first, last;
-    memcpy(&first, src, size);
-    memcpy(&last, src + bytes - size, size);
-    for (size_t i = size; i + size < bytes; i += size) memcpy(dst + i, src + i, size);
-    memcpy(dst, &first, size);
-    memcpy(dst + bytes - size, &last, size);
-}
-
-// Less than a block. The call to memcpy would take longer than all the rest of a short run.
-void copy_short(uint8_t *dst, const uint8_t *src, size_t bytes) {
-    if (bytes >= 16) return copy_overlapping<16>(dst, src, bytes);
-    if (bytes >= 8) return copy_overlapping<8>(dst, src, bytes);
-    if (bytes >= 4) return copy_overlapping<4>(dst, src, bytes);
-    if (bytes >= 2) return copy_overlapping<2>(dst, src, bytes);
-    if (bytes) *dst = *src;
-}
-
 // Less than a block, in place as well. Its description comes in registers.
 [[gnu::noinline]] void convert_short(const uint8_t *src, uint8_t *dst, size_t count, uint32_t src_bytes,
                                      uint32_t dst_bytes, Convert *convert) {
-    uint8_t in[block * 4] = {}, out[block * 4];
-    copy_short(in, src, count * src_bytes);
+    alignas(vector_bytes) uint8_t in[block * 4], out[block * 4];
+    load_short(in, src, count * src_bytes, src_bytes * block);
     convert(in, out, block, nullptr);
-    copy_short(dst, out, count * dst_bytes);
+    store_short(dst, out, count * dst_bytes);
 }
 
 // At most a chunk, read completely before anything is written.

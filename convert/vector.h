@@ -39,6 +39,47 @@ INLINE void stream(uint8_t *dst, const uint8_t *src, size_t bytes) {
 
 INLINE void end_streaming() { _mm_sfence(); }
 
+// Less than a block into a buffer, filled up with zeros, and out of it. In whole vectors, as the block is read: smaller
+// pieces would have to reach the cache before.
+#if defined(__AVX512BW__)
+INLINE __mmask32 first_bytes(size_t n) { return _bzhi_u32(~uint32_t{0}, static_cast<uint32_t>(n < 32 ? n : 32)); }
+
+INLINE void load_short(uint8_t *in, const uint8_t *src, size_t bytes, size_t filled) {
+    for (size_t i = 0; i < filled; i += 32)
+        store(in + i, _mm256_maskz_loadu_epi8(first_bytes(bytes > i ? bytes - i : 0), src + i));
+}
+
+INLINE void store_short(uint8_t *dst, const uint8_t *out, size_t bytes) {
+    for (size_t i = 0; i < bytes; i += 32) _mm256_mask_storeu_epi8(dst + i, first_bytes(bytes - i), load<Any>(out + i));
+}
+#else
+// Which of the eight words from word i on are before the end.
+INLINE Any words_before(size_t end, size_t i) {
+    return _mm256_cmpgt_epi32(_mm256_set1_epi32(static_cast<int>(end) - static_cast<int>(i)),
+                              _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
+}
+
+INLINE void load_short(uint8_t *in, const uint8_t *src, size_t bytes, size_t filled) {
+    const size_t words = bytes / 4, rest = bytes % 4;
+    int last = 0;
+    if (rest & 1) last = src[bytes - 1] << (rest & 2 ? 16 : 0);
+    if (rest & 2) last |= load<uint16_t>(src + words * 4);
+    for (size_t i = 0; i < filled / 4; i += 8) {
+        const Any whole = words_before(words, i), there = words_before(words + 1, i);
+        const Any v = _mm256_maskload_epi32(reinterpret_cast<const int *>(src + i * 4), whole);
+        store(in + i * 4, v | (_mm256_andnot_si256(whole, there) & _mm256_set1_epi32(last)));
+    }
+}
+
+INLINE void store_short(uint8_t *dst, const uint8_t *out, size_t bytes) {
+    const size_t words = bytes / 4, rest = bytes % 4;
+    for (size_t i = 0; i < words; i += 8)
+        _mm256_maskstore_epi32(reinterpret_cast<int *>(dst + i * 4), words_before(words, i), load<Any>(out + i * 4));
+    if (rest & 2) memcpy(dst + words * 4, out + words * 4, 2);
+    if (rest & 1) dst[bytes - 1] = out[bytes - 1];
+}
+#endif
+
 // The byte of the source, in each half, that goes to each byte of the result; 0x80 makes it zero.
 struct Mask {
     uint8_t at[32];
