@@ -20,6 +20,8 @@ expect() {
     failures=$((failures + 1))
 }
 
+info() { pictra info "$@" | tr -s ' '; }
+
 expect 0 'dot.png: 1 x 1, 24 bits a pixel' show dot.png
 expect 0 'palette-key.png: 96 x 96, 4 bits a pixel, 16 colours, transparent in places' show palette-key.png
 expect 1 'no.png: No such file or directory' show no.png
@@ -28,12 +30,12 @@ expect 1 'no.png: No such file or directory' show no.png
 mkdir small
 echo no picture >text.txt
 expect 0 './text.txt: no codec' thumbnails . small 40
-expect 0 'small/photo.png.png: 40 x 27, rgb888' pictra info small/photo.png.png
-expect 0 'small/text.pgm.png: 17 x 13, g8' pictra info small/text.pgm.png
+expect 0 'small/photo.png.png png 40 x 27 rgb888' info small/photo.png.png
+expect 0 'small/text.pgm.png png 17 x 13 g8' info small/text.pgm.png
 [ "$(ls small | wc -l)" = "$(ls ./*.p?m ./*.png | wc -l)" ] || expect 0 'one for each picture' ls small
 
 expect 0 '' write_buffer drawn.ppm
-expect 0 'drawn.ppm: 256 x 64, rgb888' pictra info drawn.ppm
+expect 0 'drawn.ppm pnm 256 x 64 rgb888' info drawn.ppm
 [ "$(od -An -tu1 -j 209 -N 3 drawn.ppm | xargs)" = '65 0 128' ] || expect 0 'the 66th pixel' od -An -tu1 -j 209 -N 3 drawn.ppm
 expect 1 'drawn.none: status 3' write_buffer drawn.none
 

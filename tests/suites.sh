@@ -49,7 +49,7 @@ ours() { # FILE KIND: pixels without a header
     local as=pam format=argb8888he
     [ "$2" = jpg ] && as=ppm format=rgb888
     "$pictra" convert "$1" "$work/ours.$as" --format $format --orient off 2>"$work/message" || return
-    size=$("$pictra" info "$work/ours.$as" | sed 's/.*: \([0-9]*\) x \([0-9]*\),.*/\1x\2/')
+    size=$("$pictra" info "$work/ours.$as" | awk '{ print $3 "x" $5 }')
     pixels "$work/ours.$as" >"$work/ours"
 }
 

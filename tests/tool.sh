@@ -20,7 +20,7 @@ expect() {
     shift 2
     said=$("$@" 2>&1 >output)
     got=$?
-    said+=$(tr -d '\0' <output)
+    said+=$(tr -d '\0' <output | tr -s ' ')
     [ "$got" = "$code" ] || fail "exit $got instead of $code: $*: $said"
     [[ $said == *"$text"* ]] || fail "no '$text' from $*: $said"
 }
@@ -36,12 +36,12 @@ expect 2 'argb8888he' "$pictra" convert "$pictures/dot.png" x.png --format rgb
 expect 2 '--to png' "$pictra" convert "$pictures/dot.png" -
 
 # ---- info
-expect 0 'photo.png: 241 x 161, rgb888' "$pictra" info "$pictures/photo.png"
-expect 0 'pal4, palette of 16, colour key 0' "$pictra" info "$pictures/palette-key.png"
-expect 0 'pal8, palette of 32 with alpha' "$pictra" info "$pictures/palette-alpha.png"
+expect 0 'photo.png png 241 x 161 rgb888' "$pictra" info "$pictures/photo.png"
+expect 0 'pal4 palette of 16, colour key 0' "$pictra" info "$pictures/palette-key.png"
+expect 0 'pal8 palette of 32 with alpha' "$pictra" info "$pictures/palette-alpha.png"
 expect 0 'colour key #ff00ff' "$pictra" info "$pictures/rgb-key.png"
-expect 0 'argb8888he, alpha' "$pictra" info "$pictures/alpha.png"
-expect 1 'dot.png: 1 x 1' "$pictra" info missing.png "$pictures/dot.png"
+expect 0 'argb8888he alpha' "$pictra" info "$pictures/alpha.png"
+expect 1 'dot.png png 1 x 1' "$pictra" info missing.png "$pictures/dot.png"
 expect 9 'missing.png: No such file' "$pictra" info missing.png
 expect 9 'directory' "$pictra" info "$pictures"
 : >empty.png
@@ -105,7 +105,7 @@ for kind in jpg gif webp tif bmp tga qoi; do
     case $kind in gif) picture=palette-key format= ;; webp) option='--option lossless=on' ;; esac
     # shellcheck disable=SC2086
     expect 0 '' "$pictra" convert "$pictures/$picture.png" "one.$kind" ${format:+--format $format} $option
-    expect 0 "one.$kind: " "$pictra" info "one.$kind"
+    expect 0 "one.$kind " "$pictra" info "one.$kind"
     expect 0 '' "$pictra" convert "one.$kind" one.png
     if [ $kind = jpg ]; then
         expect 1 'PSNR 3' "$pictra" compare "$pictures/photo.png" one.png
@@ -134,7 +134,7 @@ done
 # ---- convert: options and metadata; orientation is applied once
 expect 2 'it takes 1 to 100' "$pictra" convert photo.png x.jpg --quality 101
 expect 2 'there are: strict' "$pictra" convert photo.png x.jpg --option qualty=90
-[ -e x.jpg ] && [ "$("$pictra" info x.jpg | cut -d' ' -f2)" = 31 ] || fail 'a wrong option cost the target'
+[ -e x.jpg ] && [ "$("$pictra" info x.jpg | awk '{ print $3 }')" = 31 ] || fail 'a wrong option cost the target'
 printf '\377\330\377\341\0\42Exif\0\0MM\0\52\0\0\0\10\0\1\1\22\0\3\0\0\0\1\0\6\0\0\0\0\0\0' >turned.jpg
 tail -c +3 one.jpg >>turned.jpg
 expect 0 '"width":241,"height":161' "$pictra" info --json turned.jpg
@@ -183,7 +183,7 @@ for picture in "$pictures"/*.png; do
         --rotate 180 --flip horizontal --rotate 180 --flip horizontal
     look round.png after.pam
     same before.pam after.pam
-    [ "$("$pictra" info "$picture" | sed 's/.*: //')" = "$("$pictra" info round.png | sed 's/.*: //')" ] ||
+    [ "$("$pictra" info "$picture" | awk '{ $1 = ""; print }')" = "$("$pictra" info round.png | awk '{ $1 = ""; print }')" ] ||
         fail "$picture is no longer what it was: $("$pictra" info round.png)"
 done
 printf 'P5 3 2 255\nabcdef' >letters.pgm
@@ -204,7 +204,7 @@ grey '2 1 255 bc' convert --crop 2x1+1+0
 expect 0 '120 x 80' bash -c "'$pictra' resize '$pictures/photo.png' r.png --size 120x && '$pictra' info r.png"
 expect 0 '120 x 80' bash -c "'$pictra' resize '$pictures/photo.png' r.png --size x80 && '$pictra' info r.png"
 expect 0 '7 x 500' bash -c "'$pictra' resize '$pictures/palette-key.png' r.png --size 7x500 && '$pictra' info r.png"
-expect 0 '13 x 7, pal1' bash -c "'$pictra' crop '$pictures/bilevel.pbm' r.pbm --rect 13x7+3+5 && '$pictra' info r.pbm"
+expect 0 '13 x 7 pal1' bash -c "'$pictra' crop '$pictures/bilevel.pbm' r.pbm --rect 13x7+3+5 && '$pictra' info r.pbm"
 expect 11 'reaches out of the picture, which is 241 x 161' "$pictra" crop "$pictures/photo.png" x.png --rect 200x100+42+0
 for wrong in 'resize --size x' 'resize --size 0x4' 'resize --size 4x4x' 'crop --rect 1x1+1' 'rotate --by 45' 'flip' \
     'flip --horizontal --vertical' 'convert --flip diagonal' 'thumbnail --size 0' 'convert -j 0' 'convert third.png'; do
@@ -215,12 +215,12 @@ done
 
 # ---- thumbnails: within the square, never larger, transparent where the picture is
 thumb() { expect 0 "$1" bash -c "'$pictra' thumbnail --size 64 '$pictures/$2' t.png && '$pictra' info t.png"; }
-thumb '64 x 43, rgb888' photo.png
-thumb '64 x 64, argb8888he' palette-key.png
-thumb '31 x 29, argb8888he' rgb-key.png
-thumb '64 x 43, g8' grey.png
-thumb '1 x 1, rgb888' dot.png
-thumb '64 x 43, rgb888' bilevel.png
+thumb '64 x 43 rgb888' photo.png
+thumb '64 x 64 argb8888he' palette-key.png
+thumb '31 x 29 argb8888he' rgb-key.png
+thumb '64 x 43 g8' grey.png
+thumb '1 x 1 rgb888' dot.png
+thumb '64 x 43 rgb888' bilevel.png
 
 # ---- several pictures
 mkdir many
@@ -241,7 +241,7 @@ kill -INT $! && wait $!
 ls -A many | grep -E 'stopped|pictra-' && fail 'an interrupted resize leaves something behind'
 
 # ---- configuration and codecs
-expect 0 'opens       yes' "$pictra" codecs --check
+expect 0 'opens yes' "$pictra" codecs --check
 PICTRA_CFGFILE=none.conf expect 7 'none.conf: No such file' "$pictra" info photo.png
 printf '\n# note\next = png\n[%s/lib/pictra/png.so]\n' "$build" >key.conf
 PICTRA_CFGFILE=key.conf expect 7 'key.conf:3: a key stands before' timeout 10 "$pictra" info photo.png
@@ -252,7 +252,7 @@ printf '\n' >blank.conf
 PICTRA_CFGFILE=blank.conf expect 7 'lists no codec module' "$pictra" info photo.png
 printf '[/none/such.so]\next = png\n[%s/lib/libpictra.so]\n' "$build" >bad.conf
 PICTRA_CFGFILE=bad.conf expect 1 'such.so: cannot open shared object' "$pictra" codecs --check
-PICTRA_CFGFILE=bad.conf expect 0 'entry       no' "$pictra" codecs
+PICTRA_CFGFILE=bad.conf expect 0 'entry no' "$pictra" codecs
 PICTRA_CFGFILE=bad.conf expect 8 'codecs --check' "$pictra" info photo.png
 
 # ---- hostile files: what takes over a codec gets nowhere

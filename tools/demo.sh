@@ -38,7 +38,7 @@ for picture in "$pictures"/*.png; do
     pictra convert "$picture" before.pam --format argb8888he
     pictra convert "$name.png" after.pam --format argb8888he
     cmp before.pam after.pam || { echo "demo: $name.png changed on its way" >&2; exit 1; }
-    echo "    $name.png: $(pictra info "$picture" | sed 's/.*: //') -> PAM -> PNG: the same picture"
+    echo "    $name.png: $(pictra info "$picture" | awk '{ $1 = ""; print substr($0, 2) }') -> PAM -> PNG: the same picture"
 done
 
 echo 'Through pipes, with 16 bits a pixel on the way:'

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
-// pictra info: what pictures are, in lines for people or in JSON.
+// pictra info: what pictures are, a table for people, or JSON.
 #include "tools/config.h"
 #include "tools/decoder.h"
 #include "tools/text.h"
 #include "tools/verbs.h"
 
+#include <algorithm>
 #include <chrono>
 #include <iomanip>
 #include <iostream>
@@ -74,22 +75,37 @@ std::string key_of(const img_record &record) {
     return text.str();
 }
 
+constexpr size_t widest_name = 50; // that the others are aligned to
+
 long per_inch(double per_metre) { return lround(per_metre * 0.0254); }
 
-void print(const Report &report) {
+// What else there is to say of a picture.
+std::string notes_on(const Report &report) {
     Picture &picture = *report.picture;
     const img_record &record = picture.record();
     const Metadata &metadata = report.metadata;
-    std::cout << report.path << ": " << record.width << " x " << record.height << ", " << format_name(record.format);
-    if (picture.has(IMG_F_PALETTE)) std::cout << ", palette of " << record.ncolors;
     const std::string transparency = transparency_of(picture);
-    if (transparency == "palette") std::cout << " with alpha";
-    if (transparency == "channel") std::cout << ", alpha";
-    if (transparency == "key") std::cout << ", colour key " << key_of(record);
-    if (metadata.frames > 1) std::cout << ", " << metadata.frames << " pictures";
-    if (metadata.resolution.x > 0) std::cout << ", " << per_inch(metadata.resolution.x) << " dpi";
-    if (!metadata.icc.empty()) std::cout << ", ICC profile";
-    std::cout << '\n';
+    std::string notes;
+    const auto note = [&](const std::string &text) { notes += (notes.empty() ? "" : ", ") + text; };
+    if (picture.has(IMG_F_PALETTE))
+        note("palette of " + std::to_string(record.ncolors) + (transparency == "palette" ? " with alpha" : ""));
+    if (transparency == "channel") note("alpha");
+    if (transparency == "key") note("colour key " + key_of(record));
+    if (metadata.frames > 1) note(std::to_string(metadata.frames) + " pictures");
+    if (metadata.orientation > 1) note("orientation " + std::to_string(metadata.orientation));
+    if (metadata.resolution.x > 0) note(std::to_string(per_inch(metadata.resolution.x)) + " dpi");
+    if (!metadata.icc.empty()) note("ICC profile");
+    return notes;
+}
+
+// A row of the table; names take so many columns.
+void print(const Report &report, size_t name_width) {
+    const img_record &record = report.picture->record();
+    const std::string notes = notes_on(report), pixels = format_name(record.format);
+    std::cout << std::left << std::setw(static_cast<int>(name_width)) << report.path << "  " << std::setw(5)
+              << report.format << std::right << std::setw(6) << record.width << " x " << std::left << std::setw(6)
+              << record.height << (notes.empty() ? pixels : pixels + std::string(12 - pixels.size(), ' ') + notes)
+              << '\n';
 }
 
 // A JSON string. Names of files are bytes; those that are no UTF-8 come as the replacement character.
@@ -139,12 +155,14 @@ int info(const InfoOptions &options) {
     Reading reading = options.reading;
     reading.upright = false; // orientation is told, not applied
     uint32_t status = IMG_ST_OK;
+    size_t name_width = 0;
+    for (const std::string &file : options.files) name_width = std::max(name_width, std::min(file.size(), widest_name));
     for (const std::string &file : options.files) {
         const Report report = report_on(library, file, reading);
         if (options.json)
             print_json(report);
         else if (report.picture)
-            print(report);
+            print(report, name_width);
         if (!report.picture && !options.json) complain(report.message);
         if (report.status) status = options.files.size() > 1 ? uint32_t{failed} : report.status;
     }
