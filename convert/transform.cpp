@@ -50,7 +50,7 @@ img_status create_expansion(const img_record &src, const img_record &dst, Transf
 uint64_t line_bytes(const img_record &src, const img_record &dst, uint32_t width) {
     const uint64_t src_bytes = run_bytes(src.format, width), dst_bytes = run_bytes(dst.format, width);
     if (has(dst, IMG_F_DIRECT)) return has(src, IMG_F_DIRECT) || src_bytes <= dst_bytes ? 0 : src_bytes;
-    return has(src, IMG_F_DIRECT) ? dst_bytes : larger(src_bytes, dst_bytes);
+    return larger(1, has(src, IMG_F_DIRECT) ? dst_bytes : larger(src_bytes, dst_bytes));
 }
 
 // Whether the rows of a buffer follow each other without gaps.
@@ -70,8 +70,8 @@ img_status move_rows(const img_record &src_record, const img_record &dst_record,
                      bool upside_down, bool in_order) {
     const uint32_t width = smaller(src_record.width, dst_record.width);
     const uint32_t height = smaller(src_record.height, dst_record.height);
-    if (!width || !height) return IMG_ST_OK;
-    if (!has(src_record, storage_flags) || !has(dst_record, storage_flags)) return IMG_ST_BADARG;
+    if (!height) return IMG_ST_OK;
+    if (!has(src_record, storage_flags) || !has(dst_record, storage_flags)) return width ? IMG_ST_BADARG : IMG_ST_OK;
     if (!upside_down && one_run(src_record, dst_record, width, height)) {
         img_dtransform_apply(&state, src_record.data, dst_record.data, width * height);
         return IMG_ST_OK;
@@ -101,8 +101,7 @@ namespace img {
 
 img_status copy_image(const img_record &src, img_record &dst, bool upside_down, bool in_order) {
     if (!has_all(src, shape_flags)) return IMG_ST_BADARG;
-    take_format(dst, src);
-    imgcpy(dst, src, size_flags);
+    imgcpy(dst, src, shape_flags); // Kept: the number of colours is the destination's own
 
     img_dtransform_state *created;
     if (const img_status status = img_dtransform_create(&src, &dst, &created)) return status;

@@ -87,7 +87,7 @@ void Frame::rows_to_buffer(const Cut &cut, const Placement &placement) {
 void Frame::rows_to_function(const Cut &cut, const Placement &placement) {
     const auto pixel = static_cast<int32_t>(pixel_bytes());
     const int32_t step = placement.mirrored ? -pixel : pixel;
-    const uint64_t start = placement.mirrored ? run_bytes(dst_.format, cut.width - 1) : 0;
+    const uint64_t start = placement.mirrored && cut.width ? run_bytes(dst_.format, cut.width - 1) : 0;
     for (uint32_t i = 0; i < cut.height; i++) {
         copy_(row(i), extra() + start, step, cut.width);
         Rows{dst_}.pass(0, placement.handed_upward ? cut.height - 1 - i : i, cut.width, extra());
@@ -95,8 +95,8 @@ void Frame::rows_to_function(const Cut &cut, const Placement &placement) {
 }
 
 img_status Frame::copy_rows(const Cut &cut, const Placement &placement) {
-    if (!cut.width || !cut.height) return done();
-    const uint64_t line_bytes = to_buffer() ? 0 : row_bytes(dst_.format, cut.width);
+    if (!cut.height || (!cut.width && !has(dst_, storage_flags))) return done();
+    const uint64_t line_bytes = to_buffer() ? 0 : larger(1, row_bytes(dst_.format, cut.width));
     if (const img_status status = begin(cut, 1, line_bytes)) return status;
     if (to_buffer())
         rows_to_buffer(cut, placement);

@@ -20,8 +20,9 @@ template <Kind K> [[gnu::noinline]] void step_pixels(const uint8_t *line, uint8_
     const ptrdiff_t dir = p.dir * ptrdiff_t{K.bytes}, step = p.int_step * ptrdiff_t{K.bytes};
     const uint8_t *at = line + p.src_start * size_t{K.bytes};
     uint8_t *out = dst + p.dst_start * size_t{K.bytes};
-    // A line of one pixel has no neighbour; half is 0 then, and any pixel of the line will do.
-    const ptrdiff_t neighbour = p.src_width >> p.halvings > 1 ? dir : 0;
+    // Kept: the neighbour of a line that was halved to one pixel is what the halving before left behind it. A line that
+    // was one pixel to begin with has none.
+    const ptrdiff_t neighbour = p.src_width > 1 ? dir : 0;
     uint32_t fraction = 0;
     for (uint32_t i = 0; i < p.main_count; i++) {
         Pixel<K> pixel = Pixel<K>::load(at);
@@ -74,6 +75,15 @@ template <Kind K>
         average<K>(line, below, room, size_t{p.src_width} * K.elements * K.bytes, p.rule);
         line = room;
         below = nullptr;
+    }
+    if (p.halvings &&
+        p.src_width == 3) { // As if it had been in the room: what is left behind the one pixel is the second.
+        constexpr size_t second = K.elements * K.bytes;
+        Pixel<K> left = Pixel<K>::load(line + second);
+        if (below) left = mean(left, Pixel<K>::load(below + second), p.rule);
+        halve<K>(line, below, room, 1, p.rule);
+        left.store(room + second, p.rule);
+        return room;
     }
     for (uint32_t pass = 0; pass < p.halvings; pass++, below = nullptr, line = room)
         halve<K>(line, below, room, (p.src_width >> 1) >> pass, p.rule);

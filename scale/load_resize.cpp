@@ -293,7 +293,6 @@ template <typename Load> img_status load_resize(const img_decode_callouts *calle
                                        shared.caller->frame ? forward_frame : nullptr,
                                        shared.caller->set_value ? set_value : nullptr,
                                        &shared};
-    const bool had_storage = has(dest, storage_flags);
     const img_status status = load(&callouts, &record);
     bool streamed;
     {
@@ -312,9 +311,7 @@ template <typename Load> img_status load_resize(const img_decode_callouts *calle
         return resized;
     }
     shared.thread.join();
-    if (!status || (shared.state & stopped) || shared.start_failed) return shared.status;
-    if (shared.status == IMG_ST_OK && !had_storage && has(dest, IMG_F_DIRECT)) Storage::release(dest, IMG_ALLOC_PIXELS);
-    return status;
+    return !status || (shared.state & stopped) || shared.start_failed ? shared.status : status;
 }
 
 } // namespace

@@ -127,7 +127,8 @@ TEST_F(LoadResize, CalloutsGetTheCallersData) {
     free(dst.data);
 }
 
-// Failures and requests to stop at any row, from either side: the status of the one that failed, and nothing is left.
+// Failures and requests to stop at any row, from either side: the status of the one that failed. A picture that was
+// complete before the load failed is the caller's.
 TEST_F(LoadResize, StopsAtAnyRow) {
     std::mt19937 random{5};
     img_decode_callouts stopping{};
@@ -155,7 +156,8 @@ TEST_F(LoadResize, StopsAtAnyRow) {
         }
         const img_status status = load(dst, &stopping);
         EXPECT_EQ(status, kind == 0 ? 4u : kind == 1 ? 50u : 5u) << round;
-        EXPECT_FALSE(dst.flags & IMG_F_DIRECT) << round;
+        EXPECT_FALSE(kind == 2 && (dst.flags & IMG_F_DIRECT)) << round;
+        if (dst.flags & IMG_F_DIRECT) free(dst.data);
         script.palette.clear();
         EXPECT_EQ(watch.live(), 0u) << round;
     }

@@ -77,11 +77,12 @@ uint32_t halvings(uint32_t from, uint32_t to) {
 }
 
 Line scaled(img_format f, Line line, uint32_t width) {
-    for (uint32_t n = halvings(static_cast<uint32_t>(line.size()), width); n; n--) {
-        for (size_t i = 0; i < line.size() / 2; i++) line[i] = mean(f, line[2 * i], line[2 * i + 1]);
-        line.resize(line.size() / 2);
+    const bool one = line.size() == 1;
+    auto src = static_cast<uint32_t>(line.size());
+    for (uint32_t n = halvings(src, width); n; n--) { // what is behind the halved line stays
+        src /= 2;
+        for (size_t i = 0; i < src; i++) line[i] = mean(f, line[2 * i], line[2 * i + 1]);
     }
-    const auto src = static_cast<uint32_t>(line.size());
     const bool grows = src < width;
     if (grows) std::reverse(line.begin(), line.end());
     const uint32_t edge = grows ? width / (2 * src) + 1 : 0;
@@ -90,7 +91,7 @@ Line scaled(img_format f, Line line, uint32_t width) {
     for (uint32_t i = 0; i < width; i++) {
         uint32_t v = line[p];
         if (i < width - edge) {
-            if (fraction >= width / 2 && src > 1) v = mean(f, v, line.at(p + 1));
+            if (fraction >= width / 2 && !one) v = mean(f, v, line.at(p + 1));
             p += src / width;
             fraction += src % width;
             if (fraction >= width) fraction -= width, p++;

@@ -108,12 +108,18 @@ TEST(Transform, Refusals) {
     EXPECT_EQ(watch.live(), 0u);
 }
 
-TEST(Transform, FillsAnEmptyRecordWithThePaletteToo) {
+TEST(Transform, FillsWhatIsMissingAndThePaletteAsFarAsItReaches) {
     Image src{FMT_PAL8, 3, 2, false};
     src.pixels = {0, 1, 2, 9, 9, 9, 3, 2, 1, 9, 9, 9};
     src.give_palette(palette, 4);
     src.record.flags |= IMG_F_PAL_ALPHA | IMG_F_TRANSP;
     img_record dst{};
+    ASSERT_EQ(img_dtransform(&src.record, &dst), IMG_ST_OK);
+    EXPECT_EQ(dst.flags, IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | IMG_F_DIRECT);
+    EXPECT_EQ(dst.ncolors, 0u);
+    free(dst.data);
+    dst = {};
+    dst.ncolors = 4;
     ASSERT_EQ(img_dtransform(&src.record, &dst), IMG_ST_OK);
     EXPECT_EQ(dst.flags, IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | IMG_F_DIRECT | IMG_F_PALETTE | IMG_F_PAL_ALPHA);
     EXPECT_EQ(dst.ncolors, 4u);

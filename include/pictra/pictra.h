@@ -170,8 +170,8 @@ IMG_API void img_dtransform_free(img_dtransform_state *state);
 /*
  * Copies an image into another record, converting to the destination's format. What dst lacks of format, width and height
  * is taken from src; the common width and height are copied, from the top left. Storage that dst lacks is allocated and
- * given to the caller, a palette for a palette format included; after a failure dst has no storage that it did not have
- * before. src is borrowed.
+ * given to the caller, for a palette format with a palette of dst's ncolors entries; after a failure dst has no storage that
+ * it did not have before. src is borrowed.
  *
  * IMG_ST_OK      done
  * IMG_ST_BADFMT  no conversion for the pair of formats
@@ -273,7 +273,8 @@ IMG_API void img_resize_set_abort(uint32_t abort);
  * thread decodes, a second one resizes. dst's width, height, format and storage are as for img_resize_fs; IMG_F_WANT_ALPHA
  * in dst is passed on. callouts may be null. The caller's choose_format sees dst, and the codec is then asked to decode at
  * dst's size if it can; setup, set_palette, set_transparency, frame and abort see the record of the load, set_value sees
- * dst. Non-zero from scanline stops load and resize.
+ * dst. Non-zero from scanline stops load and resize. If the load fails when all rows of the result have been made, dst has
+ * them.
  *
  * IMG_ST_NOMEM  no memory or thread, or stopped by img_resize_set_abort
  * Others are those of img_load_file and img_resize_fs.

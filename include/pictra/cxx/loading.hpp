@@ -86,8 +86,9 @@ public:
         img_decode_callouts callouts = reading();
         callouts.choose_format = choose;
         errno = 0;
-        if (const img_status status = load(callouts, record)) return fail(status, name);
-        image made = image::adopt(record);
+        const img_status status = load(callouts, record);
+        image made = image::adopt(record); // may be there although the load failed in the end
+        if (status) return fail(status, name);
         img_format format = options_.format;
         if (!format) format = has_alpha(made.format()) && is_opaque(made) ? img_format{FMT_RGB888} : made.format();
         return made.format() == format ? result<image>(std::move(made)) : convert(made, format);
