@@ -61,10 +61,11 @@ namespace img {
 int img_decode_access(void *data, uint32_t x, uint32_t y, uint32_t count, void *line) {
     auto &context = *static_cast<DecodeContext *>(data);
     const img_record &record = *context.record;
-    if (y >= record.height || x >= record.width) return 0;
-    count = smaller(count, record.width - x);
+    const uint64_t end = uint64_t{x} + count;
+    if (y >= record.height || (end > record.width && count <= end - record.width)) return 0;
+    if (end > record.width) count = record.width - x;
     if (!has(record, IMG_F_DIRECT)) count = smaller(count, context.line_width);
-    if (!count || !context.convert) return 0;
+    if (!context.convert) return 0;
 
     if (has(record, IMG_F_DIRECT)) {
         uint8_t *out = row_at(record, y);

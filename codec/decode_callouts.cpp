@@ -105,13 +105,11 @@ img_status dflt_setup(void *data, img_record *image, uint32_t setup_flags) {
     img_alloc_result made;
     if (const img_status status = allocate_storage(record, made)) return status;
     context.state |= made;
-    const bool storage_missing = record.width && record.height && !has(record, storage_flags);
     if (image->format == record.format && image->width <= record.width && image->height <= record.height) {
         imgcpy(*image, record, storage_flags);
-        return storage_missing && !has(*image, storage_flags) ? IMG_ST_BADARG : IMG_ST_OK;
+        return IMG_ST_OK;
     }
     if (const img_status status = prepare_conversion(context, *image, setup_flags)) return status;
-    if (storage_missing) return IMG_ST_BADARG;
     image->flags = (image->flags & ~storage_flags) | IMG_F_ACCESS;
     image->access = img_decode_access;
     image->access_arg = &context;

@@ -45,27 +45,42 @@ img_status img_encode_finish(img_codec *codec, io_handle *stream, void **state) 
 
 namespace img {
 
+namespace {
+
+// How many pixels lie from an address on in the image's buffer. Its last row may be without padding.
+uint64_t pixels_from(const img_record &record, const uint8_t *at) {
+    const auto *begin = static_cast<const uint8_t *>(record.data);
+    const uint64_t bytes = uint64_t{record.height - 1} * record.stride + run_bytes(record.format, record.width);
+    if (!record.height || at < begin || at >= begin + bytes) return 0;
+    return (bytes - static_cast<uint64_t>(at - begin)) * 8 / bits_per_pixel(record.format);
+}
+
+} // namespace
+
+// Kept: a run may be longer than a row, or begin behind its end, and is passed on as it is. A buffer ends it.
 int img_encode_access(void *data, uint32_t x, uint32_t y, uint32_t count, void *out) {
     auto &context = *static_cast<EncodeContext *>(data);
     const img_record &record = *context.record;
-    const bool numbered = !context.next_line;
-    if (!context.transform || x >= record.width || (numbered && y >= record.height)) return 0;
-    count = smaller(count, record.width - x);
-    if (!count) return 0;
+    if (!context.transform || !has(record, storage_flags)) return 0;
     if (has(record, IMG_F_ACCESS)) {
+        count = smaller(count, record.width); // which the line holds
         record.access(record.access_arg, x, y, count, context.line);
-        img_dtransform_apply(context.transform, context.line, out, count);
+        if (count) img_dtransform_apply(context.transform, context.line, out, count);
         return 0;
     }
     // Kept: the row's offset is counted in 32 bits.
     const uint8_t *line = static_cast<const uint8_t *>(record.data) + uint32_t{y * record.stride};
-    if (!numbered) {
+    if (context.next_line) {
         if (!context.lines_left) return 0;
         line = context.next_line;
         if (--context.lines_left) context.next_line += context.line_step;
+    } else if (y >= record.height) {
+        return 0;
     }
     if (x) line += run_bytes(record.format, x);
-    img_dtransform_apply(context.transform, line, out, count);
+    const uint64_t there = pixels_from(record, line);
+    if (there < count) count = static_cast<uint32_t>(there);
+    if (count) img_dtransform_apply(context.transform, line, out, count);
     return 0;
 }
 

@@ -41,7 +41,7 @@ img_status prepare_conversion(EncodeContext &context, img_record &image, uint32_
         const uint64_t line_bytes = run_bytes(record.format, record.width);
         context.line = line_bytes ? static_cast<uint8_t *>(malloc(line_bytes)) : nullptr;
         if (line_bytes && !context.line) return IMG_ST_NOMEM;
-    } else if (record.height) {
+    } else if (has(record, IMG_F_DIRECT) && record.height) {
         context.lines_left = record.height;
         if (setup_flags & IMG_SETUP_TOPDOWN) {
             context.next_line = static_cast<const uint8_t *>(record.data);
@@ -65,10 +65,10 @@ img_status dflt_setup(void *data, img_record *image, uint32_t setup_flags) {
     if (caller.setup)
         if (const img_status status = caller.setup(caller.data, &record, setup_flags)) return status;
     context.state |= encode_set_up;
-    if (record.width && record.height && !has(record, storage_flags)) return IMG_ST_BADARG;
     if (context.state & needs_conversion) return prepare_conversion(context, *image, setup_flags);
-    image->flags &= ~storage_flags;
-    imgcpy(*image, record, storage_flags);
+    memcpy(&image->data, &record.data, sizeof record.data);
+    memcpy(&image->access_arg, &record.access_arg, sizeof record.access_arg);
+    image->flags = (image->flags & ~storage_flags) | (record.flags & storage_flags);
     return IMG_ST_OK;
 }
 
@@ -86,14 +86,15 @@ img_status dflt_get_transparency(void *data, img_record *image, void *dst) {
     if (caller.get_transparency) return caller.get_transparency(caller.data, context.record, dst);
     if (!has(*image, IMG_F_TRANSP)) return IMG_ST_BADARG;
     const img_record &record = *context.record;
-    uint32_t key = record.transparency;
-    if (bits_per_pixel(record.format) > 16)
-        if (const img_status status = img_convert_data(FMT_ARGB8888HE, &record.transparency, record.format, &key, 1))
-            return status;
+    const void *key = &record.transparency;
+    if (bits_per_pixel(record.format) > 16) { // by way of the destination
+        if (const img_status status = img_convert_data(FMT_ARGB8888HE, key, record.format, dst, 1)) return status;
+        key = dst;
+    }
     if (context.transform)
-        img_dtransform_apply(context.transform, &key, dst, 1);
-    else
-        memcpy(dst, &key, run_bytes(record.format, 1));
+        img_dtransform_apply(context.transform, key, dst, 1);
+    else if (key != dst)
+        memcpy(dst, key, run_bytes(record.format, 1));
     return IMG_ST_OK;
 }
 

@@ -55,7 +55,7 @@ int IO_MEM(io_stream *stream, va_list *args) {
         stream->buffer_size = length;
         stream->count = length;
     } else {
-        Owned<io_mem_cursor> cursor = allocate_zeroed<io_mem_cursor>();
+        Owned<io_mem_cursor> cursor = allocate<io_mem_cursor>(1);
         if (!cursor) return -1;
         cursor->block = va_arg(*args, io_mem_block *);
         cursor->owner = stream;

@@ -42,7 +42,7 @@ int skip_by_reading(io_stream &stream, uint32_t count) {
         got = transfer(stream, stream.buffer, smaller(stream.buffer_size, stream.limit));
         if (!got) return -1;
         count -= got;
-        stream.count = smaller(got, stream.buffer_size - stream.position);
+        stream.count = stream.position < stream.buffer_size ? smaller(got, stream.buffer_size - stream.position) : 0;
         // Kept: what was read is compared with what is then left, not with what was wanted; a remainder below 0 wraps.
     } while (got < count);
     if (count) {

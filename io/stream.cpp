@@ -49,24 +49,19 @@ int set_buffer_size(io_stream &stream, uint32_t &size) {
     if (wanted == stream.buffer_size) return 0;
     size = stream.buffer_size;
     if (stream.buffer) {
-        // Kept: a reading stream is flushed too, which reads over the bytes that were consumed. What then no longer fits
-        // is dropped.
-        const bool flushes = wanted < stream.position;
-        if (flushes && io_ostream_flush(&stream) != 0) return -1;
-        const bool reading = stream.mode & IO_READ;
-        if (reading && !flushes && wanted < uint64_t{stream.position} + stream.count) {
-            errno = EBUSY; // bytes that nobody has read yet would be lost
-            return -1;
-        }
-        if (wanted) {
-            auto *buffer = static_cast<uint8_t *>(realloc(stream.buffer, wanted));
-            if (!buffer) return -1;
-            stream.buffer = buffer;
-        } else {
+        // Kept: a reading stream is flushed too, which reads over the bytes that were consumed.
+        if (wanted < stream.position && io_ostream_flush(&stream) != 0) return -1;
+        // Memory never shrinks below what position and count reach: bytes not read yet stay, and room that was promised.
+        const uint64_t reach = uint64_t{stream.position} + stream.count;
+        if (!wanted && (!(stream.mode & IO_READ) || !stream.count)) {
             free(stream.buffer);
             stream.buffer = nullptr;
+            stream.count = 0;
+        } else {
+            auto *buffer = static_cast<uint8_t *>(realloc(stream.buffer, larger(wanted, reach)));
+            if (!buffer) return -1;
+            stream.buffer = buffer;
         }
-        stream.count = smaller(stream.count, wanted - stream.position);
     }
     stream.buffer_size = wanted;
     return 0;
@@ -88,13 +83,19 @@ int lend_buffer(io_stream &stream, io_ctl_buf &lent) {
         stream.count = 0;
         return 0;
     }
-    lent.length = 0;
     const uint32_t length = smaller(stream.limit, stream.buffer_size);
-    if (!length) return 0;
+    if (!length) {
+        lent.length = 0;
+        return 0;
+    }
     errno = 0;
     // Kept: the buffer is not made here. A backend without one sees null and refuses it.
     const uint32_t moved = transfer(stream, stream.buffer, length);
-    if (!moved) return errno ? -1 : 0;
+    if (!moved) {
+        if (errno) return -1;
+        lent.length = 0;
+        return 0;
+    }
     lent = {stream.buffer, moved};
     stream.position = moved;
     stream.count = 0;

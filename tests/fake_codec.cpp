@@ -84,7 +84,8 @@ img_status encode_frame(io_handle *stream, const img_encode_callouts *callouts, 
     script.note(text("palette=%zu key=%zu", palette_status, key_status));
     const img_format format = script.formats[script.chosen];
     script.written.assign(size_t{image->height} * tight_row(format, image->width), 0xee);
-    for (uint32_t i = 0; i < image->height; i++)
+    const bool has_pixels = image->flags & (IMG_F_DIRECT | IMG_F_ACCESS);
+    for (uint32_t i = 0; has_pixels && i < image->height; i++)
         move_row(*image, i, format, image->width, image->height, script.written.data(), false);
     if (callouts->scanline) callouts->scanline(callouts->data, image, 5, 6, 7, 8);
     if (stream) stream->write(stream->self, script.written.data(), static_cast<uint32_t>(script.written.size()));

@@ -71,7 +71,8 @@ typedef struct img_encode_callouts {
     img_forward_func scanline;
     /* Fills dst with the image's ncolors palette entries in the given format. */
     img_status (*get_palette)(void *data, img_record *image, void *dst, img_format format);
-    /* Stores the colour key at dst, a pixel in the format that the codec writes. */
+    /* Stores the colour key at dst, a pixel in the format that the codec writes. There must be room for four bytes: the key
+     * may lie there in the caller's format before. */
     img_status (*get_transparency)(void *data, img_record *image, void *dst);
     /* The frame is written. */
     void (*frame)(void *data, img_record *image);

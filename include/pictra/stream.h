@@ -137,9 +137,8 @@ IMG_API uint32_t io_ostream_read(io_stream *self, void *dst, uint32_t length);
 IMG_API int io_ostream_flush(io_stream *self);
 
 /*
- * Runs a control code (IO_CTL_*). 0 or -1. EPERM for a second limit, EINVAL for an unknown code, EBUSY for a buffer too
- * small for the bytes that it holds unread. Do not shrink the buffer of a reading stream below what was consumed: it is
- * then filled anew, and what does not fit is lost.
+ * Runs a control code (IO_CTL_*). 0 or -1. EPERM for a second limit, EINVAL for an unknown code. Do not shrink the buffer of
+ * a reading stream below what was consumed: it is then filled anew.
  */
 IMG_API int io_stream_ctl(io_stream *self, uint32_t code, void *arg);
 
