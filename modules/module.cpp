@@ -72,10 +72,19 @@ img_status peek(io_handle &stream, Signature &signature) {
 }
 
 img_status give_back(io_handle &stream, const uint8_t *bytes, size_t length) {
-    // One unread does it, unless reads were short and only the last bytes are still in the buffer: then a stream that
-    // keeps bytes given back apart would deliver those a second time, so they go back first and by themselves.
+    if (!length) return ok;
     const io_stream *record = record_of(stream);
-    const uint32_t count = request(length);
+    uint32_t count = request(length);
+    Bytes all;
+    // A stream that keeps bytes given back apart adds more behind those that still wait, so these come out and follow.
+    if (const uint32_t waiting = record ? record->pushback_count : 0) {
+        if (!(all = make_bytes(size_t{count} + waiting))) return no_memory;
+        memcpy(all.get(), bytes, count);
+        count += static_cast<uint32_t>(read_up_to(stream, all.get() + count, waiting));
+        bytes = all.get();
+    }
+    // One unread does it, unless reads were short and only the last bytes are still in the buffer: then such a stream
+    // would deliver those a second time, so they go back first and by themselves.
     const uint32_t buffered = record ? std::min(record->position, count) : 0;
     const uint32_t before = count - buffered;
     if (buffered && stream.unread(stream.self, bytes + before, buffered) != 0) return no_memory;
