@@ -58,13 +58,10 @@ img_status Reader::read_header() {
     uint8_t bytes[bmp_file_header_size + dib_header_most] = {};
     uint8_t *const header = bytes + bmp_file_header_size;
     constexpr size_t first = bmp_file_header_size + 12; // what all headers have
-    if (!input.read(bytes, first)) return wrong_format;
+    if (!input.read(bytes, first)) return damaged;
     const uint32_t size = little32(header);
-    // What says whether this is a header at all must be there; less is another format.
-    if (size > 12 && size <= dib_header_most && !input.read(bytes + first, std::min<size_t>(size, 20) - 12))
-        return wrong_format;
-    if (!plausible(bytes)) return wrong_format;
-    if (size > 20 && !input.read(header + 20, size - 20)) return damaged;
+    if (size < 12 || size > dib_header_most || !input.read(bytes + first, size - 12) || !plausible(bytes))
+        return damaged;
     if (const uint32_t more = dib_mask_bytes(header))
         if (!input.read(header + size, more)) return damaged;
     pixels_at = little32(bytes + 10);
@@ -225,18 +222,10 @@ img_status Reader::read() {
     return read_profile(false);
 }
 
-img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **) {
-    const auto reader = make<Reader>();
-    if (!reader) return no_memory;
-    reader->input.begin(*stream);
-    reader->picture.begin(*callouts, *record);
-    return reader->read();
-}
-
 } // namespace
 
 img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) {
-    if (size < sizeof *table) return unsupported;
-    *table = {decode_validate, want_large_buffer, decode_frame, nullptr, want_large_buffer, encode_bmp, nullptr};
-    return ok;
+    return fill_table(table, size,
+                      {decode_validate, want_large_buffer, decode_file<Reader, decode_validate>, nullptr,
+                       want_large_buffer, encode_bmp, nullptr});
 }

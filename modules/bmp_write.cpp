@@ -144,10 +144,6 @@ img_status Writer::write() {
 
 } // namespace
 
-img_status encode_bmp(io_handle *stream, const img_encode_callouts *callouts, img_record *image, void **) {
-    const auto writer = make<Writer>();
-    if (!writer) return no_memory;
-    writer->stream = stream;
-    if (const img_status status = writer->picture.begin(*callouts, *image)) return status;
-    return writer->write();
+img_status encode_bmp(io_handle *stream, const img_encode_callouts *callouts, img_record *image, void **state) {
+    return encode_file<Writer>(stream, callouts, image, state);
 }

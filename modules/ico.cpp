@@ -249,7 +249,6 @@ img_status decode_finish(io_handle *, void **state) {
 } // namespace
 
 img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) {
-    if (size < sizeof *table) return unsupported;
-    *table = {decode_validate, want_large_buffer, decode_frame, decode_finish, nullptr, nullptr, nullptr};
-    return ok;
+    return fill_table(table, size,
+                      {decode_validate, want_large_buffer, decode_frame, decode_finish, nullptr, nullptr, nullptr});
 }

@@ -329,6 +329,7 @@ img_status decode_validate(io_handle *stream) {
 }
 
 img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **) {
+    if (const img_status status = decode_validate(stream)) return status;
     const auto reader = make<Reader>();
     if (!reader) return no_memory;
     Reader &r = *reader;
@@ -344,8 +345,6 @@ img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, 
     img_option strict = switch_option("strict", "refuse files with damage that a picture can be made of");
     if (const img_status status = r.picture.ask(strict)) return status;
     r.strict = strict.value;
-    fill(&r.codec);
-    if (r.ended || r.block[0] != 0xff) return wrong_format; // nothing more follows in the stream
     const img_status status = guarded(r, decode);
     // What follows the picture is not ours.
     if (!r.ended) give_back(*stream, r.source.next_input_byte, r.source.bytes_in_buffer);
@@ -355,7 +354,7 @@ img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, 
 } // namespace
 
 img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) {
-    if (size < sizeof *table) return unsupported;
-    *table = {decode_validate, want_large_buffer, decode_frame, nullptr, want_large_buffer, jpeg_encode_frame, nullptr};
-    return ok;
+    return fill_table(
+        table, size,
+        {decode_validate, want_large_buffer, decode_frame, nullptr, want_large_buffer, jpeg_encode_frame, nullptr});
 }

@@ -194,4 +194,34 @@ private:
     img_record *image_ = nullptr;
 };
 
+// ---- The table of functions ----
+
+inline img_status fill_table(img_codec_funcs *table, size_t size, const img_codec_funcs &functions) {
+    if (size < sizeof functions) return unsupported;
+    *table = functions;
+    return ok;
+}
+
+// A frame function of formats in which each picture is a file of its own. Validates, because what follows a picture and is
+// no further one stays in the stream. Reader: has input to begin with a stream, picture, and read.
+template <typename Reader, img_status (*validate)(io_handle *)>
+img_status decode_file(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **) {
+    if (const img_status status = validate(stream)) return status;
+    const auto reader = make<Reader>();
+    if (!reader) return no_memory;
+    reader->input.begin(*stream);
+    reader->picture.begin(*callouts, *record);
+    return reader->read();
+}
+
+// Its counterpart. Writer: has stream, picture, and write.
+template <typename Writer>
+img_status encode_file(io_handle *stream, const img_encode_callouts *callouts, img_record *image, void **) {
+    const auto writer = make<Writer>();
+    if (!writer) return no_memory;
+    writer->stream = stream;
+    if (const img_status status = writer->picture.begin(*callouts, *image)) return status;
+    return writer->write();
+}
+
 } // namespace module

@@ -211,7 +211,6 @@ void set_portion(const Reader &r) {
 img_status decode(Reader &r) {
     r.failure = damaged;
     png_set_read_fn(r.png, &r, read_bytes);
-    png_set_sig_bytes(r.png, 8);
     png_set_user_limits(r.png, PNG_UINT_31_MAX, PNG_UINT_31_MAX); // tested with a status of its own
     png_set_chunk_malloc_max(r.png, max_chunk_bytes);
     keep_values(r);
@@ -241,10 +240,7 @@ img_status decode(Reader &r) {
 }
 
 img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **) {
-    uint8_t signature[8];
-    if (read_up_to(*stream, signature, sizeof signature) != sizeof signature ||
-        png_sig_cmp(signature, 0, sizeof signature) != 0)
-        return wrong_format;
+    if (const img_status status = decode_validate(stream)) return status;
     const auto reader = make<Reader>();
     if (!reader) return no_memory;
     reader->stream = stream;
@@ -266,7 +262,7 @@ img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, 
 } // namespace
 
 img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) {
-    if (size < sizeof *table) return unsupported;
-    *table = {decode_validate, want_large_buffer, decode_frame, nullptr, want_large_buffer, png_encode_frame, nullptr};
-    return ok;
+    return fill_table(
+        table, size,
+        {decode_validate, want_large_buffer, decode_frame, nullptr, want_large_buffer, png_encode_frame, nullptr});
 }

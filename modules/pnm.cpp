@@ -94,6 +94,9 @@ public:
         return c >= 0;
     }
 
+    // Bytes behind the characters that were asked for, unless something was read ahead.
+    bool read(uint8_t *dst, size_t length) { return read_up_to(*stream_, dst, length) == length; }
+
 private:
     io_handle *stream_ = nullptr;
     size_t most_ = 1, at_ = 0, length_ = 0;
@@ -102,20 +105,20 @@ private:
 };
 
 struct Reader {
-    io_handle *stream = nullptr;
-    Characters characters;
+    Characters input;
     Header header{};
     Decoding picture;
     Bytes samples;      // a row, one byte a sample, where it is not the record's row itself
     Bytes wide_samples; // a row of two bytes a sample
     uint8_t scaled[0x10000];
 
-    img_status read_header();
-    img_status read_image();
+    img_status read();
 
 private:
+    img_status read_header();
     img_status read_pam_header();
     img_status set_tuple(const char *type, uint32_t depth);
+    img_status read_rows();
     img_status read_row(uint8_t *row);
     img_status read_samples(uint8_t *dst, size_t count);
     img_status read_text_samples(uint8_t *dst, size_t count);
@@ -135,26 +138,26 @@ img_status decode_validate(io_handle *stream) {
 }
 
 img_status Reader::read_header() {
-    if (characters.next() != 'P') return wrong_format;
-    const int type = characters.next();
+    if (input.next() != 'P') return damaged;
+    const int type = input.next();
     if (type == '7') return read_pam_header();
-    if (type < '1' || type > '6') return wrong_format;
+    if (type < '1' || type > '6') return damaged;
     constexpr Kind kinds[] = {Kind::bits, Kind::grey, Kind::rgb};
     header.kind = kinds[(type - '1') % 3];
     header.text = type <= '3';
     header.packed = type == '4';
-    if (header.text) characters.read_ahead();
-    if (const img_status status = characters.number(header.width)) return status;
-    if (const img_status status = characters.number(header.height)) return status;
+    if (header.text) input.read_ahead();
+    if (const img_status status = input.number(header.width)) return status;
+    if (const img_status status = input.number(header.height)) return status;
     header.highest = 1;
-    return header.kind == Kind::bits ? ok : characters.number(header.highest);
+    return header.kind == Kind::bits ? ok : input.number(header.highest);
 }
 
 img_status Reader::read_pam_header() {
     char line[256], type[256] = "";
     uint32_t depth = 0;
     for (;;) {
-        if (!characters.line(line, sizeof line)) return damaged;
+        if (!input.line(line, sizeof line)) return damaged;
         if (strcmp(line, "ENDHDR") == 0) break;
         char *value = line;
         while (*value && !is_space(*value)) value++;
@@ -206,8 +209,8 @@ img_status Reader::read_text_samples(uint8_t *dst, size_t count) {
     for (size_t i = 0; i < count; i++) {
         uint32_t value;
         if (header.kind == Kind::bits) { // digits, which need no blanks between them
-            value = static_cast<uint32_t>(characters.next_visible() - '0');
-        } else if (const img_status status = characters.number(value)) {
+            value = static_cast<uint32_t>(input.next_visible() - '0');
+        } else if (const img_status status = input.number(value)) {
             return damaged;
         }
         if (value > header.highest) return damaged;
@@ -221,7 +224,7 @@ img_status Reader::read_samples(uint8_t *dst, size_t count) {
     if (header.text) return read_text_samples(dst, count);
     if (header.highest > 0xff) {
         const uint8_t *wide = wide_samples.get();
-        if (read_up_to(*stream, wide_samples.get(), count * 2) != count * 2) return damaged;
+        if (!input.read(wide_samples.get(), count * 2)) return damaged;
         for (size_t i = 0; i < count; i++) {
             const uint32_t value = uint32_t{wide[2 * i]} << 8 | wide[2 * i + 1];
             if (value > header.highest) return damaged;
@@ -229,7 +232,7 @@ img_status Reader::read_samples(uint8_t *dst, size_t count) {
         }
         return ok;
     }
-    if (read_up_to(*stream, dst, count) != count) return damaged;
+    if (!input.read(dst, count)) return damaged;
     if (header.highest == 0xff) return ok;
     for (size_t i = 0; i < count; i++) {
         if (dst[i] > header.highest) return damaged;
@@ -241,8 +244,7 @@ img_status Reader::read_samples(uint8_t *dst, size_t count) {
 img_status Reader::read_row(uint8_t *row) {
     const uint32_t width = header.width;
     if (header.packed) {
-        const size_t bytes = row_bytes(FMT_PAL1, width);
-        return read_up_to(*stream, row, bytes) == bytes ? ok : damaged;
+        return input.read(row, row_bytes(FMT_PAL1, width)) ? ok : damaged;
     }
     uint8_t *in = samples ? samples.get() : row;
     if (const img_status status = read_samples(in, size_t{width} * channels(header.kind))) return status;
@@ -261,7 +263,18 @@ img_status Reader::read_row(uint8_t *row) {
     return ok;
 }
 
-img_status Reader::read_image() {
+img_status Reader::read_rows() {
+    for (uint32_t y = 0; y < header.height; y++) {
+        if (const img_status status = read_row(picture.row(y))) return status;
+        if (input.ended() && y + 1 < header.height) return damaged; // the row's last number may have been cut
+        picture.hand_over(y);
+        if (const img_status status = picture.progress(y + 1)) return status;
+    }
+    return ok;
+}
+
+img_status Reader::read() {
+    if (const img_status status = read_header()) return status;
     if (!header.highest || header.highest > 0xffff) return damaged;
     const img_format format = format_of(header.kind);
     const uint32_t depth = header.kind == Kind::bits ? 1u : static_cast<uint32_t>(std::bit_width(header.highest));
@@ -280,23 +293,7 @@ img_status Reader::read_image() {
         if (!(wide_samples = make_bytes(count * 2))) return no_memory;
     for (uint32_t value = 0; value <= header.highest; value++)
         scaled[value] = static_cast<uint8_t>((value * 255 + header.highest / 2) / header.highest);
-    for (uint32_t y = 0; y < header.height; y++) {
-        if (const img_status status = read_row(picture.row(y))) return status;
-        if (characters.ended() && y + 1 < header.height) return damaged; // the row's last number may have been cut
-        picture.hand_over(y);
-        if (const img_status status = picture.progress(y + 1)) return status;
-    }
-    return ok;
-}
-
-img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **) {
-    const auto reader = make<Reader>();
-    if (!reader) return no_memory;
-    reader->stream = stream;
-    reader->characters.begin(*stream);
-    reader->picture.begin(*callouts, *record);
-    if (const img_status status = reader->read_header()) return status;
-    return reader->read_image();
+    return read_rows();
 }
 
 // ---- Encoding ----
@@ -416,18 +413,10 @@ img_status Writer::write() {
     return ok;
 }
 
-img_status encode_frame(io_handle *stream, const img_encode_callouts *callouts, img_record *image, void **) {
-    const auto writer = make<Writer>();
-    if (!writer) return no_memory;
-    writer->stream = stream;
-    if (const img_status status = writer->picture.begin(*callouts, *image)) return status;
-    return writer->write();
-}
-
 } // namespace
 
 img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) {
-    if (size < sizeof *table) return unsupported;
-    *table = {decode_validate, want_large_buffer, decode_frame, nullptr, want_large_buffer, encode_frame, nullptr};
-    return ok;
+    return fill_table(table, size,
+                      {decode_validate, want_large_buffer, decode_file<Reader, decode_validate>, nullptr,
+                       want_large_buffer, encode_file<Writer>, nullptr});
 }

@@ -136,7 +136,7 @@ Reader::ReadRow Reader::row_reader(const Layout &layout) {
 
 img_status Reader::read() {
     uint8_t header[header_size];
-    if (!input.read(header, sizeof header) || !plausible(header)) return wrong_format;
+    if (!input.read(header, sizeof header) || !plausible(header)) return damaged;
     const uint32_t width = big32(header + 4), height = big32(header + 8);
     if (const img_status status = picture.report(IMG_VALUE_DEPTH, 8)) return status;
     if (header[13])
@@ -154,14 +154,6 @@ img_status Reader::read() {
     }
     if (!input.need(sizeof end_marker, 0)) return damaged;
     return memcmp(input.data(), end_marker, sizeof end_marker) == 0 ? ok : damaged;
-}
-
-img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **) {
-    const auto reader = make<Reader>();
-    if (!reader) return no_memory;
-    reader->input.begin(*stream);
-    reader->picture.begin(*callouts, *record);
-    return reader->read();
 }
 
 // ---- Encoding ----
@@ -264,18 +256,10 @@ img_status Writer::write() {
     return write_all(*stream, end_marker, sizeof end_marker) ? ok : write_failed;
 }
 
-img_status encode_frame(io_handle *stream, const img_encode_callouts *callouts, img_record *image, void **) {
-    const auto writer = make<Writer>();
-    if (!writer) return no_memory;
-    writer->stream = stream;
-    if (const img_status status = writer->picture.begin(*callouts, *image)) return status;
-    return writer->write();
-}
-
 } // namespace
 
 img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) {
-    if (size < sizeof *table) return unsupported;
-    *table = {decode_validate, want_large_buffer, decode_frame, nullptr, want_large_buffer, encode_frame, nullptr};
-    return ok;
+    return fill_table(table, size,
+                      {decode_validate, want_large_buffer, decode_file<Reader, decode_validate>, nullptr,
+                       want_large_buffer, encode_file<Writer>, nullptr});
 }

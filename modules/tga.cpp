@@ -214,7 +214,7 @@ img_status Reader::read_rows() {
 
 img_status Reader::read() {
     uint8_t bytes[header_size];
-    if (!input.read(bytes, sizeof bytes) || !plausible(bytes)) return wrong_format;
+    if (!input.read(bytes, sizeof bytes) || !plausible(bytes)) return damaged;
     header = parse(bytes);
     if (header.type == indexed && header.depth == 16) return unsupported;
     if (!input.discard(header.id_length)) return damaged;
@@ -228,14 +228,6 @@ img_status Reader::read() {
     if (header.type == indexed)
         if (const img_status status = hand_over_palette()) return status;
     return read_rows();
-}
-
-img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **) {
-    const auto reader = make<Reader>();
-    if (!reader) return no_memory;
-    reader->input.begin(*stream);
-    reader->picture.begin(*callouts, *record);
-    return reader->read();
 }
 
 // ---- Encoding ----
@@ -363,18 +355,10 @@ img_status Writer::write() {
     return write_all(*stream, footer, sizeof footer) ? ok : write_failed;
 }
 
-img_status encode_frame(io_handle *stream, const img_encode_callouts *callouts, img_record *image, void **) {
-    const auto writer = make<Writer>();
-    if (!writer) return no_memory;
-    writer->stream = stream;
-    if (const img_status status = writer->picture.begin(*callouts, *image)) return status;
-    return writer->write();
-}
-
 } // namespace
 
 img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) {
-    if (size < sizeof *table) return unsupported;
-    *table = {decode_validate, want_large_buffer, decode_frame, nullptr, want_large_buffer, encode_frame, nullptr};
-    return ok;
+    return fill_table(table, size,
+                      {decode_validate, want_large_buffer, decode_file<Reader, decode_validate>, nullptr,
+                       want_large_buffer, encode_file<Writer>, nullptr});
 }

@@ -312,13 +312,7 @@ img_status decode_frame(io_handle *, const img_decode_callouts *callouts, img_re
 } // namespace
 
 img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) {
-    if (size < sizeof *table) return unsupported;
-    *table = {decode_validate,
-              decode_begin,
-              decode_frame,
-              decode_finish,
-              tiff_module::encode_begin,
-              tiff_module::encode_frame,
-              tiff_module::encode_finish};
-    return ok;
+    return fill_table(table, size,
+                      {decode_validate, decode_begin, decode_frame, decode_finish, tiff_module::encode_begin,
+                       tiff_module::encode_frame, tiff_module::encode_finish});
 }

@@ -4,6 +4,7 @@
 // animation is held as it is in the file, and each frame gives the whole canvas. Writing is in webp_write.cpp.
 #include "modules/webp.h"
 
+#include "modules/bytes.h"
 #include "modules/exif.h"
 #include "modules/layout.h"
 
@@ -21,19 +22,13 @@ constexpr size_t portion = 64 * 1024;
 constexpr uint32_t max_frames = 10'000;
 constexpr size_t riff_size = 12;
 
-uint32_t little32(const uint8_t *bytes) {
-    return bytes[0] | uint32_t{bytes[1]} << 8 | uint32_t{bytes[2]} << 16 | uint32_t{bytes[3]} << 24;
-}
-
 // A file as far as it has been read, and no further than it says that it goes.
 class File {
 public:
     img_status begin(io_handle &stream) {
         stream_ = &stream;
         uint8_t riff[riff_size];
-        if (read_up_to(stream, riff, sizeof riff) != sizeof riff || memcmp(riff, "RIFF", 4) != 0 ||
-            memcmp(riff + 8, "WEBP", 4) != 0)
-            return wrong_format;
+        if (read_up_to(stream, riff, sizeof riff) != sizeof riff) return damaged;
         whole_ = uint64_t{little32(riff + 4)} + 8;
         if (whole_ > max_file) return over_limit;
         if (whole_ < sizeof riff) return damaged;
@@ -273,7 +268,6 @@ img_status report_animation(const Reader &r, int until, bool first) {
 }
 
 img_status decode_canvas(Reader &r, bool first) {
-    if (!WebPAnimDecoderHasMoreFrames(r.animation)) return wrong_format;
     uint8_t *canvas;
     int until;
     if (!WebPAnimDecoderGetNext(r.animation, &canvas, &until)) return damaged;
@@ -319,11 +313,12 @@ img_status read_header(Reader &r, WebPBitstreamFeatures &features) {
 
 img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **state) {
     auto *reader = static_cast<Reader *>(*state);
-    if (reader && reader->animation) {
+    if (reader && reader->animation && WebPAnimDecoderHasMoreFrames(reader->animation)) {
         reader->picture.begin(*callouts, *record);
         return decode_canvas(*reader, false);
     }
-    forget(*state); // a still picture before
+    forget(*state); // the file before
+    if (const img_status status = decode_validate(stream)) return status;
     reader = make<Reader>().release();
     if (!reader) return no_memory;
     *state = reader;
@@ -345,8 +340,7 @@ img_status decode_finish(io_handle *, void **state) {
 } // namespace
 
 img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) {
-    if (size < sizeof *table) return unsupported;
-    *table = {decode_validate,   want_large_buffer, decode_frame, decode_finish,
-              want_large_buffer, webp_encode_frame, nullptr};
-    return ok;
+    return fill_table(table, size,
+                      {decode_validate, want_large_buffer, decode_frame, decode_finish, want_large_buffer,
+                       webp_encode_frame, nullptr});
 }

@@ -138,12 +138,8 @@ img_status Writer::write() {
 
 } // namespace
 
-img_status webp_encode_frame(io_handle *stream, const img_encode_callouts *callouts, img_record *image, void **) {
-    const auto writer = make<Writer>();
-    if (!writer) return no_memory;
-    writer->stream = stream;
-    if (const img_status status = writer->picture.begin(*callouts, *image)) return status;
-    return writer->write();
+img_status webp_encode_frame(io_handle *stream, const img_encode_callouts *callouts, img_record *image, void **state) {
+    return encode_file<Writer>(stream, callouts, image, state);
 }
 
 } // namespace module
