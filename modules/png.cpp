@@ -109,21 +109,18 @@ img_status hand_over_palette(Reader &r, const Source &source) {
     return ok;
 }
 
-// The colour key as a pixel of the chosen format, the way it lies in memory.
+// The colour key: a grey as a number, a colour as a pixel of the chosen format lies in memory.
 void hand_over_key(const Reader &r, const Source &source) {
     const png_color_16 &key = *source.key;
-    uint8_t pixel[4] = {0xff, 0xff, 0xff, 0xff};
     const uint32_t highest = (1u << source.depth) - 1; // 1, 3, 15 or 255, all of which divide 255
     const uint32_t grey = (key.gray & highest) * (255 / highest);
     const Layout *layout = layout_of(r.picture.record().format);
-    if (!layout) {
-        pixel[0] = static_cast<uint8_t>(grey);
-    } else {
-        const ColorBytes at = color_bytes(*layout);
-        pixel[at.red] = static_cast<uint8_t>(source.grey ? grey : key.red);
-        pixel[at.green] = static_cast<uint8_t>(source.grey ? grey : key.green);
-        pixel[at.blue] = static_cast<uint8_t>(source.grey ? grey : key.blue);
-    }
+    if (!layout) return r.picture.set_transparency(grey);
+    uint8_t pixel[4] = {0xff, 0xff, 0xff, 0xff};
+    const ColorBytes at = color_bytes(*layout);
+    pixel[at.red] = static_cast<uint8_t>(source.grey ? grey : key.red);
+    pixel[at.green] = static_cast<uint8_t>(source.grey ? grey : key.green);
+    pixel[at.blue] = static_cast<uint8_t>(source.grey ? grey : key.blue);
     uint32_t value;
     memcpy(&value, pixel, sizeof value);
     r.picture.set_transparency(value);

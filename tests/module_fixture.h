@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <bit>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -27,6 +28,12 @@ constexpr img_format all_formats[] = {FMT_PAL1,       FMT_PAL4,       FMT_PAL8, 
                                       FMT_BGR888,     FMT_XRGB1555HE, FMT_XRGB1555OE, FMT_ARGB1555HE, FMT_ARGB1555OE,
                                       FMT_RGB565HE,   FMT_RGB565OE,   FMT_XRGB8888HE, FMT_XRGB8888OE, FMT_XBGR8888HE,
                                       FMT_XBGR8888OE, FMT_ARGB8888HE, FMT_ARGB8888OE, FMT_ABGR8888HE, FMT_ABGR8888OE};
+
+// The format of words that lie in memory as this one's do on a little-endian machine.
+constexpr img_format little_endian(img_format format) {
+    const bool swapped = std::endian::native == std::endian::big;
+    return swapped ? format ^ (IMG_FMT_HE | IMG_FMT_OE) : format;
+}
 
 inline std::string big_endian(uint32_t value) {
     std::string bytes;
@@ -84,7 +91,7 @@ struct Image {
         record.height = height;
         record.format = format;
         record.flags = IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | IMG_F_DIRECT | flags;
-        record.transparency = 0xff000000;
+        record.transparency = bits > 16 ? 0xff000000 : 0;
         if (!(format & IMG_FMT_PAL)) {
             std::vector<uint32_t> line(width);
             for (uint32_t y = 0; smooth && y < height; y++) {

@@ -37,15 +37,15 @@ TEST_F(ModuleTga, EveryTypeGivesItsPixels) {
         // A map from index 2 on; rows from the bottom.
         {{1, 2, 2, 16, 2, 2, 8, 0, "\0\x7c\xe0\3\2\3\1\2"sv}, FMT_PAL8, {black, red, red, green}},
         {{9, 0, 2, 32, 2, 1, 8, 0x28, "\0\0\xff\x80\xff\0\0\xff\1\0\1"sv}, FMT_PAL8, {0x80ff0000, blue}},
-        {{2, 0, 0, 0, 3, 1, 15, 0x30, "\0\x7c\xe0\3\x1f\0"sv}, FMT_XRGB1555HE, {blue, green, red}},
-        {{10, 0, 0, 0, 2, 1, 16, 0x21, "\1\0\xfc\0\x7c"sv}, FMT_ARGB1555HE, {red, 0x00ff0000}},
+        {{2, 0, 0, 0, 3, 1, 15, 0x30, "\0\x7c\xe0\3\x1f\0"sv}, little_endian(FMT_XRGB1555HE), {blue, green, red}},
+        {{10, 0, 0, 0, 2, 1, 16, 0x21, "\1\0\xfc\0\x7c"sv}, little_endian(FMT_ARGB1555HE), {red, 0x00ff0000}},
         {{2, 0, 1, 24, 1, 2, 24, 0x20, "map\0\0\xff\xff\0\0"sv}, FMT_BGR888, {red, blue}},
         // Both kinds of packets across rows.
         {{10, 0, 0, 0, 2, 3, 24, 0x20, "\x82\0\0\xff\2\0\xff\0\xff\0\0\0\0\0"sv},
          FMT_BGR888,
          {red, red, red, green, blue, black}},
-        {{10, 0, 0, 0, 2, 1, 32, 0x20, "\x81\xff\0\0\0"sv}, FMT_XRGB8888HE, {blue, blue}},
-        {{2, 0, 0, 0, 1, 1, 32, 0x28, "\xff\0\0\x40"sv}, FMT_ARGB8888HE, {0x400000ff}},
+        {{10, 0, 0, 0, 2, 1, 32, 0x20, "\x81\xff\0\0\0"sv}, little_endian(FMT_XRGB8888HE), {blue, blue}},
+        {{2, 0, 0, 0, 1, 1, 32, 0x28, "\xff\0\0\x40"sv}, little_endian(FMT_ARGB8888HE), {0x400000ff}},
         {{11, 0, 0, 0, 3, 1, 8, 0x20, "\1\x10\x20\x80\x30"sv}, FMT_G8, {0xff101010, 0xff202020, 0xff303030}},
         {{3, 0, 0, 0, 2, 1, 16, 0x28, "\x10\x80\x20\xff"sv}, FMT_ARGB8888HE, {0x80101010, 0xff202020}},
     };

@@ -127,12 +127,12 @@ TEST_F(ModuleTiff, SamplesOfEveryKind) {
              "abc\x80"
              "abc\0abc\xff"
              "abc\1"s,
-             FMT_ARGB8888HE,
+             little_endian(FMT_ARGB8888HE),
              {0x80616263, 0x616263, 0xff616263, 0x1616263}},
             {page(8, 4, 2, {{338, 3, {1}}}),
              "\x40\x80\x20\x80"
              "\1\2\3\0\1\2\3\xff\x01\0\0\1"s,
-             FMT_ARGB8888HE,
+             little_endian(FMT_ARGB8888HE),
              {0x8080ff40, 0, 0xff010203, 0x1ff0000}},
             {page(8, 4, 2, {{338, 3, {0}}}), "abcxabcxabcxabcx", FMT_RGB888, Words(4, 0xff616263)},
             {page(8, 2, 1, {{338, 3, {2}}}),
@@ -140,7 +140,7 @@ TEST_F(ModuleTiff, SamplesOfEveryKind) {
              "b\xff"
              "c\xff"
              "d\xff",
-             FMT_ARGB8888HE,
+             little_endian(FMT_ARGB8888HE),
              {0x80616161, 0xff626262, 0xff636363, 0xff646464}},
             {page(8, 4, 5),
              "\0\0\0\0\xff\0\0\0\0\xff\0\x80\0\0\0\xff"s,
