@@ -96,12 +96,13 @@ img_status Writer::encode() {
     if (WebPEncode(&config, &pixels)) return ok;
     if (stopped) return stopped;
     switch (pixels.error_code) {
-    case VP8_ENC_ERROR_OUT_OF_MEMORY:
-    case VP8_ENC_ERROR_BITSTREAM_OUT_OF_MEMORY:
-    case VP8_ENC_ERROR_BAD_WRITE:
-        return no_memory; // the file is written to memory
-    default:
+    case VP8_ENC_ERROR_BAD_DIMENSION:
+    case VP8_ENC_ERROR_PARTITION0_OVERFLOW:
+    case VP8_ENC_ERROR_PARTITION_OVERFLOW:
+    case VP8_ENC_ERROR_FILE_TOO_BIG:
         return over_limit;
+    default: // libwebp does not name every lack of memory, and nothing else is left
+        return no_memory;
     }
 }
 
