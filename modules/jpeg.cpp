@@ -42,7 +42,9 @@ void on_message(j_common_ptr codec, int level) {
 
 } // namespace
 
-void State::take_over(jpeg_common_struct *codec) {
+void State::begin(jpeg_common_struct *codec, io_handle *io) {
+    stream = io;
+    failure = no_memory;
     codec->err = jpeg_std_error(&errors);
     codec->client_data = this;
     errors.error_exit = on_error;
@@ -57,30 +59,25 @@ namespace {
 
 constexpr int max_scans = 500;
 constexpr size_t max_kept = 8 * 1024 * 1024; // bytes of all markers with metadata
-constexpr size_t block_size = 16 * 1024;
 
 struct Reader : State {
     jpeg_decompress_struct codec;
     jpeg_source_mgr source;
     jpeg_progress_mgr monitor;
-    io_handle *stream;
     Decoding picture;
     bool strict;
     bool overfull; // more markers than are kept
     Bytes cmyk;    // a row of four channels
     Bytes kept;    // markers with metadata: code, two bytes of length, content
     size_t kept_size, kept_capacity;
-    uint8_t block[block_size];
 
     ~Reader() { jpeg_destroy_decompress(&codec); }
 };
 
-Reader &reader_of(j_decompress_ptr codec) { return *static_cast<Reader *>(static_cast<State *>(codec->client_data)); }
-
 // ---- Bytes ----
 
 boolean fill(j_decompress_ptr codec) {
-    Reader &r = reader_of(codec);
+    Reader &r = state_of<Reader>(codec);
     size_t length = r.stream->read(r.stream->self, r.block, block_size);
     if (!length) { // the picture must end some time
         r.ended = true;
@@ -94,7 +91,7 @@ boolean fill(j_decompress_ptr codec) {
 }
 
 void skip(j_decompress_ptr codec, long count) {
-    Reader &r = reader_of(codec);
+    Reader &r = state_of<Reader>(codec);
     for (auto left = static_cast<size_t>(std::max(count, 0L)); left && !r.ended;) {
         if (!r.source.bytes_in_buffer) fill(codec);
         const size_t now = std::min(left, r.source.bytes_in_buffer);
@@ -119,7 +116,7 @@ void copy_bytes(Reader &r, uint8_t *to, size_t count) {
 void nothing(j_decompress_ptr) {}
 
 void watch_scans(j_common_ptr codec) {
-    Reader &r = reader_of(reinterpret_cast<j_decompress_ptr>(codec));
+    Reader &r = state_of<Reader>(codec);
     if (r.codec.input_scan_number <= max_scans) return;
     r.failure = over_limit;
     longjmp(r.jump, 1);
@@ -129,7 +126,7 @@ void watch_scans(j_common_ptr codec) {
 
 // Keeps a marker, or reads over it if there are too many.
 boolean keep_marker(j_decompress_ptr codec) {
-    Reader &r = reader_of(codec);
+    Reader &r = state_of<Reader>(codec);
     uint8_t length_bytes[2];
     copy_bytes(r, length_bytes, 2);
     const size_t length = size_t{length_bytes[0]} << 8 | length_bytes[1];
@@ -333,9 +330,7 @@ img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, 
     const auto reader = make<Reader>();
     if (!reader) return no_memory;
     Reader &r = *reader;
-    r.take_over(reinterpret_cast<j_common_ptr>(&r.codec));
-    r.stream = stream;
-    r.failure = no_memory;
+    r.begin(reinterpret_cast<j_common_ptr>(&r.codec), stream);
     r.source.init_source = nothing;
     r.source.fill_input_buffer = fill;
     r.source.skip_input_data = skip;

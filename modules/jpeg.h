@@ -23,6 +23,7 @@ inline constexpr char exif_mark[] = "Exif\0";
 inline constexpr char xmp_mark[] = "http://ns.adobe.com/xap/1.0/";
 inline constexpr char icc_mark[] = "ICC_PROFILE";
 inline constexpr size_t max_marker = 65533;
+inline constexpr size_t block_size = 16 * 1024;
 
 struct State {
     jpeg_error_mgr errors;
@@ -31,9 +32,17 @@ struct State {
     bool cut;                      // it lacked bytes of the picture
     bool ended;                    // the stream has no more
     char warning[JMSG_LENGTH_MAX]; // the first one
+    io_handle *stream;
+    uint8_t block[block_size]; // of the stream
 
-    void take_over(jpeg_common_struct *codec);
+    // Gives libjpeg what both directions have in common.
+    void begin(jpeg_common_struct *codec, io_handle *stream);
 };
+
+// The state of a direction, in one of libjpeg's functions.
+template <typename S, typename Codec> S &state_of(Codec *codec) {
+    return *static_cast<S *>(static_cast<State *>(codec->client_data));
+}
 
 template <typename S> img_status guarded(S &state, img_status (*step)(S &)) {
     if (setjmp(state.jump)) return state.failure;

@@ -11,25 +11,19 @@ namespace module {
 
 namespace {
 
-constexpr size_t block_size = 16 * 1024;
-
 struct Writer : State {
     jpeg_compress_struct codec;
     jpeg_destination_mgr destination;
-    io_handle *stream;
     Encoding picture;
     Metadata metadata;
     int quality, subsampling; // options
     bool progressive, grey;
-    uint8_t block[block_size];
 
     ~Writer() { jpeg_destroy_compress(&codec); }
 };
 
-Writer &writer_of(j_compress_ptr codec) { return *static_cast<Writer *>(static_cast<State *>(codec->client_data)); }
-
 void begin_block(j_compress_ptr codec) {
-    Writer &w = writer_of(codec);
+    Writer &w = state_of<Writer>(codec);
     w.destination.next_output_byte = w.block;
     w.destination.free_in_buffer = block_size;
 }
@@ -41,13 +35,13 @@ void write_block(Writer &w, size_t size) {
 }
 
 boolean empty(j_compress_ptr codec) {
-    write_block(writer_of(codec), block_size);
+    write_block(state_of<Writer>(codec), block_size);
     begin_block(codec);
     return TRUE;
 }
 
 void end(j_compress_ptr codec) {
-    Writer &w = writer_of(codec);
+    Writer &w = state_of<Writer>(codec);
     write_block(w, block_size - w.destination.free_in_buffer);
 }
 
@@ -148,9 +142,7 @@ img_status jpeg_encode_frame(io_handle *stream, const img_encode_callouts *callo
     const auto writer = make<Writer>();
     if (!writer) return no_memory;
     Writer &w = *writer;
-    w.take_over(reinterpret_cast<j_common_ptr>(&w.codec));
-    w.stream = stream;
-    w.failure = no_memory;
+    w.begin(reinterpret_cast<j_common_ptr>(&w.codec), stream);
     w.destination.init_destination = begin_block;
     w.destination.empty_output_buffer = empty;
     w.destination.term_destination = end;

@@ -25,6 +25,8 @@ constexpr img_format word(img_format host_order_on_little_endian) {
                                                       : host_order_on_little_endian ^ (IMG_FMT_HE | IMG_FMT_OE);
 }
 
+inline constexpr img_format rgba_bytes = word(FMT_ABGR8888HE); // R, G, B, A in memory
+
 // ARGB first: of the alpha formats it is the one whose conversion to grey weighs all three colours.
 inline constexpr std::array alpha_layouts = {
     Layout{word(FMT_ARGB8888HE), true, Fourth::last},

@@ -2,7 +2,7 @@
 //
 // The codec module of the PNM family: bitmaps, grey and colour, as text (P1 to P3) and as bytes (P4 to P6), and PAM (P7).
 // Several images may follow each other in one stream of bytes; text ends the file.
-#include "modules/module.h"
+#include "modules/layout.h"
 
 #include <bit>
 #include <stdio.h>
@@ -328,10 +328,6 @@ bool black_and_white(const img_record &image) {
     const uint32_t first = rgb_of(image.palette[0]);
     return (first == 0 || first == 0xffffff) && (first ^ rgb_of(image.palette[1])) == 0xffffff;
 }
-
-// The bytes R, G, B, A in memory.
-constexpr img_format rgba_bytes =
-    std::endian::native == std::endian::little ? img_format{FMT_ABGR8888HE} : img_format{FMT_ABGR8888OE};
 
 img_status Writer::choose() {
     const img_record &image = picture.image();

@@ -12,7 +12,6 @@ namespace tiff_module {
 namespace {
 
 constexpr uint32_t strip_bytes = 64 * 1024;
-constexpr img_format rgba_bytes = word(FMT_ABGR8888HE); // R, G, B, A in memory
 
 struct Metadata {
     int compression;
