@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: MIT
+//
+// WebP: animations, metadata and damage, with lossless pictures of single colours that are made here bit by bit.
+#include "tests/module_fixture.h"
+
+using namespace modules;
+
+namespace {
+
+std::string little(uint32_t value, int bytes) {
+    const std::string big = big_endian(value);
+    return {big.rbegin(), big.rbegin() + bytes};
+}
+std::string chunk(const std::string &name, const std::string &content) {
+    return name + little(static_cast<uint32_t>(content.size()), 4) + content + std::string(content.size() % 2, '\0');
+}
+std::string riff(const std::string &chunks) { return chunk("RIFF", "WEBP" + chunks); }
+
+// Five codes of one symbol each, which take no bits in the pixels.
+std::string solid(uint32_t width, uint32_t height, uint32_t argb) {
+    std::string out = "\x2f";
+    uint32_t at = 0;
+    const auto put = [&](uint32_t value, uint32_t count) {
+        for (const uint32_t end = at + count; at < end; at++, value >>= 1) {
+            out.resize(1 + at / 8 + 1);
+            out.back() = static_cast<char>(out.back() | (value & 1) << at % 8);
+        }
+    };
+    put((width - 1) | (height - 1) << 14, 28);
+    put(argb >> 24 != 0xff, 1 + 6); // and version, no transform, no cache, one group of codes
+    for (const int shift : {8, 16, 0, 24}) put(5 | (argb >> shift & 0xff) << 3, 11); // simple, one symbol of eight bits
+    put(1, 12);                                                                      // no distances
+    return chunk("VP8L", out);
+}
+
+enum { animated = 2, has_alpha = 16, replace = 2, dispose = 1 };
+std::string extended(char flags, uint32_t width, uint32_t height) {
+    return chunk("VP8X", flags + std::string(3, '\0') + little(width - 1, 3) + little(height - 1, 3));
+}
+std::string frame(uint32_t x, uint32_t width, uint32_t height, uint32_t delay, char how, uint32_t argb) {
+    return chunk("ANMF", little(x / 2, 3) + little(0, 3) + little(width - 1, 3) + little(height - 1, 3) +
+                             little(delay, 3) + how + solid(width, height, argb));
+}
+
+constexpr uint32_t red = 0xffff0000, blue = 0xff0000ff, none = 0;
+const std::string head = extended(animated | has_alpha, 4, 2) + chunk("ANIM", little(0, 4) + little(5, 2));
+const std::string frames = frame(0, 2, 2, 100, replace | dispose, red) + chunk("junk", "x") +
+                           frame(2, 2, 1, 70, 0, blue) + frame(2, 1, 2, 30, 0, none);
+
+class ModuleWebp : public Fixture {};
+
+TEST_F(ModuleWebp, AnimationsAreComposed) {
+    FakeBackend source{.data = riff(head + frames) + riff(solid(4, 2, red))}; // a still picture follows
+    const Stream stream(io_open(FakeBackend::make, IO_READ, &source), io_close);
+    img_codec *const webp = module("webp").codec;
+    void *state = nullptr;
+    const std::pair<std::vector<uint32_t>, std::string> expected[] = {
+        {{red, red, none, none, red, red, none, none}, bytes_of(3u) + bytes_of(5u) + bytes_of(100u)},
+        {{none, none, blue, blue, none, none, none, none}, bytes_of(70u)},
+        {{none, none, blue, blue, none, none, none, none}, bytes_of(30u)},
+        {std::vector<uint32_t>(8, red), ""}};
+    for (const auto &[seen, told] : expected) {
+        Loaded loaded(FMT_ARGB8888HE);
+        Values values;
+        ASSERT_EQ(img_decode_frame(webp, stream.get(), &values.callouts, &loaded.record, &state), IMG_ST_OK);
+        EXPECT_EQ(look(loaded.record), seen);
+        std::string heard;
+        for (const uint32_t key : {IMG_VALUE_FRAMES, IMG_VALUE_LOOPS, IMG_VALUE_DELAY})
+            for (const std::string &value : values.told[key]) heard += value;
+        EXPECT_EQ(heard, told);
+    }
+    img_decode_finish(webp, stream.get(), &state);
+}
+
+TEST_F(ModuleWebp, WhatIsRefusedAndHow) {
+    std::string many = head;
+    for (int i = 0; i < 10'001; i++) many += frame(0, 1, 1, 1, 0, none);
+    const std::pair<std::string, img_status> cases[] = {
+        {riff(many), 10},
+        {riff(extended(animated, 1 << 15, 1 << 14) + head.substr(18) + frames), 10},
+        {"RIFF" + little(1u << 31, 4) + "WEBPVP8L", 10},
+        {riff(extended(0, 2, 1) + solid(1, 1, none)), 4},      // two sizes
+        {riff(head + frames.substr(0, frames.size() - 4)), 4}, // the last one is cut
+        {riff(head + frames).substr(0, head.size() + 40), 4},  // so is the file
+    };
+    for (const auto &[bytes, status] : cases) {
+        Loaded loaded;
+        EXPECT_EQ(load(bytes, loaded.record), status) << bytes.substr(12, 60);
+    }
+}
+
+} // namespace
