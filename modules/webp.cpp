@@ -53,7 +53,22 @@ public:
         return ok;
     }
 
+    // Of a file that ends too early, keeps the chunks that are all there, as a file of their own.
+    void drop_cut_chunk() {
+        constexpr uint64_t chunk_header = 8;
+        size_t end = riff_size;
+        while (size_ - end >= chunk_header) {
+            const uint64_t size = chunk_header + little32(bytes() + end + 4);
+            if (size + (size & 1) > size_ - end) break;
+            end += size + (size & 1);
+        }
+        whole_ = size_ = end;
+        put_little32(bytes_.get() + 4, static_cast<uint32_t>(end - chunk_header));
+        cut_ = true;
+    }
+
     bool complete() const { return size_ == whole_; }
+    bool cut() const { return cut_; }
     const uint8_t *bytes() const { return bytes_.get(); }
     size_t size() const { return size_; }
 
@@ -73,6 +88,7 @@ private:
     Bytes bytes_;
     uint64_t whole_ = 0;
     size_t size_ = 0, capacity_ = 0;
+    bool cut_ = false;
 };
 
 // What lives between the frames of an animation.
@@ -244,7 +260,11 @@ img_status decode_still(Reader &r, const WebPBitstreamFeatures &features) {
 // ---- Animations ----
 
 img_status begin_animation(Reader &r) {
-    if (const img_status status = r.file.all()) return status;
+    const img_status reading = r.file.all();
+    if (reading == damaged)
+        r.file.drop_cut_chunk(); // the frames before it can be shown
+    else if (reading)
+        return reading;
     WebPAnimDecoderOptions options;
     if (!WebPAnimDecoderOptionsInit(&options)) return unsupported;
     options.color_mode = MODE_BGRA;
@@ -317,6 +337,7 @@ img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, 
         reader->picture.begin(*callouts, *record);
         return decode_canvas(*reader, false);
     }
+    if (reader && reader->file.cut()) return damaged;
     forget(*state); // the file before
     if (const img_status status = decode_validate(stream)) return status;
     reader = make<Reader>().release();
