@@ -23,7 +23,7 @@ std::string solid(uint32_t width, uint32_t height, uint32_t argb) {
     const auto put = [&](uint32_t value, uint32_t count) {
         for (const uint32_t end = at + count; at < end; at++, value >>= 1) {
             out.resize(1 + at / 8 + 1);
-            out.back() = static_cast<char>(out.back() | (value & 1) << at % 8);
+            out.back() |= static_cast<char>((value & 1) << at % 8);
         }
     };
     put((width - 1) | (height - 1) << 14, 28);
