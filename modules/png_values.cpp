@@ -56,7 +56,7 @@ img_status report_texts(Reader &r) {
 }
 
 void set_text(const Writer &w, const char *keyword, const char *content, bool international = false) {
-    for (const char *c = content; *c; c++) international = international || *c < 0 || *c > '~';
+    for (const char *c = content; *c; c++) international = international || static_cast<unsigned char>(*c) > '~';
     png_text text{};
     text.compression = international ? PNG_ITXT_COMPRESSION_NONE : PNG_TEXT_COMPRESSION_NONE;
     text.key = const_cast<png_charp>(keyword); // libpng copies both
