@@ -19,7 +19,7 @@ add_library(pictra SHARED $<TARGET_OBJECTS:pictra_objects>)
 target_include_directories(pictra PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
                                          $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 target_link_libraries(pictra PRIVATE $<BUILD_INTERFACE:pictra_flags>)
-target_link_options(pictra PRIVATE -static-libgcc -Wl,--no-as-needed,-z,relro,-z,now)
+target_link_options(pictra PRIVATE -static-libgcc -Wl,--no-as-needed)
 if(NOT PICTRA_SANITIZE)
   target_link_options(pictra PRIVATE -Wl,-z,defs)
 endif()
