@@ -4,10 +4,10 @@ BUILD := build/release
 
 all: build
 
-packages:
+prerequisites:
 	@.ci/packages build
 
-build: packages
+build: prerequisites
 	@cmake --preset release >/dev/null
 	@cmake --build --preset release
 
@@ -17,7 +17,7 @@ demo: build
 check: build
 	@ctest --preset release --output-on-failure
 
-bench: packages
+bench: prerequisites
 	@.ci/packages bench
 	@cmake --preset release -DPICTRA_BENCH=ON >/dev/null
 	@cmake --build --preset release --target pictra_bench
@@ -29,11 +29,32 @@ suites: build
 	@tests/suites.sh $(BUILD)
 
 # The library on other machines: vectors of 16 bytes, and the other byte order. Tests run in an emulator.
-cross: packages
+cross: prerequisites
 	@.ci/packages cross
 	@for machine in aarch64 s390x; do \
 	    cmake --preset $$machine >/dev/null && cmake --build --preset $$machine && ctest --preset $$machine || exit 1; \
 	done
+
+# Debian packages, in build/packages/debs; the same ones again, wherever and whenever the commit is built.
+packages: prerequisites
+	@.ci/packages packages
+	@cmake --preset packages >/dev/null
+	@cmake --build --preset packages
+	@rm -rf build/packages/debs
+	@cd build/packages && SOURCE_DATE_EPOCH=$$(git log -1 --format=%ct) cpack
+	@rm -rf build/packages/debs/_CPack_Packages
+
+# Installs the packages in a system of their own and uses them there. As root.
+try-packages: packages
+	@packaging/try.sh build/packages/debs
+
+reproducible: prerequisites
+	@.ci/packages packages
+	@packaging/reproducible.sh
+
+abi: prerequisites
+	@.ci/packages abi
+	@packaging/abi.sh
 
 format:
 	@git ls-files '*.h' '*.hpp' '*.c' '*.cpp' | xargs clang-format -i
@@ -41,4 +62,4 @@ format:
 clean:
 	rm -rf build
 
-.PHONY: all packages build demo check bench suites cross format clean
+.PHONY: all prerequisites build demo check bench suites cross packages try-packages reproducible abi format clean
