@@ -1,13 +1,12 @@
 # What is installed, where, and with which component. A component is a Debian package of the same name.
 include(CMakePackageConfigHelpers)
 set(pictra_library_package libpictra${PROJECT_VERSION_MAJOR})
-set(pictra_system_config /etc/system/config/img.conf)
 set(pictra_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/pictra)
 set(pictra_pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 set(pictra_codec_dir ${CMAKE_INSTALL_LIBDIR}/pictra)
 set(pictra_fragment_dir ${CMAKE_INSTALL_DATADIR}/pictra/codecs.d)
-if(PICTRA_PACKAGING OR PICTRA_SYSTEM_CONFIG)
-  set(pictra_config_file ${pictra_system_config})
+if(PICTRA_PACKAGING) # where the library reads it
+  set(pictra_config_file /etc/system/config/img.conf)
 else()
   set(pictra_config_file ${CMAKE_INSTALL_SYSCONFDIR}/pictra/img.conf)
 endif()

@@ -1,4 +1,4 @@
-/* What an application outside the tree does: loads a picture with the installed library. CONFIGFILE is what the build
+/* What an application in C does outside the tree: loads a picture with the installed library. CONFIGFILE is what the build
    system said about the installation; PICTRA_CFGFILE of the environment goes before it. */
 #include <pictra/pictra.h>
 #include <stdio.h>
