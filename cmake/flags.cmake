@@ -22,8 +22,10 @@ if(NOT PICTRA_SANITIZE)
                                                 $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
 endif()
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
-  target_compile_options(pictra_flags INTERFACE -fcf-protection)
-  # Start files of the system need not be marked for the shadow stack, and one object without the mark takes it away.
+  # Marked for the shadow stack, which costs nothing. Marks of where calls may land would move the inner loops off their
+  # alignment, a fifth slower, and the system's start files lack them, so no process would check them. Start files need
+  # not be marked for the shadow stack either, and one object without the mark takes it away unless the linker is told.
+  target_compile_options(pictra_flags INTERFACE -fcf-protection=return)
   target_link_options(pictra_flags INTERFACE -Wl,-z,shstk)
   # A table of functions needs a relocation an entry, 24 bytes each; packed, 64 entries share one of 8 bytes.
   include(CheckLinkerFlag)
