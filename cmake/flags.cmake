@@ -13,6 +13,7 @@ endif()
 # Hardening, as far as it needs nothing beyond the C library. Where the stack protector's value is kept by the dynamic
 # loader, as on aarch64, the library would need the loader, too.
 if(NOT CMAKE_SYSTEM_PROCESSOR STREQUAL aarch64)
+  set(PICTRA_STACK_PROTECTOR ON)
   target_compile_options(pictra_flags INTERFACE -fstack-protector-strong)
 endif()
 target_link_options(pictra_flags INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)

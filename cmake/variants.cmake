@@ -12,7 +12,8 @@ set(PICTRA_VARIANTS ${PICTRA_ALL_VARIANTS} CACHE STRING "Instruction sets to bui
 # a fifth, with the length of the functions before it. -fstack-protector-strong would check each loop that takes the address
 # of a pixel, 20 KB of it; the plain kind checks those with arrays.
 set(PICTRA_FLAGS_base $<$<CONFIG:Release>:-O2>)
-set(PICTRA_FLAGS $<$<CONFIG:Release>:-fno-asynchronous-unwind-tables> $<$<CONFIG:Release>:-falign-functions=32> -fstack-protector)
+set(PICTRA_FLAGS $<$<CONFIG:Release>:-fno-asynchronous-unwind-tables> $<$<CONFIG:Release>:-falign-functions=32>
+    $<$<BOOL:${PICTRA_STACK_PROTECTOR}>:-fstack-protector>)
 set(PICTRA_FEATURES_avx2 avx2 bmi2)
 set(PICTRA_FEATURES_avx512 ${PICTRA_FEATURES_avx2} avx512f avx512bw avx512dq avx512vl avx512vbmi avx512vnni)
 
