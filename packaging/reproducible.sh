@@ -5,12 +5,13 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+commit=$(git rev-parse HEAD) # commits may be added meanwhile
 export SOURCE_DATE_EPOCH
-SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
+SOURCE_DATE_EPOCH=$(git log -1 --format=%ct "$commit")
 
 for tree in one another/and/deeper; do
     mkdir -p "$work/$tree"
-    git archive HEAD | tar -x -C "$work/$tree"
+    git archive "$commit" | tar -x -C "$work/$tree"
     find "$work/$tree" -exec touch {} + # as a fresh clone: the time of the day, not of the commit
     (
         cd "$work/$tree"
