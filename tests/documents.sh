@@ -38,7 +38,7 @@ cp photo.png in.png
 for page in README.md docs/start.md docs/tool.md examples/README.md; do
     awk '/^```/ { name = $2; next } name { print >name }' "$source/$page"
     awk '/^```/ { block = $1; next } block == "```sh" { print } block ~ /^(```)?$/ && sub(/^    /, "") { print }' \
-        "$source/$page" | grep -v '^make \|^pictra VERB' >"$work/lines"
+        "$source/$page" | grep -v '^make \|^cmake --preset \|^pictra VERB' >"$work/lines"
     type_lines $page <"$work/lines" || failed=1
 done
 
