@@ -62,8 +62,7 @@ bool rows_touch(const img_record &record, uint32_t width) {
 // Whether all rows are one run in either buffer, and the buffers are apart. Long runs are written past the caches.
 bool one_run(const img_record &src, const img_record &dst, uint32_t width, uint32_t height) {
     if (!rows_touch(src, width) || !rows_touch(dst, width) || uint64_t{width} * height > UINT32_MAX) return false;
-    const auto from = reinterpret_cast<uintptr_t>(src.data), to = reinterpret_cast<uintptr_t>(dst.data);
-    return from + uint64_t{src.stride} * height <= to || to + uint64_t{dst.stride} * height <= from;
+    return buffers_apart(src, dst);
 }
 
 img_status move_rows(const img_record &src_record, const img_record &dst_record, const img_dtransform_state &state,

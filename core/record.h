@@ -26,6 +26,13 @@ constexpr uint64_t run_bytes(img_format format, uint64_t n) { return (run_bits(f
 constexpr uint64_t row_bytes(img_format format, uint64_t n) { return (run_bytes(format, n) + 3) & ~uint64_t{3}; }
 
 constexpr uint32_t smaller(uint32_t a, uint32_t b) { return a < b ? a : b; }
+// Whether the rows of two buffers share no byte.
+inline bool buffers_apart(const img_record &a, const img_record &b) {
+    const auto begin = [](const img_record &image) { return reinterpret_cast<uintptr_t>(image.data); };
+    const auto end = [&](const img_record &image) { return begin(image) + uint64_t{image.stride} * image.height; };
+    return end(a) <= begin(b) || end(b) <= begin(a);
+}
+
 constexpr uint64_t larger(uint64_t a, uint64_t b) { return a > b ? a : b; }
 
 // First byte of a row of a record with a pixel buffer.

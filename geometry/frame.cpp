@@ -69,13 +69,21 @@ Band Frame::rows(uint32_t i, uint32_t count) {
 
 void Frame::rows_to_buffer(const Cut &cut, const Placement &placement) {
     const Rows dst{dst_};
-    MirrorRun &mirror = *active_geometry().mirror[pixel_bytes() - 1];
+    const GeometryKernels &kernels = active_geometry();
+    MirrorRun &mirror = *kernels.mirror[pixel_bytes() - 1];
+    const bool apart = line_bytes_ || buffers_apart(src_, dst_);
     const size_t bytes = size_t{cut.width} * pixel_bytes();
     const ptrdiff_t step = placement.upward ? -ptrdiff_t{dst_.stride} : ptrdiff_t{dst_.stride};
     uint8_t *out = dst.at(placement.upward ? cut.height - 1 : 0);
     for (uint32_t i = 0; i < cut.height;) {
         Band band = rows(i, cut.height - i);
-        for (i += band.count; band.count; band.count--, band.first += band.step, out += step) {
+        i += band.count;
+        if (apart && !placement.mirrored) {
+            kernels.copy(band.first, band.step, out, step, bytes, band.count);
+            out += step * band.count;
+            continue;
+        }
+        for (; band.count; band.count--, band.first += band.step, out += step) {
             if (placement.mirrored)
                 mirror(band.first, out, cut.width);
             else

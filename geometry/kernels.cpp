@@ -26,6 +26,11 @@ void turn_pixels(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t
     }
 }
 
+void copy_each_row(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, size_t bytes,
+                   uint32_t rows) {
+    for (; rows; rows--, src += src_step, dst += dst_step) memcpy(dst, src, bytes);
+}
+
 } // namespace
 } // namespace img::IMG_TARGET
 
@@ -39,11 +44,12 @@ namespace {
 #if !defined(__AVX2__)
 template <size_t bytes> constexpr MirrorRun *mirror = mirror_pixels<bytes>;
 template <size_t bytes> constexpr TurnRows *turn = turn_pixels<bytes>;
+constexpr CopyRows *copy_rows = copy_each_row;
 #endif
 
 } // namespace
 
-const GeometryKernels geometry_kernels = {{mirror<1>, mirror<2>, mirror<3>, mirror<4>},
-                                          {turn<1>, turn<2>, turn<3>, turn<4>}};
+const GeometryKernels geometry_kernels = {
+    {mirror<1>, mirror<2>, mirror<3>, mirror<4>}, {turn<1>, turn<2>, turn<3>, turn<4>}, copy_rows};
 
 } // namespace img::IMG_TARGET

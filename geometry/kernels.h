@@ -16,10 +16,15 @@ using MirrorRun = void(const uint8_t *src, uint8_t *dst, size_t count);
 using TurnRows = void(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, uint32_t width,
                       uint32_t height);
 
-// By the bytes of a pixel, less one.
+// Copies rows of so many bytes. None of them overlaps one of the other side.
+using CopyRows = void(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, size_t bytes,
+                      uint32_t rows);
+
+// Two of them by the bytes of a pixel, less one.
 struct GeometryKernels {
     MirrorRun *mirror[4];
     TurnRows *turn[4];
+    CopyRows *copy;
 };
 
 #define VARIANT(name, ...)                                                                                             \

@@ -19,6 +19,21 @@ __m256i load_halves(const uint8_t *low, const uint8_t *high) {
     return _mm256_inserti128_si256(_mm256_castsi128_si256(load_half(low)), load_half(high), 1);
 }
 
+// ---- Copy ------------------------------------------------------------------------------------------------------
+
+// For a row of some hundred bytes the call of memcpy is a good part of the time.
+void copy_rows(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, size_t bytes, uint32_t rows) {
+    constexpr size_t vector = 32, together = 4 * vector, longest = 2048; // larger vectors straddle more cache lines
+    if (bytes < together || bytes > longest) return copy_each_row(src, src_step, dst, dst_step, bytes, rows);
+    for (; rows; rows--, src += src_step, dst += dst_step)
+        for (size_t i = 0;; i = i + 2 * together <= bytes ? i + together : bytes - together) { // the last ones overlap
+            for (size_t k = i; k < i + together; k += vector)
+                _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + k),
+                                    _mm256_loadu_si256(reinterpret_cast<const __m256i *>(src + k)));
+            if (i + together == bytes) break;
+        }
+}
+
 // ---- Mirror ----------------------------------------------------------------------------------------------------
 
 #if defined(__AVX512VBMI__)
@@ -73,14 +88,15 @@ template <size_t bytes> void mirror(const uint8_t *src, uint8_t *dst, size_t cou
             _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + left - 31), _mm256_castsi256_si128(v));
         }
     } else if (left >= step) {
-        for (;; left -= step, src += step) {
-            if (left < step) { // overlaps what was done
-                src -= step - left;
-                left = step;
-            }
-            _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + left - step), turned(src));
-            if (left == step) return;
-        }
+        const auto turn_at = [&](const uint8_t *p, uint8_t *to) {
+            const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p));
+            const __m256i swapped = _mm256_permute4x64_epi64(_mm256_shuffle_epi8(v, order), 0b01'00'11'10);
+            _mm256_storeu_si256(reinterpret_cast<__m256i *>(to), swapped);
+        };
+        uint8_t *const last = dst + left - step;
+        for (; left >= step; left -= step, dst += step) turn_at(src + left - step, dst);
+        if (left) turn_at(src, last); // overlaps what was done
+        return;
     }
     mirror_pixels<bytes>(src, dst, left / bytes);
 }

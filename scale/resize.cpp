@@ -164,9 +164,7 @@ bool Resizer::goes_straight() const {
     const img_record &src = folds_ ? unfolded_ : src_;
     if (!has(src, IMG_F_DIRECT) || !has(dst_, IMG_F_DIRECT) || converts_output() || src_.height < dst_.height)
         return false;
-    const auto begin = [](const img_record &image) { return reinterpret_cast<uintptr_t>(image.data); };
-    const auto end = [](const img_record &image) { return reinterpret_cast<uintptr_t>(row_at(image, image.height)); };
-    return end(src) <= begin(dst_) || end(dst_) <= begin(src);
+    return buffers_apart(src, dst_);
 }
 
 void Resizer::make_straight(int64_t row, int64_t next, bool blends, uint8_t *out) {
