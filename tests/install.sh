@@ -14,7 +14,7 @@ fail() { echo "install: $*" >&2; exit 1; }
 typed() { # DIRECTORY BLOCK...
     local directory=$1
     shift
-    "$source/tests/commands.sh" "$source/docs/install.md" "$@" | grep -v '^cmake --preset\|^cmake --build build/' |
+    "$source/tests/commands.sh" "$source/docs/install.md" "$@" | grep -v '^cmake --preset\|^cmake --build --preset' |
         sed "s|build/release|\"$build\"|" >"$work/typed"
     (cd "$directory" && sh -eu "$work/typed") >"$work/log" 2>&1 || { cat "$work/log"; fail "a command of '$*'"; }
 }
