@@ -40,16 +40,19 @@ int skip_by_reading(io_stream &stream, uint32_t count) {
     uint32_t got;
     do {
         got = transfer(stream, stream.buffer, smaller(stream.buffer_size, stream.limit));
-        if (!got) return -1;
+        if (!got) break;
         count -= got;
-        stream.count = stream.position < stream.buffer_size ? smaller(got, stream.buffer_size - stream.position) : 0;
+        stream.count = got;
         // Kept: what was read is compared with what is then left, not with what was wanted; a remainder below 0 wraps.
     } while (got < count);
-    if (count) {
+    if (got && count) {
         stream.position = count;
         stream.count = got - count;
+    } else { // The position is still the one before: behind it there may be less than was read.
+        stream.count =
+            stream.position < stream.buffer_size ? smaller(stream.count, stream.buffer_size - stream.position) : 0;
     }
-    return 0;
+    return got ? 0 : -1;
 }
 
 // Goes back over bytes that the buffer still holds.

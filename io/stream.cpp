@@ -8,6 +8,7 @@
 #include <errno.h>
 #include <stdarg.h>
 #include <stdlib.h>
+#include <string.h>
 
 using namespace img;
 
@@ -24,7 +25,8 @@ bool have_buffer(io_stream &stream) {
     if (!stream.buffer_size) return false;
     stream.buffer = static_cast<uint8_t *>(malloc(stream.buffer_size));
     if (!stream.buffer) return false;
-    stream.position = 0;
+    memset(stream.buffer, 0, stream.buffer_size); // A position that was set before can be gone back from.
+    stream.position = smaller(stream.position, stream.buffer_size);
     stream.count = 0;
     return true;
 }
@@ -56,7 +58,6 @@ int set_buffer_size(io_stream &stream, uint32_t &size) {
         if (!wanted && (!(stream.mode & IO_READ) || !stream.count)) {
             free(stream.buffer);
             stream.buffer = nullptr;
-            stream.count = 0;
         } else {
             auto *buffer = static_cast<uint8_t *>(realloc(stream.buffer, larger(wanted, reach)));
             if (!buffer) return -1;

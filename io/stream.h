@@ -17,8 +17,8 @@ inline constexpr uint32_t no_limit = UINT32_MAX;
 // Sets errno for an operation that the stream's mode does not have.
 bool has_mode(const io_stream &stream, uint32_t mode);
 
-// Makes the buffer if it is missing. A new one holds nothing, whatever was counted before. False when memory lacks or the
-// stream is unbuffered.
+// Makes the buffer if it is missing. A new one holds nothing that is still to be read, whatever was counted before. False
+// when memory lacks or the stream is unbuffered.
 bool have_buffer(io_stream &stream);
 
 // One call of the backend's operation for the stream's direction; what passed is counted.
