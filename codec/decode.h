@@ -29,7 +29,7 @@ struct DecodeContext {
         img_expand_func expand;
     };
     uint8_t *next_line; // where the next row goes, whatever its number; null if the number decides
-    int64_t line_step;  // bytes from one row to the next
+    int32_t line_step;  // bytes from one row to the next
     uint32_t key;       // key_becomes_alpha
 
     uint32_t lines_left;      // rows that next_line may still take

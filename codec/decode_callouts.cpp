@@ -62,13 +62,14 @@ img_status prepare_conversion(DecodeContext &context, img_record &image, uint32_
         // no pixel will be stored
     } else if (setup_flags & IMG_SETUP_TOPDOWN) {
         context.next_line = static_cast<uint8_t *>(record.data);
-        context.line_step = record.stride;
+        context.line_step = static_cast<int32_t>(record.stride);
         context.lines_left = record.height;
     } else if (setup_flags & IMG_SETUP_BOTTOMUP) {
         context.lines_left = smaller(record.height, image.height);
         if (context.lines_left) context.next_line = row_at(record, context.lines_left - 1);
-        context.line_step = -int64_t{record.stride};
+        context.line_step = static_cast<int32_t>(0 - record.stride);
     }
+    if (context.lines_left > 1 && record.stride > INT32_MAX) return IMG_ST_NOMEM;
 
     // Indices beyond the codec's palette find entries of 0.
     const bool has_palette = expands && context.expand && image.ncolors;
@@ -178,7 +179,8 @@ void dflt_set_transparency(void *data, img_record *image, uint32_t key) {
     img_record &record = *context.record;
     store_key(context, image->format, key);
     if (has(record, IMG_F_WANT_ALPHA) && !has(record, IMG_F_PAL_ALPHA) && (record.format & IMG_FMT_ALPHA)) {
-        if (has(*image, IMG_F_PALETTE) && context.palette) {
+        // Kept: the caller's own flag is enough where an entry has no alpha bit to clear. Nothing happens there.
+        if (has(*image, IMG_F_PALETTE) && (context.palette || bits_per_pixel(record.format) < 16)) {
             make_entry_transparent(context, key);
         } else {
             context.state |= key_becomes_alpha;
@@ -210,7 +212,6 @@ void free_scratch(DecodeContext &context) {
     free(context.scratch);
     context.scratch = nullptr;
     context.palette = nullptr;
-    context.convert = nullptr; // rows that still come are dropped
 }
 
 void dflt_frame(void *data, img_record *) {
@@ -230,6 +231,7 @@ void dflt_abort(void *data, img_record *) {
         if (has(context.image, IMG_F_DIRECT)) context.image.data = nullptr;
     }
     free_scratch(context);
+    context.convert = nullptr; // rows that still come are dropped
 }
 
 // Replaces the pixels that equal match.

@@ -47,11 +47,11 @@ namespace img {
 
 namespace {
 
-// How many pixels lie from an address on in the image's buffer. Its last row may be without padding.
+// How many pixels lie from an address on in the image's buffer, with what follows each row.
 uint64_t pixels_from(const img_record &record, const uint8_t *at) {
     const auto *begin = static_cast<const uint8_t *>(record.data);
-    const uint64_t bytes = uint64_t{record.height - 1} * record.stride + run_bytes(record.format, record.width);
-    if (!record.height || at < begin || at >= begin + bytes) return 0;
+    const uint64_t bytes = uint64_t{record.height} * record.stride;
+    if (at < begin || at >= begin + bytes) return 0;
     return (bytes - static_cast<uint64_t>(at - begin)) * 8 / bits_per_pixel(record.format);
 }
 
