@@ -28,10 +28,9 @@ img_status create_expansion(const img_record &src, const img_record &dst, Transf
     const img_cvt_func convert = img_convert_getfunc(FMT_ARGB8888HE, dst.format);
     if (!convert) return IMG_ST_BADFMT;
 
-    // The record's own palette serves where it is in the format wanted and no index can lie behind its end.
-    const uint64_t entries = full_palette(src.format, src.ncolors);
-    const bool own = dst.format == FMT_ARGB8888HE && entries == src.ncolors;
-    const uint64_t palette_bytes = own ? 0 : run_bytes(dst.format, entries);
+    // The record's own palette serves where it is in the format wanted, whatever the record says of its length.
+    const bool own = dst.format == FMT_ARGB8888HE;
+    const uint64_t palette_bytes = own ? 0 : run_bytes(dst.format, full_palette(src.format, src.ncolors));
     state = Transform{static_cast<img_dtransform_state *>(calloc(1, sizeof(img_dtransform_state) + palette_bytes))};
     if (!state) return IMG_ST_NOMEM;
     state->kind = transform_expands;
@@ -66,7 +65,7 @@ bool one_run(const img_record &src, const img_record &dst, uint32_t width, uint3
 }
 
 img_status move_rows(const img_record &src_record, const img_record &dst_record, const img_dtransform_state &state,
-                     bool upside_down, bool in_order) {
+                     bool upside_down) {
     const uint32_t width = smaller(src_record.width, dst_record.width);
     const uint32_t height = smaller(src_record.height, dst_record.height);
     if (!height) return IMG_ST_OK;
@@ -81,7 +80,7 @@ img_status move_rows(const img_record &src_record, const img_record &dst_record,
 
     const Rows src{src_record}, dst{dst_record};
     // Kept: between two access functions the last row goes first.
-    const bool last_first = !src.direct() && !dst.direct() && !in_order;
+    const bool last_first = !src.direct() && !dst.direct();
     for (uint32_t i = 0; i < height; i++) {
         const uint32_t src_y = last_first ? height - 1 - i : i;
         const uint32_t dst_y = upside_down ? height - 1 - src_y : src_y;
@@ -98,7 +97,7 @@ img_status move_rows(const img_record &src_record, const img_record &dst_record,
 
 namespace img {
 
-img_status copy_image(const img_record &src, img_record &dst, bool upside_down, bool in_order) {
+img_status copy_image(const img_record &src, img_record &dst, bool upside_down) {
     if (!has_all(src, shape_flags)) return IMG_ST_BADARG;
     imgcpy(dst, src, shape_flags); // Kept: the number of colours is the destination's own
 
@@ -111,7 +110,7 @@ img_status copy_image(const img_record &src, img_record &dst, bool upside_down, 
         copy_palette(dst, src);
         dst.flags |= src.flags & IMG_F_PAL_ALPHA;
     }
-    if (const img_status status = move_rows(src, dst, *state.get(), upside_down, in_order)) return status;
+    if (const img_status status = move_rows(src, dst, *state.get(), upside_down)) return status;
     storage.keep();
     return IMG_ST_OK;
 }
@@ -137,6 +136,6 @@ void img_dtransform_apply(const img_dtransform_state *state, const void *src, vo
 
 void img_dtransform_free(img_dtransform_state *state) { free(state); }
 
-img_status img_dtransform(const img_record *src, img_record *dst) { return copy_image(*src, *dst, false, false); }
+img_status img_dtransform(const img_record *src, img_record *dst) { return copy_image(*src, *dst, false); }
 
-img_status img_dtransform_bu(const img_record *src, img_record *dst) { return copy_image(*src, *dst, true, false); }
+img_status img_dtransform_bu(const img_record *src, img_record *dst) { return copy_image(*src, *dst, true); }

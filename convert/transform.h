@@ -22,8 +22,8 @@ inline constexpr uint32_t transform_expands = 0x1;
 // Releases the state that img_dtransform_create gave.
 using Transform = Owned<img_dtransform_state>;
 
-// img_dtransform and img_dtransform_bu. in_order: rows of an access function can be fetched from the first to the last only.
-img_status copy_image(const img_record &src, img_record &dst, bool upside_down, bool in_order);
+// img_dtransform and img_dtransform_bu.
+img_status copy_image(const img_record &src, img_record &dst, bool upside_down);
 
 // Entries that a palette needs so that every index of the format finds one.
 constexpr uint64_t full_palette(img_format format, uint32_t ncolors) {

@@ -11,5 +11,6 @@ img_status img_crop(const img_record *src, img_record *dst, uint32_t x, uint32_t
     Frame frame{*src, *dst};
     take_format(*dst, *src);
     if (const img_status status = frame.prepare(0)) return status;
-    return frame.copy_rows({x, y, dst->width, dst->height}, {});
+    // Kept: the offset of the first row wraps at 32 bits.
+    return frame.copy_rows({x, y, dst->width, dst->height, true}, {});
 }

@@ -38,8 +38,12 @@ img_status Frame::begin(const Cut &cut, uint32_t lines, uint64_t extra) {
     if (!has(src_, storage_flags) || !has(dst_, storage_flags)) return IMG_ST_BADARG;
     cut_ = cut;
     lines_ = lines;
-    if (transform_ || has(src_, IMG_F_ACCESS))
-        line_bytes_ = larger(row_bytes(src_.format, cut.width), row_bytes(dst_.format, cut.width));
+    if (has(src_, IMG_F_DIRECT)) {
+        const uint64_t offset = uint64_t{cut.y} * src_.stride;
+        first_ = row_at(src_, 0) + (cut.wraps ? static_cast<uint32_t>(offset) : offset) + run_bytes(src_.format, cut.x);
+    }
+    if (transform_ || !first_)
+        line_bytes_ = larger(1, larger(row_bytes(src_.format, cut.width), row_bytes(dst_.format, cut.width)));
     const uint64_t bytes = lines * line_bytes_ + extra;
     if (!bytes) return IMG_ST_OK;
     memory_ = img::allocate<uint8_t>(bytes);
@@ -47,16 +51,11 @@ img_status Frame::begin(const Cut &cut, uint32_t lines, uint64_t extra) {
 }
 
 const uint8_t *Frame::row(uint32_t i) {
-    const Rows rows{src_};
-    if (!line_bytes_) return rows.at(cut_.y + i) + run_bytes(src_.format, cut_.x);
+    if (!line_bytes_) return first_ + uint64_t{i} * src_.stride;
     uint8_t *line = memory_.get() + i % lines_ * line_bytes_;
-    if (!rows.direct()) {
-        rows.pass(cut_.x, cut_.y + i, cut_.width, line);
-        if (transform_) img_dtransform_apply(transform_.get(), line, line, cut_.width);
-        return line;
-    }
-    const uint8_t *at = rows.at(cut_.y + i) + run_bytes(src_.format, cut_.x);
-    img_dtransform_apply(transform_.get(), at, line, cut_.width);
+    if (!first_) Rows{src_}.pass(cut_.x, cut_.y + i, cut_.width, line);
+    const uint8_t *in = first_ ? first_ + uint64_t{i} * src_.stride : line;
+    if (transform_) img_dtransform_apply(transform_.get(), in, line, cut_.width);
     return line;
 }
 

@@ -14,6 +14,7 @@ namespace img {
 // A rectangle of the source.
 struct Cut {
     uint32_t x, y, width, height;
+    bool wraps = false; // where its first row begins in a buffer is counted in 32 bits
 };
 
 // How rows lie in the destination.
@@ -74,7 +75,8 @@ private:
     Cut cut_{};
     Owned<uint8_t> memory_; // converted rows, then the user's
     uint32_t lines_ = 0;
-    uint64_t line_bytes_ = 0; // 0 when rows are read where they lie
+    uint64_t line_bytes_ = 0;        // 0 when rows are read where they lie
+    const uint8_t *first_ = nullptr; // of a buffer, where the cut begins
 };
 
 } // namespace img

@@ -300,7 +300,7 @@ template <typename Load> img_status load_resize(const img_decode_callouts *calle
         streamed = shared.state & streaming;
         shared.load_failed = status != IMG_ST_OK;
         // A resize that waits for rows of a failed load is stopped before it is let go.
-        if (status && !(shared.state & (not_started | consumer_finished))) img_resize_set_abort(1);
+        if (status && !(shared.state & not_started)) img_resize_set_abort(1);
         shared.state |= producer_finished;
         shared.condition.signal();
     }

@@ -247,8 +247,7 @@ img_status resize(const img_record &src, img_record &dst, bool upside_down, cons
     imgcpy(dst, src, IMG_F_FORMAT);
     if (is_palette(dst.format)) return IMG_ST_BADFMT;
     complete_size(src, dst);
-    if (dst.width == src.width && dst.height == src.height)
-        return copy_image(src, dst, upside_down, sequence != nullptr);
+    if (dst.width == src.width && dst.height == src.height) return copy_image(src, dst, upside_down);
 
     Resizer resizer{src, dst};
     if (const img_status status = resizer.prepare(sequence)) return status;

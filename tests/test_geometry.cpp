@@ -256,6 +256,15 @@ TEST(Geometry, KernelsOfAllVariantsStayWithinTheImages) {
     });
 }
 
+TEST(Geometry, TheFirstRowOfACropIsCountedIn32Bits) {
+    Image src{FMT_G8, 8, 1, false}, dst{FMT_G8, 8, 1, false};
+    src.fill();
+    src.record.height = 3;
+    src.record.stride = 0x80000000;
+    ASSERT_EQ(img_crop(&src.record, &dst.record, 0, 2), IMG_ST_OK);
+    EXPECT_EQ(memcmp(dst.record.data, src.record.data, 8), 0);
+}
+
 // Larger than the caches, where lines may go past them; the last rows fill no whole vector.
 TEST(Geometry, HugeImagesAreTurned) {
     for (const img_format format : {FMT_ARGB8888HE, FMT_G8}) {

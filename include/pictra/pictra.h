@@ -152,7 +152,8 @@ typedef struct img_dtransform_state img_dtransform_state;
 
 /*
  * Prepares the conversion of runs of src's format into dst's. The state is given to the caller, who releases it with
- * img_dtransform_free; it may refer to src's palette, which must stay as it is until then. On failure *state is null.
+ * img_dtransform_free. Into FMT_ARGB8888HE it refers to src's palette, which must stay as it is until then and reach as
+ * far as the indices do; otherwise indices from src's ncolors on are 0. On failure *state is null.
  *
  * IMG_ST_OK      done
  * IMG_ST_BADFMT  direct colour into a palette format, or no routine for the pair
@@ -274,7 +275,8 @@ IMG_API void img_resize_set_abort(uint32_t abort);
  * in dst is passed on. callouts may be null. The caller's choose_format sees dst, and the codec is then asked to decode at
  * dst's size if it can; setup, set_palette, set_transparency, frame and abort see the record of the load, set_value sees
  * dst. Non-zero from scanline stops load and resize. If the load fails when all rows of the result have been made, dst has
- * them.
+ * them. To get an image of its own size through an access function, use img_load_file: nothing is resized then, and
+ * img_dtransform asks for the last row first, so that the others are gone.
  *
  * IMG_ST_NOMEM  no memory or thread, or stopped by img_resize_set_abort
  * Others are those of img_load_file and img_resize_fs.
