@@ -53,17 +53,19 @@ template <Kind K> [[gnu::noinline]] void thin(const uint8_t *src, uint8_t *dst, 
 }
 
 template <Kind K> [[gnu::noinline]] void step(const uint8_t *line, uint8_t *dst, const img_scl_parms &p) {
-    if (!Stepper<K>::serves(p)) return step_pixels<K>(line, dst, p);
-    Stepper<K> stepper{line, dst, p};
+    if (!p.plan) return step_pixels<K>(line, dst, p);
+    const Stepper<K> stepper{line, dst, p};
     if (p.dir > 0)
         stepper.reduce();
     else
         stepper.enlarge();
 }
+template <Kind K> constexpr img_scl_planner planner = Stepper<K>::plan;
 #else
 template <Kind K> constexpr auto halve = halve_pixels<K>;
 template <Kind K> constexpr auto thin = thin_pixels<K>;
 template <Kind K> constexpr auto step = step_pixels<K>;
+template <Kind K> constexpr img_scl_planner planner = nullptr;
 #endif
 
 // The line as it comes to the stepper: made one with the line below and halved, in room.
@@ -98,7 +100,7 @@ template <Kind K> void scale(const void *from, const void *under, void *room, vo
     const bool whole = p.frac_step == 0 && p.half > 0;
 #if defined(__AVX2__)
     if constexpr (K.bytes == 4)
-        if (below && whole && p.halvings == 1 && p.int_step == 2 && p.dst_width >= least_quartered)
+        if (below && whole && p.halvings == 1 && p.int_step == 2 && p.dst_width >= lanes)
             return quarter<K>(line, below, dst, p.dst_width, p.rule);
 #endif
     if (below || p.halvings) line = halved<K>(line, below, static_cast<uint8_t *>(room), p);
@@ -120,6 +122,9 @@ const ScaleKernels scale_kernels = {
     {FOR_EACH_FAMILY(EACH)},
 #undef EACH
 #define EACH(name) scale<family::name.kind>,
+    {FOR_EACH_FAMILY(EACH)},
+#undef EACH
+#define EACH(name) planner<family::name.kind>,
     {FOR_EACH_FAMILY(EACH)},
 #undef EACH
 };

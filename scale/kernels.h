@@ -11,6 +11,7 @@ namespace img {
 struct ScaleKernels {
     img_avg_func average[family_count];
     img_scl_func scale[family_count];
+    img_scl_planner plan[family_count];
 };
 
 #define VARIANT(name, ...)                                                                                             \

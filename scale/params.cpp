@@ -60,22 +60,9 @@ int img_scl_calc_parms(img_format format, uint32_t src_width, uint32_t dst_width
     parms->main_count = dst_width - parms->edge_count;
     parms->frac_step = src % dst_width;
     parms->int_step = static_cast<int32_t>(src / dst_width) * parms->dir;
-    const uint32_t step = src / dst_width;
-    for (uint32_t i = 0, whole = 0, parts = 0; i <= scale_lanes; i++, whole += step) {
-        parms->lane_whole[i] = whole;
-        parms->lane_parts[i] = parts;
-        if (i < scale_lanes) {
-            parms->lane_whole_back[scale_lanes - 1 - i] = whole;
-            parms->lane_parts_back[scale_lanes - 1 - i] = parts;
-        }
-        parts += parms->frac_step;
-        if (parts >= dst_width) {
-            parts -= dst_width;
-            whole++;
-        }
-    }
     if (parms->edge_count)
         parms->edge_src = src - 1 - static_cast<uint32_t>(uint64_t{parms->main_count} * src / dst_width);
+    if (parms->frac_step) parms->planner = active_kernels().plan[index];
     return 0;
 }
 

@@ -15,8 +15,9 @@ struct img_scl_parms;
 // enough for src. All but below may be the same line if it is long enough for src and dst.
 using img_scl_func = void (*)(const void *src, const void *below, void *room, void *dst, const img_scl_parms *parms);
 
-// Pixels that vectors step through together, at most.
-constexpr uint32_t scale_lanes = 16;
+// Works out beforehand what is the same for all lines that are scaled like this, in plan_words(). False if that would not
+// help.
+using img_scl_planner = bool (*)(const img_scl_parms &parms, uint32_t *memory);
 
 // Offsets and steps count words of the format's family (scale/family.h).
 struct img_scl_parms {
@@ -33,12 +34,15 @@ struct img_scl_parms {
     uint32_t main_count; // pixels that the stepper writes
     uint32_t halvings;   // passes of exact halving before the stepper
 
-    // How far the stepper is after 0 to 16 pixels: pixels, without int_step's direction, and parts of dst_width.
-    uint32_t lane_whole[scale_lanes + 1], lane_parts[scale_lanes + 1];
-    uint32_t lane_whole_back[scale_lanes], lane_parts_back[scale_lanes]; // after 15 to 0
     MeanRule rule;
-    uint32_t edge_src; // enlarging: the pixel that the edge repeats
+    uint32_t edge_src;       // enlarging: the pixel that the edge repeats
+    img_scl_planner planner; // null where nothing is planned
+    const uint32_t *plan;    // null: each line is counted through, slowly
 };
+
+// A plan's windows, of 8 pixels at least, and its pixels, by 16.
+constexpr uint64_t plan_starts(uint32_t width) { return (uint64_t{width} / 8 + 16) & ~uint64_t{15}; }
+constexpr uint64_t plan_words(uint32_t width) { return plan_starts(width) + ((uint64_t{width} + 15) & ~uint64_t{15}); }
 
 // Halvings after which a size is at most twice the other; it is halved on the way.
 uint32_t count_halvings(uint32_t &from, uint32_t to);

@@ -33,6 +33,7 @@ private:
     const Sequence *sequence_ = nullptr;
     img_format work_ = 0;
     uint32_t shift_ = 0;
+    bool lie_ready_ = false; // rows of src are used where they lie
     img_avg_func average_ = nullptr;
     Transform transform_;  // null when src is in the working format
     Owned<uint8_t> lines_; // shift + 1 of them

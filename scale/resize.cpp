@@ -191,12 +191,15 @@ img_status Resizer::pick_rows(Walk in, uint32_t every, Walk out) const {
 img_status Resizer::run(bool upside_down) {
     const uint64_t output_bytes = converts_output() ? whole_vectors(run_bytes(dst_.format, dst_.width)) : 0;
     const uint64_t line_bytes = whole_vectors(run_bytes(work_, larger(src_.width, dst_.width)));
-    block_ = allocate<uint8_t>(output_bytes + 2 * line_bytes + line_alignment);
+    const uint64_t plan_bytes = parms_.planner ? plan_words(dst_.width) * sizeof(uint32_t) : 0;
+    block_ = allocate<uint8_t>(output_bytes + 2 * line_bytes + plan_bytes + line_alignment);
     if (!block_) return IMG_ST_NOMEM;
     uint8_t *first = aligned(block_.get());
     output_ = output_bytes ? first : nullptr;
     current_ = first + output_bytes;
     other_ = current_ + line_bytes;
+    auto *plan = reinterpret_cast<uint32_t *>(other_ + line_bytes);
+    if (parms_.planner && parms_.planner(parms_, plan)) parms_.plan = plan;
 
     const uint32_t sh = src_.height, dh = dst_.height;
     const uint32_t tail_rows = sh < dh ? dh / (2 * sh) + 1 : 0;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Lines stepped through in vectors: a pixel to each 32-bit lane while pixels are picked and averaged. Part of kernels.cpp.
+// Lines stepped through in vectors: a pixel to each 32-bit lane while pixels are picked and averaged. Which pixels these
+// are is the same in every line, so it is worked out once, as a plan. Part of kernels.cpp.
 //
 // A line may be scaled in place: the pixels of a vector are read before it is written, and lie where nothing was written
 // yet, since reductions go forward and enlargements backward.
@@ -11,25 +12,41 @@
 namespace img::IMG_TARGET {
 namespace {
 
-// Lane i is parms.lane_whole[i] pixels further than lane 0, and another one further where the parts carry over.
 template <Kind K> class Stepper {
 public:
-    Stepper(const uint8_t *line, uint8_t *dst, const img_scl_parms &p)
-        : line_(line), dst_(dst), p_(p), length_(p.src_width >> p.halvings), width_(Words{} + p.dst_width),
-          half_(Words{} + p.half), rule_(p.rule) {}
-
-    // Steps of less than two pixels in lines that fill a window, and sums of parts that fit 31 bits.
-    static bool serves(const img_scl_parms &p) {
-        return p.dst_width < 1u << 30 && p.src_width >> p.halvings >= least_line &&
-               (p.dir < 0 ? p.int_step == 0 : p.int_step == p.dir);
+    // For each vector, in the order in which they are made, where its window begins; then a word for each of its lanes:
+    // the pixel's index in the window, and `blended` if it is averaged with its neighbour. Windows are made for steps of
+    // less than two pixels; in lines of a billion they could not be counted.
+    static bool plan(const img_scl_parms &p, uint32_t *memory) {
+        const bool forward = p.dir > 0;
+        const uint32_t length = p.src_width >> p.halvings;
+        if (length < least_line || p.int_step != (forward ? p.dir : 0) || p.dst_width > 1u << 30) return false;
+        uint32_t *starts = memory, *words = memory + plan_starts(p.dst_width);
+        uint32_t at = forward ? 0 : length - 1, fraction = 0;
+        for (uint32_t i = 0; i < p.main_count; i += lanes, words += lanes) {
+            const uint32_t start = Window<pixel>::begin(forward ? at : at < lanes ? 0 : at - lanes, length);
+            *starts++ = start;
+            for (uint32_t k = 0; k < lanes; k++) {
+                const bool there = i + k < p.main_count;
+                const uint32_t index = there ? first_index<pixel> + (at - start) * index_unit<pixel> : 0;
+                words[forward ? k : lanes - 1 - k] = index | (fraction >= p.half ? blended : 0);
+                fraction += p.frac_step;
+                const bool carry = fraction >= p.dst_width;
+                fraction -= carry ? p.dst_width : 0;
+                at += forward ? 1 + carry : -uint32_t{carry};
+            }
+        }
+        return true;
     }
 
-    void reduce() {
-        whole_ = Words(load(p_.lane_whole)) * unit + first_index;
-        parts_ = Words(load(p_.lane_parts));
-        for (uint32_t i = 0, at = 0; i < p_.dst_width; i += lanes, at += advance()) {
+    Stepper(const uint8_t *line, uint8_t *dst, const img_scl_parms &p)
+        : line_(line), dst_(dst), p_(p), length_(p.src_width >> p.halvings), starts_(p.plan),
+          words_(p.plan + plan_starts(p.dst_width)), means_(p.rule) {}
+
+    void reduce() const {
+        for (uint32_t i = 0; i < p_.dst_width; i += lanes) {
             const uint32_t left = p_.dst_width - i;
-            const Any v = pick<1>(at, at);
+            const Any v = pick<1>(i);
             if (left >= lanes)
                 store_packed<pixel>(dst_ + size_t{i} * pixel, packed<pixel>(v));
             else
@@ -38,13 +55,10 @@ public:
     }
 
     // From the right: the last lane comes first.
-    void enlarge() {
-        constexpr uint32_t skip = scale_lanes - lanes;
-        whole_ = first_index - Words(load(p_.lane_whole_back + skip)) * unit;
-        parts_ = Words(load(p_.lane_parts_back + skip));
-        for (uint32_t i = 0, at = length_ - 1; i < p_.main_count; i += lanes, at -= advance()) {
+    void enlarge() const {
+        for (uint32_t i = 0; i < p_.main_count; i += lanes) {
             const uint32_t left = p_.main_count - i;
-            const Any v = pick<-1>(at < lanes ? 0 : at - lanes, at);
+            const Any v = pick<-1>(i);
             if (left >= lanes)
                 store_packed<pixel>(dst_ + size_t{p_.dst_width - i - lanes} * pixel, packed<pixel>(v));
             else
@@ -55,37 +69,24 @@ public:
     }
 
 private:
-    static constexpr uint32_t pixel = K.elements * K.bytes, unit = index_unit<pixel>;
+    static constexpr uint32_t pixel = K.elements * K.bytes, blended = 1u << 31;
 
-    static Any load(const uint32_t *table) { return img::IMG_TARGET::load(reinterpret_cast<const uint8_t *>(table)); }
-
-    // Pixels from the first lane of one vector to that of the next.
-    uint32_t advance() {
-        fraction_ += p_.lane_parts[lanes];
-        const bool carry = fraction_ >= p_.dst_width;
-        fraction_ -= carry ? p_.dst_width : 0;
-        return p_.lane_whole[lanes] + carry;
-    }
-
-    // The pixels of the lanes, of which the one that comes first is `at`, out of a window that begins at `start`.
-    template <int direction> Any pick(uint32_t start, uint32_t at) const {
-        const Window<pixel> in{line_, start, length_};
-        Words parts = parts_ + fraction_, index = whole_ + (at - in.start()) * unit;
-        const Chosen carry = at_least(parts, width_);
-        parts = choose(carry, parts - width_, parts);
-        const auto further = [](Words v) { return direction > 0 ? v + unit : v - unit; };
-        index = choose(carry, further(index), index);
-        const Any near = in.picked(index), both = mean<K>(near, in.picked(further(index)), rule_);
-        return with_forced<K>(Any(choose(at_least(parts, half_), Words(both), Words(near))), rule_);
+    // The pixels of the vector that is made i-th.
+    template <int direction> Any pick(uint32_t i) const {
+        const Window<pixel> in{line_, starts_[i / lanes], length_};
+        const auto index = Words(load(reinterpret_cast<const uint8_t *>(words_ + i)));
+        const Any near = means_.opened(in.picked(index));
+        const Any next =
+            means_.opened(in.picked(direction > 0 ? index + index_unit<pixel> : index - index_unit<pixel>));
+        return means_.closed(choose(top_bits(index), means_.of(near, next), near));
     }
 
     const uint8_t *line_;
     uint8_t *dst_;
     const img_scl_parms &p_;
     uint32_t length_;
-    uint32_t fraction_ = 0;
-    Words whole_{}, parts_{}, width_, half_;
-    Rule rule_;
+    const uint32_t *starts_, *words_;
+    Means<K> means_;
 };
 
 } // namespace

@@ -17,7 +17,7 @@ Any load(const uint8_t *p) { return _mm512_loadu_si512(p); }
 void store(uint8_t *p, Any v) { _mm512_storeu_si512(p, v); }
 Any average_of_bytes(Any a, Any b) { return _mm512_avg_epu8(a, b); }
 Any in_lanes(Any v, Any order) { return _mm512_shuffle_epi8(v, order); }
-Any odd_sums(Any a, Any b) { return _mm512_ternarylogic_epi32(a, b, _mm512_set1_epi8(1), 0x28); } // (a ^ b) & 1
+Any complement_or(Any v, Any bits) { return _mm512_ternarylogic_epi32(v, bits, bits, 0xcf); } // ~v | bits
 #else
 typedef __m256i Any;
 constexpr size_t vector_bytes = 32;
@@ -25,7 +25,7 @@ Any load(const uint8_t *p) { return _mm256_loadu_si256(reinterpret_cast<const An
 void store(uint8_t *p, Any v) { _mm256_storeu_si256(reinterpret_cast<Any *>(p), v); }
 Any average_of_bytes(Any a, Any b) { return _mm256_avg_epu8(a, b); }
 Any in_lanes(Any v, Any order) { return _mm256_shuffle_epi8(v, order); }
-Any odd_sums(Any a, Any b) { return _mm256_and_si256(_mm256_xor_si256(a, b), _mm256_set1_epi8(1)); }
+Any complement_or(Any v, Any bits) { return _mm256_or_si256(_mm256_xor_si256(v, _mm256_set1_epi8(-1)), bits); }
 #endif
 
 typedef uint8_t Bytes __attribute__((vector_size(vector_bytes)));
@@ -43,35 +43,39 @@ Halves swapped(Halves v) {
     return Halves(in_lanes(Any(v), load(order.at)));
 }
 
-// A rule in vectors.
-struct Rule {
-    Words mask, forced;
-    explicit Rule(const MeanRule &rule) : mask(Words{} + rule.mask), forced(Words{} + rule.forced) {}
-};
+// Means of vectors. Bytes are complemented while they are averaged, since the instruction rounds up: means of means are
+// then as many operations less. Words of the other order are swapped meanwhile.
+template <Kind K> class Means {
+public:
+    explicit Means(const MeanRule &rule) : mask_(Words{} + rule.mask), forced_(Words{} + rule.forced) {}
 
-template <Kind K> Any mean(Any a, Any b, const Rule &rule) {
-    if constexpr (K.bytes == 2) {
-        const Halves x = K.swapped ? swapped(Halves(a)) : Halves(a), y = K.swapped ? swapped(Halves(b)) : Halves(b);
-        const Halves result = (x & y) + (((x ^ y) & Halves(rule.mask)) >> 1);
-        return Any(K.swapped ? swapped(result) : result);
-    } else { // The instruction rounds up: one less where the sum is odd.
-        return Any(Bytes(average_of_bytes(a, b)) - Bytes(odd_sums(a, b)));
+    Any opened(Any v) const {
+        if constexpr (K.bytes != 2) return Any(~Words(v));
+        return K.swapped ? Any(swapped(Halves(v))) : v;
     }
-}
+    Any of(Any a, Any b) const {
+        if constexpr (K.bytes != 2) return average_of_bytes(a, b);
+        const auto x = Halves(a), y = Halves(b);
+        return Any((x & y) + (((x ^ y) & Halves(mask_)) >> 1));
+    }
+    Any closed(Any v) const {
+        if constexpr (K.bytes == 1) return opened(v);
+        if constexpr (K.bytes == 4) return complement_or(v, Any(forced_));
+        return Any(Words(opened(v)) | forced_);
+    }
 
-template <Kind K> Any with_forced(Any v, const Rule &rule) {
-    if constexpr (K.bytes == 1) return v;
-    return Any(Words(v) | rule.forced);
-}
+private:
+    Words mask_, forced_;
+};
 
 // In place as well: what overlaps at the end is read before anything is written.
 template <Kind K>
-[[gnu::noinline]] void average(const void *a, const void *b, void *dst, size_t bytes, const MeanRule &means) {
+[[gnu::noinline]] void average(const void *a, const void *b, void *dst, size_t bytes, const MeanRule &rule) {
     const auto *x = static_cast<const uint8_t *>(a), *y = static_cast<const uint8_t *>(b);
     auto *out = static_cast<uint8_t *>(dst);
-    const Rule rule{means};
+    const Means<K> means{rule};
     const auto at = [&](const uint8_t *p, const uint8_t *q) {
-        return with_forced<K>(mean<K>(load(p), load(q), rule), rule);
+        return means.closed(means.of(means.opened(load(p)), means.opened(load(q))));
     };
     if (bytes < vector_bytes) {
         uint8_t first[vector_bytes] = {}, second[vector_bytes] = {};

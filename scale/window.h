@@ -37,19 +37,25 @@ template <uint32_t pixel> void store_packed(uint8_t *dst, Any v) {
     }
 }
 
+// Makes pixels by blocks, of which the last may overlap the one before: it is made first when a line is scaled in place.
+template <size_t block> void in_blocks(size_t count, bool in_place, auto made, auto put) {
+    const size_t end = count - block;
+    Any last{};
+    if (in_place) last = made(end);
+    for (size_t i = 0; i < end; i += block) put(i, made(i));
+    put(end, in_place ? last : made(end));
+}
+
 #if defined(__AVX512VBMI__)
 
 constexpr uint32_t least_line = 2;
 
-typedef __mmask16 Chosen;
-Chosen at_least(Words a, Words b) { return _mm512_cmpge_epu32_mask(Any(a), Any(b)); }
-Words choose(Chosen chosen, Words v, Words otherwise) {
-    return Words(_mm512_mask_mov_epi32(Any(otherwise), chosen, Any(v)));
-}
+__mmask16 top_bits(Words v) { return _mm512_movepi32_mask(Any(v)); }
+Any choose(__mmask16 chosen, Any v, Any otherwise) { return _mm512_mask_mov_epi32(otherwise, chosen, v); }
 
-// An index is that of a pixel's four bytes.
-template <uint32_t pixel> constexpr uint32_t index_unit = pixel * 0x01010101;
-constexpr uint32_t first_index = 0x03020100;
+// An index is that of a pixel, or of each of the bytes that a smaller one brings into its lane. Higher bits do not count.
+template <uint32_t pixel> constexpr uint32_t index_unit = pixel == 4 ? 1 : pixel * 0x01010101;
+template <uint32_t pixel> constexpr uint32_t first_index = pixel == 4 ? 0 : 0x03020100;
 
 uint64_t first_bytes(size_t n) { return _bzhi_u64(~uint64_t{0}, static_cast<uint32_t>(n < 64 ? n : 64)); }
 
@@ -66,21 +72,20 @@ Vectors load_two(const uint8_t *p, size_t second, size_t there) {
 
 template <uint32_t pixel> class Window {
 public:
-    Window(const uint8_t *line, uint32_t start, uint32_t length)
-        : in_(load_two(line + size_t{start} * pixel, 64, size_t{length - start} * pixel)), start_(start) {}
+    static uint32_t begin(uint32_t at, uint32_t) { return at; }
 
-    uint32_t start() const { return start_; }
+    Window(const uint8_t *line, uint32_t start, uint32_t length)
+        : in_(load_two(line + size_t{start} * pixel, 64, size_t{length - start} * pixel)) {}
 
     // Small pixels are all in the first vector.
     Any picked(Words index) const {
         if constexpr (pixel <= 2) return _mm512_maskz_permutexvar_epi8(~__mmask64{0}, Any(index), in_.low);
-        if constexpr (pixel == 4) return _mm512_permutex2var_epi32(in_.low, Any(index >> 26), in_.high);
+        if constexpr (pixel == 4) return _mm512_permutex2var_epi32(in_.low, Any(index), in_.high);
         return _mm512_permutex2var_epi8(in_.low, Any(index), in_.high);
     }
 
 private:
     Vectors in_;
-    uint32_t start_;
 };
 
 // Pixels in lanes, from the first on, to one after the other.
@@ -120,74 +125,80 @@ template <uint32_t pixel> Any from_two(const Vectors &in, Any order) {
 }
 
 template <Kind K, Fold F>
-void fold_pairs(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t count, const MeanRule &means) {
-    const Rule rule{means};
-    constexpr size_t pixel = K.elements * K.bytes, used = 64 / pixel * pixel, second = 2 * used - 64;
+void fold_pairs(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t count, const MeanRule &rule) {
+    const Means<K> means{rule};
+    constexpr size_t pixel = K.elements * K.bytes, block = 64 / pixel, second = 2 * block * pixel - 64;
     static constexpr Order firsts = pixels_of_pairs<pixel>(0), seconds = pixels_of_pairs<pixel>(1);
     const Any first = loaded(firsts), other = loaded(seconds);
-    for (size_t left = count * pixel; left;) {
-        const size_t bytes = left < used ? left : used;
-        Vectors in = load_two(src, second, 2 * left);
+    const auto folded = [&](Vectors in, auto under) {
+        if constexpr (F == Fold::first) return means.closed(means.opened(from_two<pixel>(in, first)));
+        in = {means.opened(in.low), means.opened(in.high)};
         if constexpr (F == Fold::square) {
-            const Vectors under = load_two(below, second, 2 * left);
-            in = {mean<K>(in.low, under.low, rule), mean<K>(in.high, under.high, rule)};
-            below += 2 * bytes;
+            const Vectors v = under();
+            in = {means.of(in.low, means.opened(v.low)), means.of(in.high, means.opened(v.high))};
         }
-        Any v = from_two<pixel>(in, first);
-        if constexpr (F != Fold::first) v = mean<K>(v, from_two<pixel>(in, other), rule);
-        v = with_forced<K>(v, rule);
-        // Masks only where they are needed: what a masked store wrote is slow to be read again. The byte behind whole
-        // pixels, if there is one, is the next vector's.
-        if (left >= 64)
-            store(dst, v);
-        else
-            _mm512_mask_storeu_epi8(dst, first_bytes(bytes), v);
-        src += 2 * bytes;
-        dst += bytes;
-        left -= bytes;
+        return means.closed(means.of(from_two<pixel>(in, first), from_two<pixel>(in, other)));
+    };
+    if (count < block) {
+        const size_t there = 2 * count * pixel;
+        const Any v = folded(load_two(src, second, there), [&] { return load_two(below, second, there); });
+        return _mm512_mask_storeu_epi8(dst, first_bytes(count * pixel), v);
     }
+    const auto both = [](const uint8_t *p) { return Vectors{load(p), load(p + second)}; };
+    in_blocks<block>(
+        count, src == dst,
+        [&](size_t i) { return folded(both(src + 2 * i * pixel), [&] { return both(below + 2 * i * pixel); }); },
+        [&](size_t i, Any v) {
+            // Masks only where they are needed: what a masked store wrote is slow to be read again. The byte behind whole
+            // pixels, if there is one, is the next block's.
+            if (pixel == 3 && i + block == count)
+                _mm512_mask_storeu_epi8(dst + i * pixel, first_bytes(block * pixel), v);
+            else
+                store(dst + i * pixel, v);
+        });
 }
 
 // Every fourth pixel with its right neighbour, in both lines. Into another line, and at least one vector of pixels.
-constexpr uint32_t least_quartered = lanes;
 template <Kind K>
 [[gnu::noinline]] void quarter(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t count,
-                               const MeanRule &means) {
-    const Rule rule{means};
+                               const MeanRule &rule) {
+    const Means<K> means{rule};
     const Any order = _mm512_setr_epi32(0, 4, 8, 12, 16, 20, 24, 28, 1, 5, 9, 13, 17, 21, 25, 29);
-    const auto picked = [&](const uint8_t *p) { return _mm512_permutex2var_epi32(load(p), order, load(p + 64)); };
-    for (size_t i = 0;; i = i + 2 * lanes <= count ? i + lanes : count - lanes) {
-        const uint8_t *p = src + i * 16, *q = below + i * 16;
-        const Any low = mean<K>(picked(p), picked(q), rule), high = mean<K>(picked(p + 128), picked(q + 128), rule);
-        const Any v = mean<K>(_mm512_maskz_shuffle_i64x2(0xff, low, high, 0b01'00'01'00),
-                              _mm512_maskz_shuffle_i64x2(0xff, low, high, 0b11'10'11'10), rule);
-        store(dst + i * 4, with_forced<K>(v, rule));
-        if (i + lanes == count) return;
-    }
+    const auto picked = [&](const uint8_t *p) {
+        return means.opened(_mm512_permutex2var_epi32(load(p), order, load(p + 64)));
+    };
+    in_blocks<lanes>(
+        count, false,
+        [&](size_t i) {
+            const uint8_t *p = src + i * 16, *q = below + i * 16;
+            const Any low = means.of(picked(p), picked(q)), high = means.of(picked(p + 128), picked(q + 128));
+            return means.closed(means.of(_mm512_maskz_shuffle_i64x2(0xff, low, high, 0b01'00'01'00),
+                                         _mm512_maskz_shuffle_i64x2(0xff, low, high, 0b11'10'11'10)));
+        },
+        [&](size_t i, Any v) { store(dst + i * 4, v); });
 }
 
 #else
 
 constexpr uint32_t least_line = 2 * lanes;
 
-typedef Words Chosen; // all bits of a lane
-Chosen at_least(Words a, Words b) { return Chosen(a >= b); }
-Words choose(Chosen chosen, Words v, Words otherwise) {
-    return Words(_mm256_blendv_epi8(Any(otherwise), Any(v), Any(chosen)));
-}
+__m256 top_bits(Words v) { return __m256(v); }
+Any choose(__m256 chosen, Any v, Any otherwise) { return Any(_mm256_blendv_ps(__m256(otherwise), __m256(v), chosen)); }
 
-// An index is that of a pixel.
+// An index is that of a pixel. Higher bits do not count.
 template <uint32_t pixel> constexpr uint32_t index_unit = 1;
-constexpr uint32_t first_index = 0;
+template <uint32_t pixel> constexpr uint32_t first_index = 0;
 
 __m128i load_half(const uint8_t *p) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p)); }
 
-// Sixteen pixels. The window is moved forward where it would reach beyond the line.
+// Sixteen pixels.
 template <uint32_t pixel> class Window {
 public:
-    Window(const uint8_t *line, uint32_t start, uint32_t length)
-        : start_(start < length - least_line ? start : length - least_line) {
-        const uint8_t *p = line + size_t{start_} * pixel;
+    // It is moved where it would reach beyond the line.
+    static uint32_t begin(uint32_t at, uint32_t length) { return at < length - least_line ? at : length - least_line; }
+
+    Window(const uint8_t *line, uint32_t start, uint32_t) {
+        const uint8_t *p = line + size_t{start} * pixel;
         if constexpr (pixel == 1) {
             low_ = _mm256_castsi128_si256(load_half(p));
         } else if constexpr (pixel == 2) {
@@ -201,8 +212,6 @@ public:
         }
     }
 
-    uint32_t start() const { return start_; }
-
     // Small pixels are shifted down from the words that they are in.
     Any picked(Words index) const {
         if constexpr (pixel <= 2) {
@@ -212,7 +221,7 @@ public:
         }
         const Any low = _mm256_permutevar8x32_epi32(low_, Any(index));
         const Any high = _mm256_permutevar8x32_epi32(high_, Any(index));
-        return _mm256_blendv_epi8(low, high, Any(index >= lanes));
+        return choose(top_bits(index << 28), high, low);
     }
 
 private:
@@ -226,7 +235,6 @@ private:
     }
 
     Any low_{}, high_{};
-    uint32_t start_;
 };
 
 // Pixels in lanes to one after the other: within the halves, then the second half behind the first.
@@ -259,55 +267,65 @@ template <size_t pixel> consteval Order parted() {
 }
 
 template <Kind K, Fold F>
-void fold_pairs(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t count, const MeanRule &means) {
-    const Rule rule{means};
-    constexpr size_t pixel = K.elements * K.bytes, together = pixel == 3 ? lanes : vector_bytes / pixel;
-    for (; count >= together; count -= together) {
-        if constexpr (pixel == 3) {
-            static_assert(F != Fold::square);
-            const Window<pixel> in{src, 0, 2 * lanes};
-            Any v = in.picked(Words{0, 2, 4, 6, 8, 10, 12, 14});
-            if constexpr (F != Fold::first) v = mean<K>(v, in.picked(Words{1, 3, 5, 7, 9, 11, 13, 15}), rule);
-            store_packed<pixel>(dst, packed<pixel>(v));
-        } else {
-            static constexpr Order order = parted<pixel>();
-            const auto at = [&](size_t i) {
-                const Any v = load(src + i);
-                return in_lanes(F == Fold::square ? mean<K>(v, load(below + i), rule) : v, loaded(order));
-            };
-            const Any low = at(0), high = at(vector_bytes);
-            Any v = _mm256_unpacklo_epi64(low, high);
-            if constexpr (F != Fold::first) v = mean<K>(v, _mm256_unpackhi_epi64(low, high), rule);
-            store(dst, with_forced<K>(_mm256_permute4x64_epi64(v, 0b11'01'10'00), rule));
-        }
-        src += 2 * together * pixel;
-        dst += together * pixel;
-        if constexpr (F == Fold::square) below += 2 * together * pixel;
+void fold_pairs(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t count, const MeanRule &rule) {
+    const Means<K> means{rule};
+    constexpr size_t pixel = K.elements * K.bytes, block = pixel == 3 ? lanes : vector_bytes / pixel;
+    if (count < block) {
+        if constexpr (F == Fold::first) return thin_pixels<K>(src, dst, count, rule);
+        return halve_pixels<K>(src, F == Fold::square ? below : nullptr, dst, count, rule);
     }
-    if constexpr (F == Fold::first)
-        thin_pixels<K>(src, dst, count, means);
-    else
-        halve_pixels<K>(src, F == Fold::square ? below : nullptr, dst, count, means);
+    in_blocks<block>(
+        count, src == dst,
+        [&](size_t i) {
+            const uint8_t *p = src + 2 * i * pixel, *q = below + 2 * i * pixel;
+            if constexpr (pixel == 3) {
+                static_assert(F != Fold::square);
+                const Window<pixel> in{p, 0, 2 * lanes};
+                const Any first = in.picked(Words{0, 2, 4, 6, 8, 10, 12, 14});
+                if constexpr (F == Fold::first) return first;
+                const Any second = in.picked(Words{1, 3, 5, 7, 9, 11, 13, 15});
+                return means.closed(means.of(means.opened(first), means.opened(second)));
+            } else {
+                static constexpr Order order = parted<pixel>();
+                const auto half = [&](size_t at) {
+                    Any v = means.opened(load(p + at));
+                    if constexpr (F == Fold::square) v = means.of(v, means.opened(load(q + at)));
+                    return in_lanes(v, loaded(order));
+                };
+                const Any low = half(0), high = half(vector_bytes);
+                Any v = _mm256_unpacklo_epi64(low, high);
+                if constexpr (F != Fold::first) v = means.of(v, _mm256_unpackhi_epi64(low, high));
+                return _mm256_permute4x64_epi64(means.closed(v), 0b11'01'10'00);
+            }
+        },
+        [&](size_t i, Any v) {
+            if constexpr (pixel == 3)
+                store_packed<pixel>(dst + i * pixel, packed<pixel>(v));
+            else
+                store(dst + i * pixel, v);
+        });
 }
 
 // As above, eight pixels at a time. The wanted pairs are the low parts of the halves of a vector.
-constexpr uint32_t least_quartered = lanes;
 template <Kind K>
 [[gnu::noinline]] void quarter(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t count,
-                               const MeanRule &means) {
-    const Rule rule{means};
-    const auto pairs = [](const uint8_t *p) { return _mm256_unpacklo_epi64(load(p), load(p + vector_bytes)); };
+                               const MeanRule &rule) {
+    const Means<K> means{rule};
+    const auto pairs = [&](const uint8_t *p) {
+        return means.opened(_mm256_unpacklo_epi64(load(p), load(p + vector_bytes)));
+    };
     const Any order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
-    for (size_t i = 0;; i = i + 2 * lanes <= count ? i + lanes : count - lanes) {
-        const uint8_t *p = src + i * 16, *q = below + i * 16;
-        const auto low = __m256(mean<K>(pairs(p), pairs(q), rule)),
-                   high = __m256(mean<K>(pairs(p + 64), pairs(q + 64), rule));
-        const Any first = Any(_mm256_shuffle_ps(low, high, 0b10'00'10'00)),
-                  second = Any(_mm256_shuffle_ps(low, high, 0b11'01'11'01));
-        const Any v = mean<K>(first, second, rule);
-        store(dst + i * 4, with_forced<K>(_mm256_permutevar8x32_epi32(v, order), rule));
-        if (i + lanes == count) return;
-    }
+    in_blocks<lanes>(
+        count, false,
+        [&](size_t i) {
+            const uint8_t *p = src + i * 16, *q = below + i * 16;
+            const auto low = __m256(means.of(pairs(p), pairs(q))),
+                       high = __m256(means.of(pairs(p + 64), pairs(q + 64)));
+            const Any first = Any(_mm256_shuffle_ps(low, high, 0b10'00'10'00)),
+                      second = Any(_mm256_shuffle_ps(low, high, 0b11'01'11'01));
+            return _mm256_permutevar8x32_epi32(means.closed(means.of(first, second)), order);
+        },
+        [&](size_t i, Any v) { store(dst + i * 4, v); });
 }
 
 #endif
