@@ -32,8 +32,12 @@ struct Shape {
 constexpr size_t vector_bytes = 32;
 constexpr size_t worth_aligning = 256;               // pixels
 constexpr size_t worth_streaming = size_t{16} << 20; // bytes written, about what a core has of the last cache
-constexpr size_t chunk = 256;        // pixels that pass through a buffer together; it stays in the L1 cache
+constexpr size_t chunk = 256; // pixels that pass through a buffer together; it stays in the L1 cache
+#if defined(__AVX512VBMI__)
 constexpr size_t index_chunk = 4096; // as many indices as are worth a table
+#else
+constexpr size_t index_chunk = 512; // few enough for the next ones to be fetched meanwhile
+#endif
 
 size_t index_bytes(size_t count, uint32_t bits) { return (count * bits + 7) >> 3; }
 
