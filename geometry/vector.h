@@ -90,10 +90,13 @@ template <size_t bytes> void mirror(const uint8_t *src, uint8_t *dst, size_t cou
     } else if (left >= step) {
         const auto turn_at = [&](const uint8_t *p, uint8_t *to) {
             const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p));
-            const __m256i swapped = _mm256_permute4x64_epi64(_mm256_shuffle_epi8(v, order), 0b01'00'11'10);
-            _mm256_storeu_si256(reinterpret_cast<__m256i *>(to), swapped);
+            const __m256i turned_over = bytes == 4
+                                            ? _mm256_permutevar8x32_epi32(v, _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0))
+                                            : _mm256_permute4x64_epi64(_mm256_shuffle_epi8(v, order), 0b01'00'11'10);
+            _mm256_storeu_si256(reinterpret_cast<__m256i *>(to), turned_over);
         };
         uint8_t *const last = dst + left - step;
+#pragma GCC unroll 4
         for (; left >= step; left -= step, dst += step) turn_at(src + left - step, dst);
         if (left) turn_at(src, last); // overlaps what was done
         return;
