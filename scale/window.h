@@ -258,13 +258,33 @@ template <uint32_t pixel> void store_some(uint8_t *dst, Any v, uint32_t first, u
     memcpy(dst, pixels + first * pixel, count * pixel);
 }
 
-// In each half of a vector the first pixels of pairs, then the second ones.
-template <size_t pixel> consteval Order parted() {
-    Order order{};
-    for (size_t i = 0; i < vector_bytes; i++)
-        order.at[i] = uint8_t((2 * (i % 8 / pixel) + i % 16 / 8) * pixel + i % pixel);
-    return order;
-}
+// The first and the second pixels of the pairs in two vectors: those in each half of one and the other, half by half.
+template <size_t pixel> class Parts {
+public:
+    Parts(Any low, Any high) : low_(low), high_(high) {
+        if constexpr (pixel == 4) return;
+        static constexpr Order order = [] { // in each half the first ones, then the second ones
+            Order result{};
+            for (size_t i = 0; i < vector_bytes; i++)
+                result.at[i] = uint8_t((2 * (i % 8 / pixel) + i % 16 / 8) * pixel + i % pixel);
+            return result;
+        }();
+        low_ = in_lanes(low, loaded(order));
+        high_ = in_lanes(high, loaded(order));
+    }
+
+    Any first() const {
+        if constexpr (pixel == 4) return Any(_mm256_shuffle_ps(__m256(low_), __m256(high_), 0b10'00'10'00));
+        return _mm256_unpacklo_epi64(low_, high_);
+    }
+    Any second() const {
+        if constexpr (pixel == 4) return Any(_mm256_shuffle_ps(__m256(low_), __m256(high_), 0b11'01'11'01));
+        return _mm256_unpackhi_epi64(low_, high_);
+    }
+
+private:
+    Any low_, high_;
+};
 
 template <Kind K, Fold F>
 void fold_pairs(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t count, const MeanRule &rule) {
@@ -286,15 +306,12 @@ void fold_pairs(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t c
                 const Any second = in.picked(Words{1, 3, 5, 7, 9, 11, 13, 15});
                 return means.closed(means.of(means.opened(first), means.opened(second)));
             } else {
-                static constexpr Order order = parted<pixel>();
                 const auto half = [&](size_t at) {
-                    Any v = means.opened(load(p + at));
-                    if constexpr (F == Fold::square) v = means.of(v, means.opened(load(q + at)));
-                    return in_lanes(v, loaded(order));
+                    const Any v = means.opened(load(p + at));
+                    return F == Fold::square ? means.of(v, means.opened(load(q + at))) : v;
                 };
-                const Any low = half(0), high = half(vector_bytes);
-                Any v = _mm256_unpacklo_epi64(low, high);
-                if constexpr (F != Fold::first) v = means.of(v, _mm256_unpackhi_epi64(low, high));
+                const Parts<pixel> parts{half(0), half(vector_bytes)};
+                const Any v = F == Fold::first ? parts.first() : means.of(parts.first(), parts.second());
                 return _mm256_permute4x64_epi64(means.closed(v), 0b11'01'10'00);
             }
         },
