@@ -21,13 +21,13 @@ uint8_t reversed(uint8_t byte) {
 template <size_t bytes> void mirror_pixels(uint8_t *row, uint32_t width) {
     constexpr size_t chunk = 1024;
     uint8_t waiting[chunk * bytes];
-    MirrorRun &mirror = *active_geometry().mirror[bytes - 1];
+    MirrorRows &mirror = *active_geometry().mirror[bytes - 1];
     uint8_t *left = row, *end = row + size_t{width} * bytes;
     for (size_t half = width / 2; half > 0;) {
         const size_t count = half < chunk ? half : chunk, count_bytes = count * bytes;
         memcpy(waiting, left, count_bytes);
-        mirror(end - count_bytes, left, count);
-        mirror(waiting, end - count_bytes, count);
+        mirror(end - count_bytes, 0, left, 0, count, 1);
+        mirror(waiting, 0, end - count_bytes, 0, count, 1);
         left += count_bytes;
         end -= count_bytes;
         half -= count;

@@ -69,25 +69,21 @@ Band Frame::rows(uint32_t i, uint32_t count) {
 void Frame::rows_to_buffer(const Cut &cut, const Placement &placement) {
     const Rows dst{dst_};
     const GeometryKernels &kernels = active_geometry();
-    MirrorRun &mirror = *kernels.mirror[pixel_bytes() - 1];
+    MirrorRows &mirror = *kernels.mirror[pixel_bytes() - 1];
     const bool apart = line_bytes_ || buffers_apart(src_, dst_);
     const size_t bytes = size_t{cut.width} * pixel_bytes();
     const ptrdiff_t step = placement.upward ? -ptrdiff_t{dst_.stride} : ptrdiff_t{dst_.stride};
     uint8_t *out = dst.at(placement.upward ? cut.height - 1 : 0);
     for (uint32_t i = 0; i < cut.height;) {
-        Band band = rows(i, cut.height - i);
-        i += band.count;
-        if (apart && !placement.mirrored) {
+        const Band band = rows(i, cut.height - i);
+        if (placement.mirrored)
+            mirror(band.first, band.step, out, step, cut.width, band.count);
+        else if (apart)
             kernels.copy(band.first, band.step, out, step, bytes, band.count);
-            out += step * band.count;
-            continue;
-        }
-        for (; band.count; band.count--, band.first += band.step, out += step) {
-            if (placement.mirrored)
-                mirror(band.first, out, cut.width);
-            else
-                memmove(out, band.first, bytes); // A cut may be moved within its own buffer.
-        }
+        else // A cut may be moved within its own buffer.
+            for (uint32_t k = 0; k < band.count; k++) memmove(out + k * step, band.first + k * band.step, bytes);
+        i += band.count;
+        out += step * band.count;
     }
 }
 

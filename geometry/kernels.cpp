@@ -42,14 +42,20 @@ namespace img::IMG_TARGET {
 namespace {
 
 #if !defined(__AVX2__)
-template <size_t bytes> constexpr MirrorRun *mirror = mirror_pixels<bytes>;
+template <size_t bytes> constexpr auto mirror = mirror_pixels<bytes>;
 template <size_t bytes> constexpr TurnRows *turn = turn_pixels<bytes>;
 constexpr CopyRows *copy_rows = copy_each_row;
 #endif
 
+template <size_t bytes>
+void mirror_rows(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, size_t count,
+                 uint32_t rows) {
+    for (; rows; rows--, src += src_step, dst += dst_step) mirror<bytes>(src, dst, count);
+}
+
 } // namespace
 
 const GeometryKernels geometry_kernels = {
-    {mirror<1>, mirror<2>, mirror<3>, mirror<4>}, {turn<1>, turn<2>, turn<3>, turn<4>}, copy_rows};
+    {mirror_rows<1>, mirror_rows<2>, mirror_rows<3>, mirror_rows<4>}, {turn<1>, turn<2>, turn<3>, turn<4>}, copy_rows};
 
 } // namespace img::IMG_TARGET

@@ -9,10 +9,12 @@
 
 namespace img {
 
-// Copies a run of pixels from right to left. The runs do not overlap.
-using MirrorRun = void(const uint8_t *src, uint8_t *dst, size_t count);
+// Copies rows of so many pixels from right to left. A row does not overlap where it goes. Steps lead from one row to the
+// next, up or down.
+using MirrorRows = void(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, size_t count,
+                        uint32_t rows);
 
-// Copies rows to columns: pixel x of row y becomes pixel y of row x. Steps lead from one row to the next, up or down.
+// Copies rows to columns: pixel x of row y becomes pixel y of row x.
 using TurnRows = void(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, uint32_t width,
                       uint32_t height);
 
@@ -22,7 +24,7 @@ using CopyRows = void(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrd
 
 // Two of them by the bytes of a pixel, less one.
 struct GeometryKernels {
-    MirrorRun *mirror[4];
+    MirrorRows *mirror[4];
     TurnRows *turn[4];
     CopyRows *copy;
 };

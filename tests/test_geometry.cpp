@@ -240,7 +240,7 @@ TEST(Geometry, KernelsOfAllVariantsStayWithinTheImages) {
             const auto step = static_cast<ptrdiff_t>(w * bytes), dst_step = static_cast<ptrdiff_t>(h * bytes);
             Bytes want(all);
             for (size_t i = 0; i < w * h; i++) memcpy(&want[(w * h - 1 - i) * bytes], src + i * bytes, bytes);
-            img::active_geometry().mirror[bytes - 1](src, dst, w * h);
+            img::active_geometry().mirror[bytes - 1](src, 0, dst, 0, w * h, 1);
             ASSERT_EQ(Bytes(dst, dst + all), want) << name << " " << bytes << " " << w * h;
 
             const bool up = random() % 2; // the source from below, the destination from above, or the other way round
