@@ -42,16 +42,14 @@ namespace img::IMG_TARGET {
 namespace {
 
 #if !defined(__AVX2__)
-template <size_t bytes> constexpr auto mirror = mirror_pixels<bytes>;
-template <size_t bytes> constexpr TurnRows *turn = turn_pixels<bytes>;
-constexpr CopyRows *copy_rows = copy_each_row;
-#endif
-
 template <size_t bytes>
 void mirror_rows(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, size_t count,
                  uint32_t rows) {
-    for (; rows; rows--, src += src_step, dst += dst_step) mirror<bytes>(src, dst, count);
+    for (; rows; rows--, src += src_step, dst += dst_step) mirror_pixels<bytes>(src, dst, count);
 }
+template <size_t bytes> constexpr TurnRows *turn = turn_pixels<bytes>;
+constexpr CopyRows *copy_rows = copy_each_row;
+#endif
 
 } // namespace
 

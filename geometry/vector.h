@@ -19,11 +19,34 @@ __m256i load_halves(const uint8_t *low, const uint8_t *high) {
     return _mm256_inserti128_si256(_mm256_castsi128_si256(load_half(low)), load_half(high), 1);
 }
 
+// ---- Streaming ---------------------------------------------------------------------------------------------------
+
+constexpr size_t worth_streaming = size_t{16} << 20; // bytes, about what a core has of the last cache
+constexpr size_t cache_line = 64;
+
+// Lines of the cache that are written whole need not be read from memory first. Those at the ends belong to other rows,
+// too.
+void stream(uint8_t *dst, const uint8_t *src, size_t bytes) {
+    constexpr size_t vector = sizeof(__m256i);
+    size_t i = -reinterpret_cast<uintptr_t>(dst) % cache_line;
+    if (bytes < i + cache_line) i = bytes;
+    memcpy(dst, src, i);
+    for (; i + cache_line <= bytes; i += cache_line)
+        for (size_t k = i; k < i + cache_line; k += vector)
+            _mm256_stream_si256(reinterpret_cast<__m256i *>(dst + k),
+                                _mm256_loadu_si256(reinterpret_cast<const __m256i *>(src + k)));
+    memcpy(dst + i, src + i, bytes - i);
+}
+
 // ---- Copy ------------------------------------------------------------------------------------------------------
 
 // For a row of some hundred bytes the call of memcpy is a good part of the time.
 void copy_rows(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, size_t bytes, uint32_t rows) {
     constexpr size_t vector = 32, together = 4 * vector, longest = 2048; // larger vectors straddle more cache lines
+    if (bytes * rows >= worth_streaming) {
+        for (; rows; rows--, src += src_step, dst += dst_step) stream(dst, src, bytes);
+        return _mm_sfence();
+    }
     if (bytes < together || bytes > longest) return copy_each_row(src, src_step, dst, dst_step, bytes, rows);
     for (; rows; rows--, src += src_step, dst += dst_step)
         for (size_t i = 0;; i = i + 2 * together <= bytes ? i + together : bytes - together) { // the last ones overlap
@@ -106,6 +129,24 @@ template <size_t bytes> void mirror(const uint8_t *src, uint8_t *dst, size_t cou
 
 #endif
 
+template <size_t bytes>
+void mirror_rows(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, size_t count,
+                 uint32_t rows) {
+    if (count * bytes * rows < worth_streaming) {
+        for (; rows; rows--, src += src_step, dst += dst_step) mirror<bytes>(src, dst, count);
+        return;
+    }
+    constexpr size_t chunk = 1024; // pixels that are mirrored in the cache, then moved
+    alignas(cache_line) uint8_t mirrored[chunk * bytes];
+    for (; rows; rows--, src += src_step, dst += dst_step)
+        for (size_t i = 0, n; i < count; i += n) {
+            n = count - i < chunk ? count - i : chunk;
+            mirror<bytes>(src + (count - i - n) * bytes, mirrored, n);
+            stream(dst + i * bytes, mirrored, n * bytes);
+        }
+    _mm_sfence();
+}
+
 // ---- Turn ------------------------------------------------------------------------------------------------------
 
 // What a block of pixels is turned in: vectors of two or of four parts of 16 bytes.
@@ -165,7 +206,7 @@ struct Quad {
 };
 using Widest = Quad;
 
-// Lines of the cache that are written whole need not be read from memory first.
+// Past the caches, as above.
 struct Streamed : Quad {
     static void store(uint8_t *p, Vector v) { _mm512_stream_si512(reinterpret_cast<Vector *>(p), v); }
 };
@@ -259,7 +300,6 @@ void turn(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_st
     if (height < down) kernel = turn_blocks<Pair, bytes>;
     if (width < across + 2 || height < Pair::parts * across) kernel = turn_pixels<bytes>;
 #if defined(__AVX512VBMI__)
-    constexpr size_t worth_streaming = size_t{16} << 20; // bytes, about what a core has of the last cache
     const bool aligned = (reinterpret_cast<uintptr_t>(dst) | static_cast<uintptr_t>(dst_step)) % 64 == 0;
     if (bytes != 3 && aligned && size_t{width} * height * bytes >= worth_streaming &&
         kernel == turn_blocks<Widest, bytes>) {

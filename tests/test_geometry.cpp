@@ -292,4 +292,31 @@ TEST(Geometry, HugeImagesAreTurned) {
     }
 }
 
+// Rows that begin anywhere in a cache line, and are longer than what is mirrored together.
+TEST(Geometry, HugeImagesAreMirroredAndCopied) {
+    constexpr size_t width = 2051, height = 8200 / 2, gap = 5;
+    runs::for_each_variant([&](const char *variant) {
+        for (const size_t bytes : {2u, 3u}) {
+            const size_t stride = width * bytes + gap;
+            Bytes pixels(stride * height), out(stride * height, 0xee);
+            for (size_t i = 0; i < pixels.size(); i++) pixels[i] = static_cast<uint8_t>(i * 37 % 251);
+            const img::GeometryKernels &kernels = img::active_geometry();
+            const auto step = static_cast<ptrdiff_t>(stride);
+            kernels.mirror[bytes - 1](pixels.data(), step, &out[stride * (height - 1)], -step, width, height);
+            size_t wrong = 0;
+            for (size_t y = 0; y < height; y++) {
+                const uint8_t *from = &pixels[y * stride], *to = &out[(height - 1 - y) * stride];
+                for (size_t x = 0; x < width; x++)
+                    wrong += memcmp(from + x * bytes, to + (width - 1 - x) * bytes, bytes) != 0;
+                wrong += to[width * bytes] != 0xee;
+            }
+            kernels.copy(pixels.data(), step, out.data(), step, width * bytes, height);
+            for (size_t y = 0; y < height; y++)
+                wrong += memcmp(&pixels[y * stride], &out[y * stride], width * bytes) ||
+                         out[y * stride + stride - 1] != 0xee;
+            EXPECT_EQ(wrong, 0u) << variant << " " << bytes;
+        }
+    });
+}
+
 } // namespace
