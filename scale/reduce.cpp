@@ -48,7 +48,7 @@ const uint8_t *Reducer::fetch(uint32_t row, uint8_t *line) const {
 // The rows are a stack: whenever an even number of them lies at one level, two become one of the next.
 Reducer::Pair Reducer::fold(uint32_t row) const {
     const uint32_t count = uint32_t{1} << shift_;
-    if (lie_ready_ && count == 2) return {row_at(*src_, 2 * uint64_t{row}), row_at(*src_, 2 * uint64_t{row} + 1)};
+    if (pairs_lie_ready()) return {row_at(*src_, 2 * uint64_t{row}), row_at(*src_, 2 * uint64_t{row} + 1)};
     const uint8_t *rows[33];
     uint32_t depth = 0;
     if (sequence_) sequence_->expect(sequence_->source, row * count, count);

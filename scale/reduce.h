@@ -26,6 +26,9 @@ public:
     };
     Pair fold(uint32_t row) const;
 
+    // Whether each row is the mean of two that are used where they lie, one pair behind the other.
+    bool pairs_lie_ready() const { return lie_ready_ && shift_ == 1; }
+
 private:
     const uint8_t *fetch(uint32_t row, uint8_t *line) const;
 

@@ -177,13 +177,15 @@ void Resizer::make_straight(int64_t row, int64_t next, bool blends, uint8_t *out
         memcpy(out, current_, run_bytes(dst_.format, dst_.width));
 }
 
-// One row of every few, none of them blended: nothing to keep between rows.
+// One row of every few, none of them blended, or the mean of two: nothing to keep between rows.
 img_status Resizer::pick_rows(Walk in, uint32_t every, Walk out) const {
-    const uint8_t *from = row_at(src_, static_cast<uint32_t>(in.row));
+    const auto [above, below] = folds_ ? reducer_.fold(static_cast<uint32_t>(in.row))
+                                       : Reducer::Pair{row_at(src_, static_cast<uint32_t>(in.row)), nullptr};
+    const ptrdiff_t step = in.step * ptrdiff_t{every} * src_.stride * (folds_ ? 2 : 1);
     uint8_t *to = Rows{dst_}.at(static_cast<uint32_t>(out.row));
-    for (uint32_t i = 0; i < dst_.height; i++, from += in.step * every * src_.stride, to += out.step * dst_.stride) {
+    for (ptrdiff_t i = 0; i < dst_.height; i++, to += out.step * dst_.stride) {
         if (abort_resize.load(std::memory_order_relaxed)) return IMG_ST_NOMEM;
-        parms_.scaler(from, nullptr, current_, to, &parms_);
+        parms_.scaler(above + i * step, below ? below + i * step : nullptr, current_, to, &parms_);
     }
     return IMG_ST_OK;
 }
@@ -210,7 +212,8 @@ img_status Resizer::run(bool upside_down) {
     Walk in = backward ? Walk{int64_t{sh} - 1, -1} : Walk{0, 1};
     Walk out = backward != upside_down ? Walk{int64_t{dh} - 1, -1} : Walk{0, 1};
     const bool straight = goes_straight();
-    if (straight && !folds_ && !converts_input() && !remainder && half) return pick_rows(in, quotient, out);
+    const bool rows_lie_ready = folds_ ? reducer_.pairs_lie_ready() : !converts_input();
+    if (straight && rows_lie_ready && !remainder && half) return pick_rows(in, quotient, out);
     uint32_t fraction = 0;
     for (uint32_t i = tail_rows; i < dh; i++) {
         const int64_t next = in.row + in.step;
