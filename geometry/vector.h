@@ -130,8 +130,8 @@ template <size_t bytes> void mirror(const uint8_t *src, uint8_t *dst, size_t cou
 #endif
 
 template <size_t bytes>
-void mirror_rows(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, size_t count,
-                 uint32_t rows) {
+[[gnu::noinline]] void mirror_rows(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step,
+                                   size_t count, uint32_t rows) {
     if (count * bytes * rows < worth_streaming) {
         for (; rows; rows--, src += src_step, dst += dst_step) mirror<bytes>(src, dst, count);
         return;
@@ -141,7 +141,7 @@ void mirror_rows(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t
     for (; rows; rows--, src += src_step, dst += dst_step)
         for (size_t i = 0, n; i < count; i += n) {
             n = count - i < chunk ? count - i : chunk;
-            mirror<bytes>(src + (count - i - n) * bytes, mirrored, n);
+            mirror_rows<bytes>(src + (count - i - n) * bytes, 0, mirrored, 0, n, 1);
             stream(dst + i * bytes, mirrored, n * bytes);
         }
     _mm_sfence();

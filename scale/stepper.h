@@ -12,31 +12,37 @@
 namespace img::IMG_TARGET {
 namespace {
 
+constexpr uint32_t blended = 1u << 31;
+
+// For each vector, in the order in which they are made, where its window begins; then a word for each of its lanes: the
+// pixel's index in the window, and `blended` if it is averaged with its neighbour. Windows are made for steps of less than
+// two pixels; in lines of a billion they could not be counted.
+[[gnu::noinline]] bool plan_steps(const img_scl_parms &p, uint32_t *memory, uint32_t first, uint32_t unit) {
+    const bool forward = p.dir > 0;
+    const uint32_t length = p.src_width >> p.halvings;
+    if (length < least_line || p.int_step != (forward ? p.dir : 0) || p.dst_width > 1u << 30) return false;
+    uint32_t *starts = memory, *words = memory + plan_starts(p.dst_width);
+    uint32_t at = forward ? 0 : length - 1, fraction = 0;
+    for (uint32_t i = 0; i < p.main_count; i += lanes, words += lanes) {
+        const uint32_t start = window_begin(forward ? at : at < lanes ? 0 : at - lanes, length);
+        *starts++ = start;
+        for (uint32_t k = 0; k < lanes; k++) {
+            const bool there = i + k < p.main_count;
+            const uint32_t index = there ? first + (at - start) * unit : 0;
+            words[forward ? k : lanes - 1 - k] = index | (fraction >= p.half ? blended : 0);
+            fraction += p.frac_step;
+            const bool carry = fraction >= p.dst_width;
+            fraction -= carry ? p.dst_width : 0;
+            at += forward ? 1 + carry : -uint32_t{carry};
+        }
+    }
+    return true;
+}
+
 template <Kind K> class Stepper {
 public:
-    // For each vector, in the order in which they are made, where its window begins; then a word for each of its lanes:
-    // the pixel's index in the window, and `blended` if it is averaged with its neighbour. Windows are made for steps of
-    // less than two pixels; in lines of a billion they could not be counted.
     static bool plan(const img_scl_parms &p, uint32_t *memory) {
-        const bool forward = p.dir > 0;
-        const uint32_t length = p.src_width >> p.halvings;
-        if (length < least_line || p.int_step != (forward ? p.dir : 0) || p.dst_width > 1u << 30) return false;
-        uint32_t *starts = memory, *words = memory + plan_starts(p.dst_width);
-        uint32_t at = forward ? 0 : length - 1, fraction = 0;
-        for (uint32_t i = 0; i < p.main_count; i += lanes, words += lanes) {
-            const uint32_t start = Window<pixel>::begin(forward ? at : at < lanes ? 0 : at - lanes, length);
-            *starts++ = start;
-            for (uint32_t k = 0; k < lanes; k++) {
-                const bool there = i + k < p.main_count;
-                const uint32_t index = there ? first_index<pixel> + (at - start) * index_unit<pixel> : 0;
-                words[forward ? k : lanes - 1 - k] = index | (fraction >= p.half ? blended : 0);
-                fraction += p.frac_step;
-                const bool carry = fraction >= p.dst_width;
-                fraction -= carry ? p.dst_width : 0;
-                at += forward ? 1 + carry : -uint32_t{carry};
-            }
-        }
-        return true;
+        return plan_steps(p, memory, first_index<pixel>, index_unit<pixel>);
     }
 
     Stepper(const uint8_t *line, uint8_t *dst, const img_scl_parms &p)
@@ -69,7 +75,7 @@ public:
     }
 
 private:
-    static constexpr uint32_t pixel = K.elements * K.bytes, blended = 1u << 31;
+    static constexpr uint32_t pixel = K.elements * K.bytes;
 
     // The pixels of the vector that is made i-th.
     template <int direction> Any pick(uint32_t i) const {

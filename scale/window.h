@@ -70,10 +70,10 @@ Vectors load_two(const uint8_t *p, size_t second, size_t there) {
             there > second ? _mm512_maskz_loadu_epi8(first_bytes(there - second), p + second) : _mm512_setzero_si512()};
 }
 
+uint32_t window_begin(uint32_t at, uint32_t) { return at; }
+
 template <uint32_t pixel> class Window {
 public:
-    static uint32_t begin(uint32_t at, uint32_t) { return at; }
-
     Window(const uint8_t *line, uint32_t start, uint32_t length)
         : in_(load_two(line + size_t{start} * pixel, 64, size_t{length - start} * pixel)) {}
 
@@ -191,12 +191,12 @@ template <uint32_t pixel> constexpr uint32_t first_index = 0;
 
 __m128i load_half(const uint8_t *p) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p)); }
 
+// A window is moved where it would reach beyond the line.
+uint32_t window_begin(uint32_t at, uint32_t length) { return at < length - least_line ? at : length - least_line; }
+
 // Sixteen pixels.
 template <uint32_t pixel> class Window {
 public:
-    // It is moved where it would reach beyond the line.
-    static uint32_t begin(uint32_t at, uint32_t length) { return at < length - least_line ? at : length - least_line; }
-
     Window(const uint8_t *line, uint32_t start, uint32_t) {
         const uint8_t *p = line + size_t{start} * pixel;
         if constexpr (pixel == 1) {
