@@ -26,18 +26,18 @@ constexpr uint64_t run_bytes(img_format format, uint64_t n) { return (run_bits(f
 constexpr uint64_t row_bytes(img_format format, uint64_t n) { return (run_bytes(format, n) + 3) & ~uint64_t{3}; }
 
 constexpr uint32_t smaller(uint32_t a, uint32_t b) { return a < b ? a : b; }
-// Whether the rows of two buffers share no byte.
-inline bool buffers_apart(const img_record &a, const img_record &b) {
-    const auto begin = [](const img_record &image) { return reinterpret_cast<uintptr_t>(image.data); };
-    const auto end = [&](const img_record &image) { return begin(image) + uint64_t{image.stride} * image.height; };
-    return end(a) <= begin(b) || end(b) <= begin(a);
-}
-
 constexpr uint64_t larger(uint64_t a, uint64_t b) { return a > b ? a : b; }
 
 // First byte of a row of a record with a pixel buffer.
 inline uint8_t *row_at(const img_record &record, uint64_t y) {
     return static_cast<uint8_t *>(record.data) + y * record.stride;
+}
+
+// Whether the rows of two buffers share no byte.
+inline bool buffers_apart(const img_record &a, const img_record &b) {
+    const auto begin = [](const img_record &image) { return reinterpret_cast<uintptr_t>(image.data); };
+    const auto end = [&](const img_record &image) { return begin(image) + uint64_t{image.stride} * image.height; };
+    return end(a) <= begin(b) || end(b) <= begin(a);
 }
 
 // Takes what dst lacks, src has and mask names: width, height, format, the codec's mark, storage. Palette, colour count

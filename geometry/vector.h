@@ -119,6 +119,7 @@ template <size_t bytes> void mirror(const uint8_t *src, uint8_t *dst, size_t cou
             _mm256_storeu_si256(reinterpret_cast<__m256i *>(to), turned_over);
         };
         uint8_t *const last = dst + left - step;
+// Read backward and written forward: one vector a round, the two get in each other's way.
 #pragma GCC unroll 4
         for (; left >= step; left -= step, dst += step) turn_at(src + left - step, dst);
         if (left) turn_at(src, last); // overlaps what was done

@@ -34,7 +34,7 @@ uint32_t io_ostream_write(io_stream *self, const void *src, uint32_t length) {
 }
 
 int io_ostream_flush(io_stream *self) {
-    if (!self->position) return 0;
+    if (!self->position) return 0; // Kept: a missing buffer alone is no reason
     const uint32_t waiting = self->position;
     const uint32_t moved = smaller(transfer(*self, self->buffer, smaller(self->limit, waiting)), waiting);
     self->count += moved;

@@ -299,7 +299,8 @@ template <typename Load> img_status load_resize(const img_decode_callouts *calle
         const Lock lock{shared.mutex};
         streamed = shared.state & streaming;
         shared.load_failed = status != IMG_ST_OK;
-        // A resize that waits for rows of a failed load is stopped before it is let go.
+        // A resize that waits for rows of a failed load is stopped before it is let go. Kept: asked for also when it has
+        // finished, and of all resizes in the process.
         if (status && !(shared.state & not_started)) img_resize_set_abort(1);
         shared.state |= producer_finished;
         shared.condition.signal();

@@ -14,7 +14,6 @@ img_status Reducer::prepare(const img_record &src, const img_record &dst, img_fo
     work_ = work;
     shift_ = shift;
     average_ = img_avg_getfunc(work);
-    lie_ready_ = has(src, IMG_F_DIRECT) && work == src.format;
     // A row of an access function lies in the line before it is converted.
     const uint32_t raw_bits = has(src, IMG_F_ACCESS) ? bits_per_pixel(src.format) : 0;
     line_bytes_ = row_bytes(static_cast<img_format>(larger(bits_per_pixel(work), raw_bits)), src.width);
@@ -36,7 +35,6 @@ img_record Reducer::shape() const {
 }
 
 const uint8_t *Reducer::fetch(uint32_t row, uint8_t *line) const {
-    if (lie_ready_) return row_at(*src_, row);
     const Rows rows{*src_};
     const uint8_t *in = rows.direct() ? rows.at(row) : line;
     if (!rows.direct()) rows.pass(0, row, src_->width, line);

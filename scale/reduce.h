@@ -27,7 +27,7 @@ public:
     Pair fold(uint32_t row) const;
 
     // Whether each row is the mean of two that are used where they lie, one pair behind the other.
-    bool pairs_lie_ready() const { return lie_ready_ && shift_ == 1; }
+    bool pairs_lie_ready() const { return shift_ == 1 && has(*src_, IMG_F_DIRECT) && !transform_; }
 
 private:
     const uint8_t *fetch(uint32_t row, uint8_t *line) const;
@@ -36,7 +36,6 @@ private:
     const Sequence *sequence_ = nullptr;
     img_format work_ = 0;
     uint32_t shift_ = 0;
-    bool lie_ready_ = false; // rows of src are used where they lie
     img_avg_func average_ = nullptr;
     Transform transform_;  // null when src is in the working format
     Owned<uint8_t> lines_; // shift + 1 of them

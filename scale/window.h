@@ -70,6 +70,7 @@ Vectors load_two(const uint8_t *p, size_t second, size_t there) {
             there > second ? _mm512_maskz_loadu_epi8(first_bytes(there - second), p + second) : _mm512_setzero_si512()};
 }
 
+// A window may reach beyond the line: what is not there is not read.
 uint32_t window_begin(uint32_t at, uint32_t) { return at; }
 
 template <uint32_t pixel> class Window {
@@ -336,11 +337,8 @@ template <Kind K>
         count, false,
         [&](size_t i) {
             const uint8_t *p = src + i * 16, *q = below + i * 16;
-            const auto low = __m256(means.of(pairs(p), pairs(q))),
-                       high = __m256(means.of(pairs(p + 64), pairs(q + 64)));
-            const Any first = Any(_mm256_shuffle_ps(low, high, 0b10'00'10'00)),
-                      second = Any(_mm256_shuffle_ps(low, high, 0b11'01'11'01));
-            return _mm256_permutevar8x32_epi32(means.closed(means.of(first, second)), order);
+            const Parts<4> parts{means.of(pairs(p), pairs(q)), means.of(pairs(p + 64), pairs(q + 64))};
+            return _mm256_permutevar8x32_epi32(means.closed(means.of(parts.first(), parts.second())), order);
         },
         [&](size_t i, Any v) { store(dst + i * 4, v); });
 }
