@@ -2,7 +2,7 @@
 //
 // The codec module of the PNM family: bitmaps, grey and colour, as text (P1 to P3) and as bytes (P4 to P6), and PAM (P7).
 // Several images may follow each other in one stream of bytes; text ends the file.
-#include "modules/layout.h"
+#include "modules/common/layout.h"
 
 #include <bit>
 #include <stdio.h>

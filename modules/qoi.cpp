@@ -2,9 +2,9 @@
 //
 // The codec module of QOI, the "Quite OK Image" format: colours of 8 bits a channel, each written as a repetition, an index
 // into 64 earlier ones, a difference, or in full.
-#include "modules/bytes.h"
-#include "modules/layout.h"
-#include "modules/transparency.h"
+#include "modules/common/bytes.h"
+#include "modules/common/layout.h"
+#include "modules/common/transparency.h"
 
 using namespace module;
 

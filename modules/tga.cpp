@@ -2,9 +2,9 @@
 //
 // The codec module of TGA: indices, grey and colours of 15 to 32 bits, plain or in runs. Nothing at the begin of a file says
 // that it is one, so all of its header must make sense.
-#include "modules/bytes.h"
-#include "modules/layout.h"
-#include "modules/transparency.h"
+#include "modules/common/bytes.h"
+#include "modules/common/layout.h"
+#include "modules/common/transparency.h"
 
 using namespace module;
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/decoder.h"
 
-#include "tools/child.h"
+#include "tools/confine/child.h"
 #include "tools/interrupt.h"
 #include "tools/operations.h"
 #include "tools/text.h"

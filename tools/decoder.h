@@ -3,12 +3,12 @@
 // Pictures out of a file, decoded in a process of its own that can do nothing else, or in this one.
 #pragma once
 
-#include "tools/child.h"
 #include "tools/config.h"
+#include "tools/confine/child.h"
+#include "tools/confine/sandbox.h"
 #include "tools/exchange.h"
+#include "tools/files/source.h"
 #include "tools/picture.h"
-#include "tools/sandbox.h"
-#include "tools/source.h"
 
 #include <memory>
 #include <optional>

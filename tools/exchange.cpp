@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/exchange.h"
 
-#include "tools/bytes.h"
+#include "tools/confine/bytes.h"
 #include "tools/interrupt.h"
 #include "tools/text.h"
 

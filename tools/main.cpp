@@ -4,7 +4,7 @@
 #include "tools/completion.h"
 #include "tools/interrupt.h"
 #include "tools/text.h"
-#include "tools/verbs.h"
+#include "tools/verbs/verbs.h"
 
 #include <CLI/CLI.hpp>
 #include <iostream>
