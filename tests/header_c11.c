@@ -6,6 +6,7 @@
 #include "pictra/pictra.h"
 #include "pictra/routines.h"
 #include "pictra/stream.h"
+#include "pictra/values.h"
 
 #include <assert.h>
 

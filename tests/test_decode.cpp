@@ -91,7 +91,7 @@ TEST_F(Decode, ValidateAsksInOrderAndRemembersTheLastAnswer) {
     EXPECT_EQ(validate({bare, broken}), IMG_ST_MODULE);
     EXPECT_EQ(validate({bare, broken}), IMG_ST_NOTSUP) << "opened once";
     script.validate = 4;
-    EXPECT_EQ(validate({bare, codec}), IMG_ST_RESERVED4);
+    EXPECT_EQ(validate({bare, codec}), IMG_ST_DAMAGED);
     EXPECT_EQ(index, 99u);
     script.validate = 0;
     EXPECT_EQ(validate({bare, codec, codec}), IMG_ST_OK);
@@ -335,7 +335,7 @@ TEST_F(Decode, FailuresReleaseWhatWasMade) {
     for (const img_format format : {FMT_PAL8, FMT_RGB888}) {
         const memory::Watch watch;
         ask(format);
-        EXPECT_EQ(decode(&callouts), IMG_ST_RESERVED4);
+        EXPECT_EQ(decode(&callouts), IMG_ST_DAMAGED);
         EXPECT_TRUE(script.log.ends_with(" abort")) << script.log;
         EXPECT_FALSE(record.flags & (IMG_F_DIRECT | IMG_F_PALETTE));
         EXPECT_EQ(watch.live(), 0u);
@@ -343,7 +343,7 @@ TEST_F(Decode, FailuresReleaseWhatWasMade) {
     uint8_t pixels[8] = {};
     ask(FMT_PAL8);
     provide(3, 2, pixels, 4);
-    EXPECT_EQ(decode(), IMG_ST_RESERVED4);
+    EXPECT_EQ(decode(), IMG_ST_DAMAGED);
     EXPECT_EQ(record.flags & (IMG_F_DIRECT | IMG_F_PALETTE), img_flags{IMG_F_DIRECT}) << "the caller's own stays";
 }
 

@@ -112,7 +112,7 @@ TEST_F(Encode, CalloutsComeInOrderWithTheCallersData) {
     ASSERT_EQ(encode({FMT_RGB888}, &callouts), IMG_ST_OK);
     EXPECT_EQ(script.log, "frame choose(1) setup(2) palette(1520) key() palette=21 key=22 scanline(5,6,7,8) done");
     script.frame = 4;
-    EXPECT_EQ(encode({FMT_RGB888}, &callouts), IMG_ST_RESERVED4);
+    EXPECT_EQ(encode({FMT_RGB888}, &callouts), IMG_ST_DAMAGED);
     EXPECT_TRUE(script.log.ends_with(" abort")) << script.log;
     script.setup_status = 33;
     EXPECT_EQ(encode({FMT_RGB888}, &callouts), 33u);

@@ -52,7 +52,7 @@ TEST_F(LoadWrite, CodecsOfTheExtensionAreAskedFirst) {
     EXPECT_EQ(load(file.path()), IMG_ST_NOTSUP) << "the answer of the extension's codecs stands";
     EXPECT_EQ(script.log, "validate");
     EXPECT_EQ(load(TempFile{"x"}.path()), IMG_ST_NOCODEC);
-    EXPECT_EQ(load(TempFile("x", ".FAKE").path()), IMG_ST_RESERVED1);
+    EXPECT_EQ(load(TempFile("x", ".FAKE").path()), IMG_ST_WRONGFORMAT);
 }
 
 TEST_F(LoadWrite, FinishFollowsEveryFrameAndTheFirstFailureWins) {

@@ -26,18 +26,23 @@ typedef uint32_t img_status;
 
 enum {
     IMG_ST_OK = 0,
-    IMG_ST_RESERVED1 = 1,   /* codecs only: the data is not of this codec's format */
+    IMG_ST_WRONGFORMAT = 1, /* codecs only: the data is not in this codec's format */
     IMG_ST_NOCONV = 2,      /* no conversion from the codec's format to the record's */
     IMG_ST_NOCODEC = 3,     /* no codec to ask */
-    IMG_ST_RESERVED4 = 4,   /* codecs only: damaged data */
+    IMG_ST_DAMAGED = 4,     /* codecs only: the data is damaged or incomplete */
     IMG_ST_BADFMT = 5,      /* the operation does not know or support the format */
     IMG_ST_NOMEM = 6,       /* out of memory, or a buffer would exceed 4 GiB - 1 */
     IMG_ST_CONFIG = 7,      /* the configuration file is missing or holds errors */
     IMG_ST_MODULE = 8,      /* a codec module does not open or lacks its entry; a codec cannot decode frames */
     IMG_ST_FILE = 9,        /* a file cannot be opened or created */
-    IMG_ST_RESERVED10 = 10, /* codecs only: a limit is exceeded */
+    IMG_ST_LIMIT = 10,      /* codecs only: the image exceeds a limit */
     IMG_ST_BADARG = 11,     /* the record lacks what the operation needs, or an argument is out of range */
-    IMG_ST_NOTSUP = 12      /* the codec does not implement the operation */
+    IMG_ST_NOTSUP = 12,     /* the codec does not implement the operation */
+
+    /* Older names of the three statuses that only codecs return. */
+    IMG_ST_RESERVED1 = IMG_ST_WRONGFORMAT,
+    IMG_ST_RESERVED4 = IMG_ST_DAMAGED,
+    IMG_ST_RESERVED10 = IMG_ST_LIMIT
 };
 
 /* ---- Pixel formats -------------------------------------------------------------------------------------------- */
