@@ -135,6 +135,9 @@ struct Loaded {
 struct Values {
     std::map<uintptr_t, std::vector<std::string>> told{};
     bool strict = false;
+    uint64_t max_memory = 0; // the answer; 0 leaves the module's own
+    uint32_t memory_asked = 0;
+    std::string limit{}; // "name needed allowed"
     img_decode_callouts callouts{};
     Values() {
         callouts.data = this;
@@ -143,6 +146,12 @@ struct Values {
             if (key == IMG_VALUE_OPTION) {
                 auto &option = *reinterpret_cast<img_option *>(value);
                 if (option.name == std::string_view("strict")) option.value = values.strict;
+            } else if (key == IMG_VALUE_MAX_MEMORY) {
+                values.memory_asked++;
+                if (values.max_memory) *reinterpret_cast<uint64_t *>(value) = values.max_memory;
+            } else if (key == IMG_VALUE_LIMIT) {
+                const auto &limit = *reinterpret_cast<img_limit *>(value);
+                values.limit = limit.name + (" " + std::to_string(limit.needed)) + " " + std::to_string(limit.allowed);
             } else {
                 values.told[key].emplace_back(reinterpret_cast<const char *>(value), size);
             }

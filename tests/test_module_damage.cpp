@@ -161,4 +161,36 @@ TEST_F(ModuleDamage, FailingWritesAndPicturesThatCannotBe) {
     }
 }
 
+// What lies in the last byte of a row beyond its pixels is 0, in the caller's memory and through an access function.
+TEST_F(ModuleDamage, UnusedBitsOfRowsAreZero) {
+    for (const Module &module : writers)
+        for (const img_format format : {FMT_PAL1, FMT_PAL4}) {
+            if (!module.indices) continue;
+            const std::string bytes = written(module, Image(format, 13, 5, 2));
+            std::vector<uint8_t> memory(5 * 8, 0xff);
+            img_record record{};
+            record.format = format;
+            record.data = memory.data();
+            record.stride = 8;
+            record.flags = IMG_F_FORMAT | IMG_F_DIRECT;
+            ASSERT_EQ(load(bytes, record), IMG_ST_OK);
+            for (size_t y = 0; y < 5; y++)
+                EXPECT_EQ(memory[y * 8 + (format == FMT_PAL1 ? 1 : 6)] & (format == FMT_PAL1 ? 7 : 15), 0)
+                    << module.extension << ' ' << y;
+        }
+}
+
+// A whole file that is held counts, and the caller is asked before anything is held.
+TEST_F(ModuleDamage, LimitsAreNamed) {
+    const std::string bytes = written(module("tif"), Image(FMT_RGB888, 300, 200));
+    for (const uint64_t most : {100'000u, 1'000'000u}) {
+        Loaded loaded;
+        Values values;
+        values.max_memory = most;
+        EXPECT_EQ(load(bytes, loaded.record, &values.callouts), most == 100'000 ? 10u : 0u);
+        EXPECT_EQ(values.limit, most == 100'000 ? "memory 131072 100000" : "");
+        EXPECT_EQ(values.memory_asked, 1u);
+    }
+}
+
 } // namespace

@@ -22,6 +22,14 @@
  * reading (size is sizeof(img_option)) and through scanline when writing, before anything else of the frame. A module
  * asks for each option that it knows, once a frame; whoever set one that was not asked for by the time of choose_format knows
  * that the module has none of this name.
+ *
+ * Limits. Right before a frame ends with status 10 (IMG_ST_RESERVED10), the module reports IMG_VALUE_LIMIT, which names the
+ * limit that was met: through set_value when reading, and like a question that needs no answer when writing. Reading also
+ * asks for the one limit that the caller sets, IMG_VALUE_MAX_MEMORY: how many bytes the module may hold for one picture
+ * besides the pixels that the caller gave room for, such as coefficients, canvases, interlaced rows and whole files that
+ * were read in. A module asks at most once a frame, through set_value like an option, and before it allocates any of
+ * that. What it needs for the pixels alone it tests after setup, so that callers who stop at setup learn what every
+ * picture is.
  */
 #ifndef PICTRA_VALUES_H
 #define PICTRA_VALUES_H
@@ -51,8 +59,18 @@ enum {
     IMG_VALUE_LOOPS = 9,       /* uint32_t: how often an animation runs, 0 for ever */
     IMG_VALUE_DEPTH = 10,      /* uint32_t: bits of one sample, or index, in the file */
     IMG_VALUE_WARNING = 11,    /* bytes: a text for people about what was read; reported only */
-    IMG_VALUE_OPTION = 12      /* img_option: a question, see above */
+    IMG_VALUE_OPTION = 12,     /* img_option: a question, see above */
+    IMG_VALUE_LIMIT = 13,      /* img_limit: the limit that a picture exceeds; reported only, right before status 10 */
+    IMG_VALUE_MAX_MEMORY = 14  /* uint64_t: a question when reading, bytes that the module may hold; 0 is no limit */
 };
+
+/* A limit that was met. */
+typedef struct img_limit {
+    const char *name; /* what was counted, such as "pixels", "side", "memory", "scans", "file size", "tile", "strip",
+                         "profile"; borrowed for the call */
+    uint64_t needed;  /* at least, where counting ended early */
+    uint64_t allowed;
+} img_limit;
 
 /* Pixels per metre; 0 where unknown. */
 typedef struct img_resolution {

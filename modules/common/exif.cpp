@@ -144,8 +144,12 @@ img_status Metadata::ask(const Encoding &picture, bool keeps_resolution_and_text
         if (key == IMG_VALUE_RESOLUTION && !keeps_resolution_and_texts) break;
         if (const img_status status = picture.ask(key, value)) return status;
     }
-    for (const img_bytes *block : {&icc, &exif, &xmp, &texts})
-        if (block->size > max_block) return over_limit;
+    const struct {
+        const char *name;
+        const img_bytes &bytes;
+    } blocks[] = {{"profile", icc}, {"EXIF", exif}, {"XMP", xmp}, {"texts", texts}};
+    for (const auto &[name, bytes] : blocks)
+        if (bytes.size > max_block) return picture.refuse({name, bytes.size, max_block});
     if (orientation > 8) return bad_record;
     return orientation ? set_orientation(orientation) : img_status{ok};
 }

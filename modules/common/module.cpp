@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <stdint.h>
 #include <string.h>
+#include <time.h>
 
 namespace module {
 
@@ -36,20 +37,6 @@ size_t read_up_to(io_handle &stream, void *dst, size_t length) {
         total += got;
     }
     return total;
-}
-
-img_status read_all(io_handle &stream, size_t most, Bytes &bytes, size_t &length) {
-    length = 0;
-    for (size_t size = large_buffer;; size *= 2) {
-        size = std::min(size, most + 1); // one more tells that there is more
-        auto *larger = static_cast<uint8_t *>(realloc(bytes.get(), size));
-        if (!larger) return no_memory;
-        static_cast<void>(bytes.release());
-        bytes.reset(larger);
-        length += read_up_to(stream, larger + length, size - length);
-        if (length < size) return ok;
-        if (length > most) return over_limit;
-    }
 }
 
 bool write_all(io_handle &stream, const void *src, size_t length) {
@@ -132,6 +119,7 @@ bool in_range(const img_option &option) { return option.value >= option.lowest &
 void Decoding::begin(const img_decode_callouts &callouts, img_record &record) {
     callouts_ = &callouts;
     description_ = &record;
+    memory_asked_ = false;
     wanted_ = record.flags & IMG_F_SIZE_HINT ? Size{record.width, record.height} : Size{};
     // What the caller's record says of its own palette and key does not describe this picture.
     record.flags &= ~img_flags{IMG_F_TRANSP | IMG_F_PALETTE | IMG_F_PAL_ALPHA | IMG_F_CODEC_MARK};
@@ -144,6 +132,28 @@ img_status Decoding::report(uint32_t key, const void *value, size_t size) const 
 
 img_status Decoding::warn(const char *text) const { return report(IMG_VALUE_WARNING, text, strlen(text)); }
 
+img_status Decoding::refuse(const img_limit &limit) const {
+    const img_status status = report(IMG_VALUE_LIMIT, &limit, sizeof limit);
+    return status ? status : over_limit;
+}
+
+img_status Decoding::check_size(uint64_t width, uint64_t height) const {
+    const img_limit limit = exceeded_limit(width, height);
+    return limit.name ? refuse(limit) : ok;
+}
+
+img_status Decoding::hold(uint64_t bytes) {
+    if (!memory_asked_) {
+        memory_asked_ = true;
+        may_hold_ = 0;
+        if (const img_status status = report(IMG_VALUE_MAX_MEMORY, &may_hold_, sizeof may_hold_)) return status;
+    }
+    if (may_hold_ && (bytes > may_hold_ || held_ > may_hold_ - bytes))
+        return refuse({"memory", held_ + bytes, may_hold_});
+    held_ += bytes;
+    return ok;
+}
+
 img_status Decoding::ask(img_option &option) const {
     if (const img_status status = report(IMG_VALUE_OPTION, &option, sizeof option)) return status;
     return in_range(option) ? ok : bad_record;
@@ -153,7 +163,7 @@ img_status Decoding::choose(uint32_t width, uint32_t height, uint32_t ncolors, c
                             uint32_t count) {
     img_record &record = *description_;
     if (!width || !height) return damaged;
-    if (!within_limits(width, height)) return over_limit;
+    if (const img_status status = check_size(width, height)) return status;
     record.width = width;
     record.height = height;
     record.ncolors = ncolors;
@@ -185,6 +195,8 @@ img_status Decoding::set_palette(const uint32_t *argb) const {
 void Decoding::set_transparency(uint32_t key) const { callouts_->set_transparency(callouts_->data, description_, key); }
 
 void Decoding::hand_over(uint32_t y) const {
+    const uint32_t used = record().width * bits_per_pixel(record().format) & 7; // bits of the last byte
+    if (used) row(y)[row_bytes(record().format, record().width) - 1] &= static_cast<uint8_t>(0xff00 >> used);
     if (line_) record().access(record().access_arg, 0, y, record().width, line_.get());
 }
 
@@ -193,12 +205,45 @@ img_status Decoding::progress(uint32_t rows_done) const {
     return callouts_->scanline(callouts_->data, description_, rows_done, description_->height, 0, 0);
 }
 
+img_status Decoding::keep_alive(uint32_t rows_done) {
+    constexpr int64_t second = 1'000'000'000, interval = second / 20;
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const int64_t time = now.tv_sec * second + now.tv_nsec;
+    if (time < next_call_) return ok;
+    next_call_ = time + interval;
+    return progress(rows_done);
+}
+
+img_status read_all(Decoding &picture, io_handle &stream, size_t most, Bytes &bytes, size_t &length) {
+    length = 0;
+    for (size_t size = large_buffer, held = 0;; size *= 2) {
+        size = std::min(size, most + 1); // one more tells that there is more
+        if (const img_status status = picture.hold(size - held)) return status;
+        held = size;
+        auto *larger = static_cast<uint8_t *>(realloc(bytes.get(), size));
+        if (!larger) return no_memory;
+        static_cast<void>(bytes.release());
+        bytes.reset(larger);
+        length += read_up_to(stream, larger + length, size - length);
+        if (length < size) return ok;
+        if (length > most) return picture.refuse({"file size", length, most});
+    }
+}
+
 img_status Encoding::begin(const img_encode_callouts &callouts, img_record &image) {
     callouts_ = &callouts;
     image_ = &image;
     constexpr img_flags needed = IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT;
     if ((image.flags & needed) != needed || !image.width || !image.height) return bad_record;
-    return within_limits(image.width, image.height) ? ok : over_limit;
+    const img_limit limit = exceeded_limit(image.width, image.height);
+    return limit.name ? refuse(limit) : ok;
+}
+
+img_status Encoding::refuse(const img_limit &limit) const {
+    img_limit told = limit;
+    const img_status status = ask(IMG_VALUE_LIMIT, &told);
+    return status ? status : over_limit;
 }
 
 img_status Encoding::ask(uint32_t key, void *value) const {

@@ -31,8 +31,13 @@ inline constexpr img_status bad_record = IMG_ST_BADARG;
 // Tested before anything of an image's size is allocated.
 inline constexpr uint32_t max_side = 1'000'000;
 inline constexpr uint64_t max_pixels = uint64_t{1} << 28;
-constexpr bool within_limits(uint64_t width, uint64_t height) {
-    return width <= max_side && height <= max_side && width * height <= max_pixels;
+
+// The limit that a size exceeds; its name is null if none.
+constexpr img_limit exceeded_limit(uint64_t width, uint64_t height) {
+    const uint64_t side = width > height ? width : height;
+    if (side > max_side) return {"side", side, max_side};
+    if (width * height > max_pixels) return {"pixels", width * height, max_pixels};
+    return {};
 }
 
 constexpr uint32_t bits_per_pixel(img_format format) { return format & IMG_FMT_BPP_MASK; }
@@ -76,9 +81,6 @@ img_status peek(io_handle &stream, Signature &signature);
 
 // Puts back the last length bytes of one read, or of several in a row that were shorter than the stream's buffer.
 img_status give_back(io_handle &stream, const uint8_t *bytes, size_t length);
-
-// Reads what is left of the stream, at most so many bytes: over_limit if there are more.
-img_status read_all(io_handle &stream, size_t most, Bytes &bytes, size_t &length);
 
 // Asks for a buffer that suits whole images, never for a smaller one than there is. For a module's begin functions.
 img_status want_large_buffer(io_handle *stream, void **state);
@@ -140,6 +142,15 @@ public:
     img_status report(uint32_t key, uint32_t value) const { return report(key, &value, sizeof value); }
     img_status warn(const char *text) const;
 
+    // Every refusal of a picture that exceeds a limit: says which one, and returns over_limit.
+    img_status refuse(const img_limit &limit) const;
+    img_status check_size(uint64_t width, uint64_t height) const; // the limits of every picture
+
+    // To be called before so many bytes are allocated that depend on the picture: refused if the caller does not allow to
+    // hold them in addition to those held already. The count lasts from frame to frame; release takes bytes off it.
+    img_status hold(uint64_t bytes);
+    void release(uint64_t bytes) { held_ -= bytes; }
+
     // Describes the picture and has one of the formats chosen, which then is the record's.
     img_status choose(uint32_t width, uint32_t height, uint32_t ncolors, const img_format *formats, uint32_t count);
 
@@ -153,8 +164,12 @@ public:
 
     img_status set_palette(const uint32_t *argb) const;
     void set_transparency(uint32_t key) const;
-    void hand_over(uint32_t y) const;              // the row decoded at row(y)
+    // Delivers the row decoded at row(y). Its unused bits become 0, so that equal pictures are equal in memory.
+    void hand_over(uint32_t y) const;
     img_status progress(uint32_t rows_done) const; // not 0: stop with this status
+    // For work that finishes no row for long, which calls it at least every few milliseconds: tells the caller the rows
+    // done so far, unless it was told less than 50 ms ago.
+    img_status keep_alive(uint32_t rows_done);
 
     const img_record &record() const { return *description_; }
     void add_flags(img_flags flags) { description_->flags |= flags; }
@@ -163,7 +178,13 @@ private:
     const img_decode_callouts *callouts_ = nullptr;
     img_record *description_ = nullptr;
     Size wanted_{};
+    uint64_t held_ = 0, may_hold_ = 0;
+    bool memory_asked_ = false;
+    int64_t next_call_ = 0; // of keep_alive, in nanoseconds of the monotonic clock
 };
+
+// Reads what is left of the stream, at most so many bytes. They are held by the picture.
+img_status read_all(Decoding &picture, io_handle &stream, size_t most, Bytes &bytes, size_t &length);
 
 // ---- Encoding ----
 
@@ -177,6 +198,8 @@ public:
     // Asks the caller for an option's value, or for another value of values.h, which holds the default. Before choose.
     img_status ask(img_option &option) const;
     img_status ask(uint32_t key, void *value) const;
+
+    img_status refuse(const img_limit &limit) const; // says which limit is exceeded, and returns over_limit
 
     // Has one of the formats chosen and the image prepared to be read from the top down in it, or as order says.
     img_status choose_and_set_up(const img_format *formats, uint32_t count, uint32_t order = IMG_SETUP_TOPDOWN);

@@ -160,8 +160,8 @@ img_status read_picture_header(Reader &r) {
     if (DGifGetImageHeader(r.gif) == GIF_ERROR) return r.gif->Error == D_GIF_ERR_NOT_ENOUGH_MEM ? no_memory : damaged;
     const GifImageDesc &image = r.gif->Image;
     if (!image.Width || !image.Height) return damaged;
-    if (!within_limits(r.picture_width(), r.picture_height())) return over_limit;
-    if (r.pictures == max_pictures) return over_limit;
+    if (const img_status status = r.picture.check_size(r.picture_width(), r.picture_height())) return status;
+    if (r.pictures == max_pictures) return r.picture.refuse({"frames", max_pictures + 1, max_pictures});
     // Some writers leave the size of the canvas open.
     if (!r.width) r.width = static_cast<uint32_t>(image.Left + image.Width);
     if (!r.height) r.height = static_cast<uint32_t>(image.Top + image.Height);

@@ -147,7 +147,8 @@ img_status jpeg_encode_frame(io_handle *stream, const img_encode_callouts *callo
     w.destination.empty_output_buffer = empty;
     w.destination.term_destination = end;
     if (const img_status status = w.picture.begin(*callouts, *image)) return status;
-    if (image->width > JPEG_MAX_DIMENSION || image->height > JPEG_MAX_DIMENSION) return over_limit;
+    const uint32_t side = std::max(image->width, image->height);
+    if (side > JPEG_MAX_DIMENSION) return w.picture.refuse({"side", side, JPEG_MAX_DIMENSION});
     if (const img_status status = ask(w)) return status;
     return guarded(w, encode);
 }

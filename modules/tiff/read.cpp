@@ -56,20 +56,22 @@ img_status decode_validate(io_handle *stream) {
 }
 
 img_status decode_begin(io_handle *stream, void **state) {
-    auto reader = make<Reader>();
-    if (!reader) return no_memory;
-    want_large_buffer(stream, nullptr);
-    if (const img_status status = read_all(*stream, max_file, reader->file.bytes, reader->file.length)) return status;
-    reader->tif = reader->file.open("r");
-    if (!reader->tif) return reader->failed();
-    *state = reader.release();
-    return ok;
+    *state = make<Reader>().release();
+    if (!*state) return no_memory;
+    return want_large_buffer(stream, nullptr);
 }
 
 img_status decode_finish(io_handle *, void **state) {
     Delete<Reader>()(static_cast<Reader *>(*state));
     *state = nullptr;
     return ok;
+}
+
+// In the first frame, because only frames can ask how much memory may be held.
+img_status open_file(Reader &r, io_handle &stream) {
+    if (const img_status status = read_all(r.picture, stream, max_file, r.file.bytes, r.file.length)) return status;
+    r.tif = r.file.open("r");
+    return r.tif ? ok : r.failed();
 }
 
 // Goes to the next page; the first time to the one that the caller wants.
@@ -81,7 +83,7 @@ img_status go_to_page(Reader &r) {
         return TIFFLastDirectory(r.tif) ? wrong_format : TIFFReadDirectory(r.tif) ? ok : r.failed();
     }
     const uint32_t count = TIFFNumberOfDirectories(r.tif);
-    if (count > max_pages) return over_limit;
+    if (count > max_pages) return r.picture.refuse({"pages", count, max_pages});
     const auto first = static_cast<uint32_t>(option.value);
     if (first >= count) return wrong_format;
     if (first) r.file.lost_palette = false;
@@ -299,11 +301,12 @@ img_status decode_page(Reader &r) {
     return hand_over_rows(r);
 }
 
-img_status decode_frame(io_handle *, const img_decode_callouts *callouts, img_record *record, void **state) {
+img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **state) {
     auto &reader = *static_cast<Reader *>(*state);
     if (reader.ended) return reader.ended;
     reader.picture.begin(*callouts, *record);
     reader.file.failure = ok;
+    if (!reader.tif && (reader.ended = open_file(reader, *stream))) return reader.ended;
     if ((reader.ended = go_to_page(reader))) return reader.ended;
     reader.pages++;
     return decode_page(reader);

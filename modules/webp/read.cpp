@@ -271,10 +271,11 @@ img_status begin_animation(Reader &r) {
     const WebPData data{r.file.bytes(), r.file.size()};
     const std::unique_ptr<WebPDemuxer, void (*)(WebPDemuxer *)> demuxer(WebPDemux(&data), WebPDemuxDelete);
     if (!demuxer) return damaged;
-    if (WebPDemuxGetI(demuxer.get(), WEBP_FF_FRAME_COUNT) > max_frames) return over_limit;
-    if (!within_limits(WebPDemuxGetI(demuxer.get(), WEBP_FF_CANVAS_WIDTH),
-                       WebPDemuxGetI(demuxer.get(), WEBP_FF_CANVAS_HEIGHT)))
-        return over_limit;
+    const uint32_t frames = WebPDemuxGetI(demuxer.get(), WEBP_FF_FRAME_COUNT);
+    if (frames > max_frames) return r.picture.refuse({"frames", frames, max_frames});
+    if (const img_status status = r.picture.check_size(WebPDemuxGetI(demuxer.get(), WEBP_FF_CANVAS_WIDTH),
+                                                       WebPDemuxGetI(demuxer.get(), WEBP_FF_CANVAS_HEIGHT)))
+        return status;
     r.animation = WebPAnimDecoderNew(&data, &options);
     return r.animation && WebPAnimDecoderGetInfo(r.animation, &r.info) ? ok : no_memory;
 }

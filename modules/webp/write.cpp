@@ -131,7 +131,8 @@ img_status Writer::write() {
     if (!WebPConfigInit(&config) || !WebPPictureInit(&pixels)) return unsupported;
     if (const img_status status = ask()) return status;
     const img_record &image = picture.image();
-    if (std::max(image.width, image.height) > WEBP_MAX_DIMENSION) return over_limit;
+    const uint32_t side = std::max(image.width, image.height);
+    if (side > WEBP_MAX_DIMENSION) return picture.refuse({"side", side, WEBP_MAX_DIMENSION});
     if (const img_status status = fill()) return status;
     if (const img_status status = encode()) return status;
     return finish();
