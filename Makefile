@@ -15,6 +15,7 @@ demo: build
 	@tools/demo.sh $(BUILD)
 
 check: build
+	@.ci/packages check
 	@ctest --preset release --output-on-failure
 
 bench: prerequisites

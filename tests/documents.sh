@@ -4,17 +4,17 @@
 # Usage: documents.sh BUILD_DIRECTORY SOURCE_DIRECTORY
 set -u
 build=$1 source=$2
-unset PICTRA_CFGFILE
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-export PATH=$build/bin:$PATH XDG_CACHE_HOME=$work/cache
-failed=0
+. "${0%/*}/harness.sh"
+python=$(need python3 '^Python 3\.' -c 'import json, platform; print("Python", platform.python_version())') || exit $skipped
+mkdir "$work/bin"
+ln -s "$python" "$work/bin/python3"
+export PATH=$work/bin:$build/bin:$PATH XDG_CACHE_HOME=$work/cache
 
 # Types the lines of standard input; a cd or an export among them counts for those that follow.
 type_lines() ( # PAGE
     page=$1 count=0 failures=0
     while IFS= read -r line; do
-        case $line in '') continue ;; *python3*) command -v python3 >/dev/null || continue ;; esac
+        [ -n "$line" ] || continue
         count=$((count + 1))
         [[ $line =~ fails\ with\ ([0-9]+) ]] && wanted=${BASH_REMATCH[1]} || wanted=0
         eval "${line//\/tmp\/pictures/$work/pictures}" </dev/null >"$work/said" 2>&1
@@ -39,8 +39,7 @@ for page in README.md docs/start.md docs/tool.md examples/README.md; do
     awk '/^```/ { name = $2; next } name { print >name }' "$source/$page"
     awk '/^```/ { block = $1; next } block == "```sh" { print } block ~ /^(```)?$/ && sub(/^    /, "") { print }' \
         "$source/$page" | grep -v '^make \|^cmake --preset \|^pictra VERB' >"$work/lines"
-    type_lines $page <"$work/lines" || failed=1
+    type_lines $page <"$work/lines" || fail "$page"
 done
 
-[ $failed = 0 ] && echo 'documents: ok'
-exit $failed
+finish

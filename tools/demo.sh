@@ -1,5 +1,6 @@
 #!/bin/bash
-# The main job on the example pictures, with the program that was built: tells what they are, converts them, and compares.
+# The main job on the example pictures, with the program that was built: tells what they are, converts them, compares, and
+# leaves a picture to look at in the build directory.
 # Usage: demo.sh [BUILD_DIRECTORY]
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -47,8 +48,8 @@ pictra convert - - --to png --format rgb565he <"$pictures/photo.png" | pictra co
 pictra convert few.ppm twice.ppm --format rgb565he
 equal few.ppm twice.ppm
 
-echo 'Turned, cut and made small:'
-show pictra convert "$pictures/photo.png" card.png --crop 200x150+20+5 --rotate 90 --resize 90x
+echo 'Cropped, mirrored, enlarged, and made small:'
+show pictra convert "$pictures/photo.png" card.png --crop 200x150+20+5 --flip horizontal --resize 480x
 show pictra info card.png
 show pictra thumbnail --size 64 "$pictures"/{photo,alpha,palette-key}.png -o '{stem}-small.png' -j 2
 show pictra info photo-small.png alpha-small.png palette-key-small.png
@@ -63,4 +64,7 @@ if pictra convert "$pictures/alpha.png" alpha.ppm 2>message; then
 fi
 sed 's/^/    /' message
 [ ! -e alpha.ppm ]
-echo 'demo: all as it should be'
+
+[ ! -t 1 ] || pictra show card.png
+cp card.png "$build/demo.png"
+echo "demo: everything went as it should; look at $build/demo.png"
