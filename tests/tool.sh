@@ -116,10 +116,25 @@ expect 4 'damaged' "$pictra" convert cut.png targets/kept.png
 expect 9 'disk is full or a limit' bash -c "ulimit -f 4; '$pictra' convert photo.ppm targets/kept.png"
 [ "$(cat targets/kept.png)" = precious ] || fail 'the target did not survive'
 [ "$(ls -A targets)" = kept.png ] || fail "left behind: $(ls -A targets)"
+ls targets >before
+"$pictra" convert photo.ppm targets/long.png --resize 9000x9000 2>/dev/null &
+until find "/proc/$!/fd" -lname "$work/targets/*" 2>/dev/null | grep -q . || ! kill -0 $! 2>/dev/null; do sleep 0.02; done
+temporary=$(ls -A targets | grep -c pictra-) # none where the file system knows files without names
+kill -KILL $! || fail 'a long conversion was too short to be killed'
+wait $! 2>/dev/null
+[ "$temporary" = 1 ] || [ "$(ls -A targets)" = "$(cat before)" ] || fail "killed, and left: $(ls -A targets)"
+rm -f targets/.pictra-*
 chmod 640 targets/kept.png
 ln -s targets/kept.png link.png
 expect 0 '' "$pictra" convert photo.ppm link.png
 [ -L link.png ] && [ "$(stat -c %a targets/kept.png)" = 640 ] || fail 'link or rights were not kept'
+ln -s ../targets/there.png targets/dangling.png && ln -s targets/dangling.png chain.png && ln -sf loop.png loop.png
+for link in chain loop; do # they lead nowhere, so they are replaced where they are, and nothing is written elsewhere
+    expect 0 '' "$pictra" convert --fsync photo.ppm "$link.png"
+    [ ! -L "$link.png" ] && [ -L targets/dangling.png ] && [ ! -e targets/there.png ] || fail "$link.png was followed"
+done
+(umask 027 && "$pictra" convert photo.ppm targets/new.png)
+[ "$(stat -c %a targets/new.png)" = 640 ] || fail "a new file has rights $(stat -c %a targets/new.png)"
 expect 9 'disk is full' "$pictra" convert photo.ppm /dev/full --to png
 [ -c /dev/full ] || fail 'a device was replaced'
 expect 0 '' "$pictra" convert photo.ppm /dev/null --to png
@@ -180,6 +195,13 @@ expect 1 '2 of 4 pictures failed' "$pictra" thumbnail --size 9 cut.png "$picture
     "$pictures/grey.png" -o 'many/{stem}.png' -j 2
 [ "$(ls many/*.png | tr '\n' ' ')" = 'many/grey.png many/photo.png ' ] || fail "many: $(ls many)"
 expect 2 'would both become' "$pictra" convert a.png b.png -o 'many/x.png'
+mkdir -p stems/out && cp photo.png stems/...png && cp photo.png stems/-.png && cp photo.png stems/bare && cp photo.png stems/.png
+expect 2 'outside of its folder' "$pictra" convert stems/...png -o 'stems/out/{stem}/x.png'
+expect 2 'outside of its folder' "$pictra" convert stems/bare -o '{ext}/x.png'
+expect 2 'outside of its folder' "$pictra" frames stems/...png -o 'stems/out/{stem}/{n}.png'
+expect 0 '' "$pictra" convert stems/...png stems/.png -o 'stems/out/{stem}.png'
+[ "$(ls -A stems/out | tr '\n' ' ')" = '...png .png.png ' ] || fail "stems: $(ls -A stems/out)"
+(cd stems && expect 0 '' "$pictra" convert -o '{stem}' --to png ./-.png && [ -s ./- ]) || fail 'a stem of - is no file'
 expect 2 'unknown placeholder' "$pictra" convert a.png -o 'many/{name}.png'
 expect 2 'name one input and one output' "$pictra" convert a.png b.png c.png
 
@@ -189,6 +211,18 @@ sleep 0.2
 kill -INT $! && wait $!
 [ $? = 130 ] || fail 'an interrupted resize does not say so'
 ls -A many | grep -E 'stopped|pictra-' && fail 'an interrupted resize leaves something behind'
+
+# ---- names of files drive no terminal and forge no rows
+odd=$(printf 'a\nb.png png 1 x 1\033[2J\302\233\342\200\256\377.png')
+shown='a\nb.png png 1 x 1\x1b[2J\x9b\u{202e}\xff.png'
+cp "$pictures/dot.png" "$odd"
+expect 0 "$shown" "$pictra" info "$odd"
+[ "$("$pictra" info "$odd" | wc -l)" = 1 ] || fail 'a name makes two rows'
+head -c 60 "$odd" >"cut$odd"
+expect 4 "cut$shown: the data is damaged" "$pictra" convert "cut$odd" x.png
+expect 2 "$shown" "$pictra" formats "$odd"
+mkdir -p odd && cp "$build/lib/pictra/png.so" odd/"$(printf 'x\n[evil].so')"
+expect 1 'x\n[evil].so: left out' "$pictra" config generate odd
 
 # ---- configuration and codecs
 expect 0 'opens yes' "$pictra" codecs --check
@@ -210,7 +244,7 @@ if [ -z "$sanitized" ]; then
     printf '[%s/tests/hostile_module.so]\next = x\n' "$build" >hostile.conf
     export PICTRA_CFGFILE=hostile.conf
     echo keep me >precious
-    for letter in e m c h; do echo "$letter" >"$letter.x"; done
+    for letter in e m c h z; do echo "$letter" >"$letter.x"; done
     expect 5 'does not support' "$pictra" info --sandbox on e.x
     [ -e precious ] && [ ! -e escaped ] || fail 'a confined codec reached the file system'
     expect 42 'status 42' "$pictra" info --sandbox off e.x
@@ -219,6 +253,7 @@ if [ -z "$sanitized" ]; then
     expect 4 'crashed (signal 11)' "$pictra" info --sandbox on c.x
     expect 10 'than --timeout' "$pictra" info --sandbox on --timeout 1 h.x
     expect 1 'crashed' "$pictra" info c.x e.x
+    expect 1 'status 256' "$pictra" info z.x
     unset PICTRA_CFGFILE
 fi
 expect 10 '--max-pixels 1000' "$pictra" info --max-pixels 1000 photo.png

@@ -15,11 +15,12 @@ namespace tool {
 
 namespace {
 
-// Signal handlers may come at any time and must not allocate: paths lie in arrays of fixed size.
+// Signal handlers may run at any time and must not allocate, so names are kept in arrays of fixed size.
 struct Slot {
     std::atomic<bool> taken;
     std::atomic<bool> valid;
-    char path[4096];
+    int directory;
+    char name[256];
 };
 Slot slots[256];
 
@@ -34,7 +35,7 @@ void repeat(int) {
     img_resize_set_abort(1);
     if (++ticks > patience) {
         for (Slot &slot : slots)
-            if (slot.valid) unlink(slot.path);
+            if (slot.valid) unlinkat(slot.directory, slot.name, 0);
         _exit(128 + asked);
     }
     errno = error;
@@ -52,7 +53,7 @@ void ask_to_stop(int number) {
 void handle(int number, void (*handler)(int)) {
     struct sigaction action {};
     action.sa_handler = handler;
-    action.sa_flags = SA_RESTART; // the library takes an interrupted read for a failed one
+    action.sa_flags = SA_RESTART;
     sigaction(number, &action, nullptr);
 }
 
@@ -69,11 +70,12 @@ void watch_for_signals() {
 
 int stop_signal() { return asked; }
 
-void RemovedWhenStopped::remember(const std::string &path) {
-    if (path.size() >= sizeof slots[0].path) return;
+void RemovedWhenStopped::remember(int directory, const std::string &name) {
+    if (name.size() >= sizeof slots[0].name) return;
     for (size_t i = 0; i < std::size(slots); i++) {
         if (slots[i].taken.exchange(true)) continue;
-        memcpy(slots[i].path, path.c_str(), path.size() + 1);
+        memcpy(slots[i].name, name.c_str(), name.size() + 1);
+        slots[i].directory = directory;
         slots[i].valid = true;
         slot_ = i;
         return;

@@ -8,7 +8,7 @@
 
 namespace tool {
 
-// From here on a signal asks to stop. Who does not within a second is stopped.
+// From now on a signal requests a stop; the process is ended if it has not stopped within one second.
 void watch_for_signals();
 
 // The signal that asked, or 0.
@@ -23,7 +23,7 @@ inline void stop_if_asked() {
 // A file that is removed if the program is stopped while this object lives.
 class RemovedWhenStopped {
 public:
-    void remember(const std::string &path);
+    void remember(int directory, const std::string &name); // directory stays open for as long
     void forget();
     RemovedWhenStopped() = default;
     ~RemovedWhenStopped() { forget(); }

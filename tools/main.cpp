@@ -22,6 +22,7 @@ struct Common {
     std::string to{}, keep = "all", format{}, damage = "fail", orient = "auto", sandbox = "auto", quality{};
     std::vector<std::string> options{};
     uint64_t megabytes = 0;
+    bool sync = false;
     tool::Reading reading{};
 };
 
@@ -51,6 +52,10 @@ void add_reading(CLI::App &verb, Common &common) {
         ->group(group);
 }
 
+void add_sync(CLI::App &verb, Common &common) {
+    verb.add_flag("--fsync", common.sync, "Wait until each written file is on the disk");
+}
+
 // Which files become which, and how they are written.
 void add_writing(CLI::App &verb, Common &common) {
     verb.add_option("FILE", common.files.names, "IN OUT, or with -o one input or several")->required();
@@ -61,6 +66,7 @@ void add_writing(CLI::App &verb, Common &common) {
         ->type_name("N");
     verb.add_option("--to", common.to, "Extension whose codec writes, instead of that of the output");
     verb.add_option("--quality", common.quality, "The same as --option quality=N")->type_name("N");
+    add_sync(verb, common);
     verb.add_option("--keep", common.keep, "Metadata to write: all, none, or some of icc,exif,xmp,resolution,text");
     add_reading(verb, common);
 }
@@ -166,7 +172,7 @@ public:
 
     // What the verb that was parsed asks for.
     tool::ConvertOptions options() const {
-        tool::ConvertOptions options{common_.files, common_.to, reading_of(common_), {}, common_.keep};
+        tool::ConvertOptions options{common_.files, common_.to, reading_of(common_), {}, common_.keep, common_.sync};
         for (const auto &[command, verb] : operation_verbs_)
             if (*command) options.operations = {verb->operation.parse(argument_)};
         if (*flip_) options.operations = {tool::parse_flip(horizontal_ ? "horizontal" : "vertical")};
@@ -195,6 +201,13 @@ private:
     uint32_t thumbnail_size_ = 0;
 };
 
+// What is wrong with the command line, whose words may be names of files; or help, which comes as an exception, too.
+int explain_usage(const CLI::App &app, const CLI::ParseError &error) {
+    if (error.get_exit_code() == 0) return app.exit(error);
+    tool::complain(std::string(error.what()) + "; --help tells how to use it");
+    return tool::usage;
+}
+
 int run(int argc, char **argv) {
     CLI::App app("Shows, converts and transforms pictures.", "pictra");
     app.set_version_flag("--version", "pictra " PICTRA_VERSION);
@@ -220,6 +233,7 @@ int run(int argc, char **argv) {
     frames->add_option("FILE", file, "The file")->required();
     frames->add_option("-o,--output", common.files.pattern, "The names to write, with {stem} and {n} in them");
     frames->add_option("--to", common.to, "Extension whose codec writes, instead of that of the output");
+    add_sync(*frames, common);
     add_reading(*frames, common);
 
     CLI::App *show = app.add_subcommand("show", "Shows pictures in the terminal");
@@ -250,11 +264,11 @@ int run(int argc, char **argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? tool::done : tool::usage;
+        return explain_usage(app, error);
     }
     if (*info) return tool::info({common.files.names, reading_of(common), json});
     if (*compare) return tool::compare({common.files.names, reading_of(common)});
-    if (*frames) return tool::frames({file, common.files.pattern, common.to, reading_of(common)});
+    if (*frames) return tool::frames({file, common.files.pattern, common.to, reading_of(common), common.sync});
     if (*show) return tool::show({common.files.names, way, reading_of(common)});
     if (*formats) return tool::formats();
     if (*completion) {
@@ -273,11 +287,11 @@ int main(int argc, char **argv) {
     try {
         const int result = run(argc, argv);
         std::cout.flush();
-        if (std::cout) return result;
+        if (std::cout) return tool::exit_code(static_cast<uint32_t>(result));
         tool::complain("standard output: not all could be written; check free space");
     } catch (const tool::Failure &failure) {
         tool::complain(failure.what());
-        return static_cast<int>(failure.code());
+        return failure.code() ? tool::exit_code(failure.code()) : tool::failed; // a failure is never success
     } catch (const tool::Interrupted &) {
         std::cerr << "pictra: interrupted\n";
         return 128 + tool::stop_signal();

@@ -2,7 +2,10 @@
 #include "tools/text.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cmath>
 #include <iostream>
+#include <stdio.h>
 #include <strings.h>
 
 namespace tool {
@@ -104,6 +107,85 @@ std::string all_format_names() {
     return names;
 }
 
-void complain(const std::string &message) { std::cerr << "pictra: " << message << '\n'; }
+namespace {
+
+// A character of UTF-8 text, or a byte that begins none.
+struct Character {
+    uint32_t code;
+    size_t length;
+    bool valid;
+};
+
+// Overlong forms, surrogates and what lies beyond U+10FFFF are not characters.
+Character character_at(const std::string &text, size_t at) {
+    const auto byte = [&](size_t i) { return static_cast<uint8_t>(text[i]); };
+    const uint32_t first = byte(at);
+    if (first < 0x80) return {first, 1, true};
+    const size_t length = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
+    constexpr uint32_t lowest[] = {0, 0, 0x80, 0x800, 0x10000};
+    const Character none{first, 1, false};
+    if (first < 0xc0 || first > 0xf7 || length > text.size() - at) return none;
+    uint32_t code = first & (0x7f >> length);
+    for (size_t i = 1; i < length; i++) {
+        if ((byte(at + i) & 0xc0) != 0x80) return none;
+        code = code << 6 | (byte(at + i) & 0x3f);
+    }
+    const bool surrogate = code >= 0xd800 && code < 0xe000;
+    return code < lowest[length] || code > 0x10ffff || surrogate ? none : Character{code, length, true};
+}
+
+std::string hex(uint32_t value, int digits) {
+    char text[9];
+    snprintf(text, sizeof text, "%0*x", digits, value);
+    return text;
+}
+
+// Separators of lines, and marks that make a terminal show text in another order than it is in.
+bool misleads(uint32_t code) {
+    return code == 0x061c || code == 0x200e || code == 0x200f || (code >= 0x2028 && code <= 0x202e) ||
+           (code >= 0x2066 && code <= 0x2069);
+}
+
+std::string shown(const std::string &text, size_t at, const Character &character) {
+    if (character.code == '\n') return "\\n";
+    if (!character.valid || character.code < 0x20 || (character.code >= 0x7f && character.code < 0xa0))
+        return "\\x" + hex(character.code, 2);
+    if (misleads(character.code)) return "\\u{" + hex(character.code, 4) + "}";
+    return text.substr(at, character.length);
+}
+
+std::string quoted(const std::string &text, size_t at, const Character &character) {
+    if (!character.valid) return "\\ufffd";
+    const bool escaped = character.code < 0x20 || character.code == '"' || character.code == '\\';
+    return escaped ? "\\u" + hex(character.code, 4) : text.substr(at, character.length);
+}
+
+template <typename Form> std::string each_character(const std::string &text, const Form &form) {
+    std::string out;
+    for (size_t at = 0; at < text.size();) {
+        const Character character = character_at(text, at);
+        out += form(text, at, character);
+        at += character.length;
+    }
+    return out;
+}
+
+} // namespace
+
+std::string visible(const std::string &text) { return each_character(text, shown); }
+
+size_t columns_of(const std::string &text) {
+    return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xc0) != 0x80; }));
+}
+
+std::string json(const std::string &text) { return '"' + each_character(text, quoted) + '"'; }
+
+std::string json(double number) {
+    char text[32];
+    const auto [end, error] = std::to_chars(text, text + sizeof text, number);
+    return std::isfinite(number) && error == std::errc() ? std::string(text, end) : "null";
+}
+
+void complain(const std::string &message) { std::cerr << "pictra: " + visible(message) + '\n'; }
 
 } // namespace tool

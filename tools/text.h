@@ -12,8 +12,15 @@
 
 namespace tool {
 
-// Exit codes beside the library's statuses, which a single file that failed ends with.
+// Exit codes of the program's own. A single file that fails ends with the library's status instead.
 enum Exit { done = 0, failed = 1, usage = 2 };
+
+// The exit code for a result: only 0 is success. A status that the shell would cut to 8 bits or take for a signal becomes
+// `failed`; the message has told its number.
+constexpr int exit_code(uint32_t result) {
+    constexpr uint32_t highest = 125;
+    return static_cast<int>(result <= highest ? result : uint32_t{failed});
+}
 
 // Why something could not be done, and what to do about it. main() prints it.
 class Failure : public std::runtime_error {
@@ -35,7 +42,20 @@ std::optional<img_format> format_of(const std::string &name);
 std::vector<img_format> all_formats();
 std::string all_format_names();
 
-// Prints "pictra: MESSAGE" as an error or a warning, both to standard error.
+// The text for a terminal, on one line. Control characters, line separators, marks that change the direction of writing, and
+// bytes that are not UTF-8 appear as escapes (\n, \x1b, \u{202e}), so that a name or a text out of a file can neither drive the
+// terminal nor forge a row. All else is unchanged.
+std::string visible(const std::string &text);
+
+// Columns that a visible text takes, counting each character as one.
+size_t columns_of(const std::string &text);
+
+// A JSON string: valid UTF-8 for any bytes. Each byte that belongs to no character becomes U+FFFD.
+std::string json(const std::string &text);
+// A JSON number; null for infinities and NaN, which JSON cannot express.
+std::string json(double number);
+
+// Prints "pictra: MESSAGE" as an error or a warning, both to standard error. The message is made visible here.
 void complain(const std::string &message);
 
 } // namespace tool

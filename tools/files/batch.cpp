@@ -118,22 +118,17 @@ int run(const std::vector<Pair> &pairs, unsigned jobs, const Work &work) {
     return failed;
 }
 
-} // namespace
-
-std::string name_by(const std::string &pattern, const std::string &in, const std::map<std::string, std::string> &more) {
-    const std::string name = in.substr(in.rfind('/') + 1);
-    const size_t dot = name.rfind('.') == 0 ? std::string::npos : name.rfind('.');
-    std::map<std::string, std::string> parts = {{"stem", name.substr(0, dot)},
-                                                {"ext", dot == std::string::npos ? "" : name.substr(dot + 1)}};
-    parts.insert(more.begin(), more.end());
+// A component of a pattern with its placeholders filled in.
+std::string fill_in(const std::string &component, const std::string &pattern,
+                    const std::map<std::string, std::string> &parts) {
     std::string out;
-    for (size_t at = 0; at < pattern.size();) {
-        const size_t open = std::min(pattern.find('{', at), pattern.size());
-        out += pattern.substr(at, open - at);
-        if (open == pattern.size()) break;
-        const size_t close = pattern.find('}', open);
+    for (size_t at = 0; at < component.size();) {
+        const size_t open = std::min(component.find('{', at), component.size());
+        out += component.substr(at, open - at);
+        if (open == component.size()) break;
+        const size_t close = component.find('}', open);
         const auto part =
-            close == std::string::npos ? parts.end() : parts.find(pattern.substr(open + 1, close - open - 1));
+            close == std::string::npos ? parts.end() : parts.find(component.substr(open + 1, close - open - 1));
         if (part == parts.end())
             throw Failure("-o " + pattern +
                               ": unknown placeholder; there are {stem} and {ext} of the input, and {n} for frames",
@@ -142,6 +137,30 @@ std::string name_by(const std::string &pattern, const std::string &in, const std
         at = close + 1;
     }
     return out;
+}
+
+} // namespace
+
+// Fills in the placeholders. Each component of the path that holds one has to name something in the folder that the pattern
+// puts it in: nothing, "." and ".." are names of other places ("...png" has the stem ".."), and "-" alone is not a file.
+std::string name_by(const std::string &pattern, const std::string &in, const std::map<std::string, std::string> &more) {
+    const std::string name = in.substr(in.rfind('/') + 1);
+    const size_t dot = name.rfind('.') == 0 ? std::string::npos : name.rfind('.');
+    std::map<std::string, std::string> parts = {{"stem", name.substr(0, dot)},
+                                                {"ext", dot == std::string::npos ? "" : name.substr(dot + 1)}};
+    parts.insert(more.begin(), more.end());
+    std::string out;
+    for (size_t at = 0; at <= pattern.size();) {
+        const size_t end = std::min(pattern.find('/', at), pattern.size());
+        const std::string component = pattern.substr(at, end - at), filled = fill_in(component, pattern, parts);
+        if (filled != component && (filled.empty() || filled == "." || filled == ".."))
+            throw Failure(in + ": -o " + pattern +
+                              " would become a name outside of its folder; rename the picture, or " + "name the output",
+                          usage);
+        out += (at ? "/" : "") + filled;
+        at = end + 1;
+    }
+    return out == "-" && pattern != "-" ? "./-" : out;
 }
 
 int for_each_pair(const Library &library, const Files &files, const Work &work) {

@@ -73,7 +73,7 @@ img_codec *codec_for(img_lib_handle &library, const Output &output) {
 
 void write(img_lib_handle &library, img_codec *codec, Picture &picture, const Output &output, Exchange &exchange) {
     keep_promise(picture, output, output.to.empty() ? extension_of(output.path) : output.to);
-    Target target(output.path, output.for_owner_only);
+    Target target(output.path, {output.for_owner_only, output.sync});
     const std::string name = output.path == "-" ? "standard output" : output.path;
     Stream stream(io_open(IO_FD, IO_WRITE, target.descriptor()));
     if (!stream) throw failure_of(name, IMG_ST_NOMEM);

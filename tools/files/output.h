@@ -15,6 +15,7 @@ struct Output {
     std::string to;   // the extension whose codec writes, if not that of path
     bool drops_key;   // the user asked for a pixel format, which may cost the colour key
     bool for_owner_only = false;
+    bool sync = false; // wait until it is on the disk
 };
 
 // Fails if no codec is registered, before any work is done.

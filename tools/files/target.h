@@ -6,26 +6,63 @@
 #include "tools/interrupt.h"
 
 #include <string>
+#include <sys/stat.h>
+#include <utility>
 
 namespace tool {
 
+class Descriptor {
+public:
+    explicit Descriptor(int number = -1) : number_(number) {}
+    Descriptor(Descriptor &&other) noexcept : number_(std::exchange(other.number_, -1)) {}
+    Descriptor &operator=(Descriptor &&other) noexcept {
+        std::swap(number_, other.number_); // other closes the one that was here
+        return *this;
+    }
+    ~Descriptor();
+
+    int number() const { return number_; }
+    explicit operator bool() const { return number_ >= 0; }
+    bool close(); // false if what was written did not all arrive
+
+private:
+    int number_;
+};
+
+struct TargetOptions {
+    bool for_owner_only = false; // no access for others, whatever the umask says
+    bool sync = false;           // commit() returns when file and name have reached the disk
+};
+
+// "-" is standard output. Devices and pipes are written to as they are. A file is written without a name where the file
+// system can do that, else under a temporary one, in the folder of its final name; that folder is opened once, so nothing that
+// happens to the path meanwhile can lead the file elsewhere. A symbolic link to a file stays, and the file is replaced.
+// A new file gets the permissions of the file that it replaces, or the usual ones.
 class Target {
 public:
-    // "-" is standard output. Devices and pipes are written as they are; a file is written beside its place first. It is
-    // for its owner's eyes, or keeps the rights of the file that it replaces, or gets the usual ones.
-    explicit Target(const std::string &path, bool for_owner_only = false);
+    explicit Target(const std::string &path, const TargetOptions &options = {});
     ~Target(); // removes what was not committed
     Target(const Target &) = delete;
     Target &operator=(const Target &) = delete;
 
-    int descriptor() const { return descriptor_; }
-    void commit(); // fails if the file cannot be completed; then the one that was there before is untouched
+    int descriptor() const; // open for writing until commit()
+    void commit();          // fails if the file cannot be completed; the one that was there before is then untouched
 
 private:
-    void open_temporary(bool exists, unsigned mode);
+    void find(bool exists);
+    void replace(const struct stat &about);
+    void open_special();
+    void open_new(unsigned mode, bool exactly); // exactly: the umask does not count
+    bool open_unnamed(unsigned mode);
+    void open_temporary(unsigned mode);
+    bool give_name();
+    void remove_temporary();
+    void sync_folder() const;
 
-    std::string path_, temporary_;
-    int descriptor_ = -1;
+    std::string path_, name_;      // name_ in folder_
+    std::string temporary_{};      // in folder_; empty if the file has no name yet
+    Descriptor folder_{}, file_{}; // no folder: written as it is
+    TargetOptions options_;
     RemovedWhenStopped if_stopped_;
 };
 

@@ -45,7 +45,7 @@ Outcome try_module(const std::string &path) {
 
 std::string listed(std::string names) {
     std::replace(names.begin(), names.end(), ':', ' ');
-    return names.empty() ? "none" : names;
+    return names.empty() ? "none" : visible(names);
 }
 
 const char *yes_or_no(bool yes) { return yes ? "yes" : "no"; }
@@ -86,12 +86,12 @@ std::vector<Section> sections_of(const std::filesystem::path &directory) {
 
 int codecs(bool check) {
     const Config config = find_config();
-    std::cout << "configuration " << config.path << '\n';
+    std::cout << "configuration " << visible(config.path) << '\n';
     int result = done;
     for (const Section &section : config.sections) {
         const Outcome outcome = try_module(section.path);
         std::cout << '\n'
-                  << section.path << '\n'
+                  << visible(section.path) << '\n'
                   << "  opens       " << yes_or_no(outcome.opens) << '\n'
                   << "  entry       " << yes_or_no(outcome.entry) << '\n'
                   << "  reads       " << yes_or_no(outcome.reads) << '\n'
@@ -99,7 +99,7 @@ int codecs(bool check) {
                   << "  extensions  " << listed(section.extensions) << '\n'
                   << "  MIME types  " << listed(section.mime_types) << '\n';
         if (outcome.error.empty()) continue;
-        std::cout << "  error       " << outcome.error << '\n';
+        std::cout << "  error       " << visible(outcome.error) << '\n';
         if (!check) continue;
         complain(section.path + ": " + outcome.error + "; correct the path in the configuration or install the module");
         result = failed;
@@ -110,7 +110,7 @@ int codecs(bool check) {
 int config(ConfigTask task) {
     const Config config = find_config();
     if (task == ConfigTask::show) {
-        std::cout << "# " << config.path << '\n';
+        std::cout << "# " << visible(config.path) << '\n';
         for (const Section &section : config.sections) print(section);
         return done;
     }
@@ -121,7 +121,8 @@ int config(ConfigTask task) {
         complain(config.path + ": " + outcome.error + "; correct the path or install the module");
         result = failed;
     }
-    if (result == done) std::cout << config.path << ": " << config.sections.size() << " modules, all in order\n";
+    if (result == done)
+        std::cout << visible(config.path) << ": " << config.sections.size() << " modules, all in order\n";
     return result;
 }
 
@@ -133,7 +134,8 @@ int generate_config(const std::string &given) {
         throw Failure(directory.string() + ": no such directory; name the one that the codec modules are in", usage);
     int result = done;
     for (const Section &section : sections_of(directory)) {
-        const Outcome outcome = try_module(section.path);
+        Outcome outcome = try_module(section.path);
+        if (visible(section.path) != section.path) outcome.error = "its name cannot stand in a configuration";
         if (outcome.error.empty()) {
             print(section);
             continue;

@@ -11,7 +11,7 @@ int convert(const ConvertOptions &options) {
     const Library library = attach();
     const Keep keep(options.keep);
     return for_each_pair(library, options.files, [&](const std::string &in, const std::string &out) {
-        const Output output{out, options.to, options.reading.format.has_value()};
+        const Output output{out, options.to, options.reading.format.has_value(), false, options.sync};
         img_codec *codec = codec_for(*library.handle, output);
         Decoder decoder(library, in, options.reading);
         const std::unique_ptr<Picture> picture = decoder.next();

@@ -24,7 +24,8 @@ int frames(const FramesOptions &options) {
             std::cout << '\n';
             continue;
         }
-        const Output output{name_by(options.pattern, options.file, {{"n", std::to_string(number)}}), options.to, false};
+        const Output output{name_by(options.pattern, options.file, {{"n", std::to_string(number)}}), options.to, false,
+                            false, options.sync};
         if (number == 1 && output.path == name_by(options.pattern, options.file, {{"n", "0"}}))
             throw Failure("-o " + options.pattern + ": every picture would have this name; put {n} into it", usage);
         write(*library.handle, codec_for(*library.handle, output), *picture, output, decoder.exchange);

@@ -101,48 +101,28 @@ std::string notes_on(const Report &report) {
 // A row of the table; names take so many columns.
 void print(const Report &report, size_t name_width) {
     const img_record &record = report.picture->record();
-    const std::string notes = notes_on(report), pixels = format_name(record.format);
-    std::cout << std::left << std::setw(static_cast<int>(name_width)) << report.path << "  " << std::setw(5)
-              << report.format << std::right << std::setw(6) << record.width << " x " << std::left << std::setw(6)
-              << record.height << (notes.empty() ? pixels : pixels + std::string(12 - pixels.size(), ' ') + notes)
-              << '\n';
-}
-
-// A JSON string. Names of files are bytes; those that are no UTF-8 come as the replacement character.
-std::string quoted(const std::string &text) {
-    std::ostringstream out;
-    out << '"';
-    for (size_t i = 0; i < text.size();) {
-        const auto byte = static_cast<uint8_t>(text[i]);
-        const size_t length = byte < 0x80 ? 1 : byte >= 0xc2 && byte < 0xe0 ? 2 : byte >= 0xe0 && byte < 0xf0 ? 3 : 4;
-        bool whole = byte < 0x80 || (byte >= 0xc2 && byte < 0xf5 && i + length <= text.size());
-        for (size_t k = 1; whole && k < length; k++) whole = (static_cast<uint8_t>(text[i + k]) & 0xc0) == 0x80;
-        if (!whole)
-            out << "\\ufffd";
-        else if (byte < 0x20 || byte == '"' || byte == '\\')
-            out << "\\u" << std::hex << std::setfill('0') << std::setw(4) << unsigned{byte} << std::dec;
-        else
-            out << text.substr(i, length);
-        i += whole ? length : 1;
-    }
-    out << '"';
-    return out.str();
+    const std::string notes = notes_on(report), pixels = format_name(record.format), name = visible(report.path);
+    const size_t columns = columns_of(name);
+    std::cout << name << std::string(name_width > columns ? name_width - columns : 0, ' ') << "  " << std::left
+              << std::setw(5) << visible(report.format) << std::right << std::setw(6) << record.width << " x "
+              << std::left << std::setw(6) << record.height
+              << (notes.empty() ? pixels : pixels + std::string(12 - pixels.size(), ' ') + notes) << '\n';
 }
 
 void print_json(const Report &report) {
     std::ostream &out = std::cout;
-    out << "{\"path\":" << quoted(report.path) << ",\"status\":" << report.status
-        << ",\"message\":" << quoted(report.message) << ",\"format\":" << quoted(report.format)
-        << ",\"module\":" << quoted(report.module);
+    out << "{\"path\":" << json(report.path) << ",\"status\":" << report.status
+        << ",\"message\":" << json(report.message) << ",\"format\":" << json(report.format)
+        << ",\"module\":" << json(report.module);
     const Metadata &metadata = report.metadata;
     if (report.picture) {
         const img_record &record = report.picture->record();
         out << ",\"width\":" << record.width << ",\"height\":" << record.height
-            << ",\"pixel_format\":" << quoted(format_name(record.format)) << ",\"depth\":" << metadata.depth
-            << ",\"alpha\":" << quoted(transparency_of(*report.picture))
+            << ",\"pixel_format\":" << json(format_name(record.format)) << ",\"depth\":" << metadata.depth
+            << ",\"alpha\":" << json(transparency_of(*report.picture))
             << ",\"palette\":" << (report.picture->has(IMG_F_PALETTE) ? record.ncolors : 0)
             << ",\"frames\":" << metadata.frames << ",\"orientation\":" << metadata.orientation << ",\"resolution\":["
-            << metadata.resolution.x << ',' << metadata.resolution.y << "],\"icc\":" << metadata.icc.size();
+            << json(metadata.resolution.x) << ',' << json(metadata.resolution.y) << "],\"icc\":" << metadata.icc.size();
     }
     out << ",\"bytes\":" << report.bytes << ",\"ms\":" << std::fixed << std::setprecision(3) << report.milliseconds
         << std::defaultfloat << "}\n";
@@ -156,7 +136,8 @@ int info(const InfoOptions &options) {
     reading.upright = false; // orientation is told, not applied
     uint32_t status = IMG_ST_OK;
     size_t name_width = 0;
-    for (const std::string &file : options.files) name_width = std::max(name_width, std::min(file.size(), widest_name));
+    for (const std::string &file : options.files)
+        name_width = std::max(name_width, std::min(columns_of(visible(file)), widest_name));
     for (const std::string &file : options.files) {
         const Report report = report_on(library, file, reading);
         if (options.json)

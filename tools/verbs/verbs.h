@@ -25,6 +25,7 @@ struct ConvertOptions {
     Reading reading;
     std::vector<Operation> operations; // in the order in which they are done
     std::string keep = "all";          // kinds of metadata
+    bool sync = false;                 // wait until what is written is on the disk
 };
 int convert(const ConvertOptions &options);
 int store_thumbnails(const ConvertOptions &options); // where desktops look for them; prints where
@@ -40,6 +41,7 @@ struct FramesOptions {
     std::string pattern; // of the files to write, or empty: list only
     std::string to;
     Reading reading;
+    bool sync = false;
 };
 int frames(const FramesOptions &options);
 
