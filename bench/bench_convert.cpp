@@ -67,8 +67,9 @@ const bool added = [] {
         add(copy, img::cpu::Variant::base, "libc");
     }
     for (const Case &c : cases()) {
-#define VARIANT(name, ...) add(c, img::cpu::Variant::name, #name);
-#include "core/variants.inc"
+#define EACH(name) add(c, img::cpu::Variant::name, #name);
+        IMG_FOR_EACH_VARIANT(EACH)
+#undef EACH
     }
     return true;
 }();

@@ -1,12 +1,8 @@
-# The shared library. Its objects are a target of their own, which the tests link too: they reach internals and can make
+# The shared library. Its objects are targets of their own, which the tests link too: they reach internals and can make
 # allocations fail.
-add_library(pictra_objects OBJECT)
-target_link_libraries(pictra_objects PUBLIC pictra_flags)
-target_compile_options(pictra_objects PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti
-                                              -fno-threadsafe-statics>)
-set_target_properties(pictra_objects PROPERTIES POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden
-                                                VISIBILITY_INLINES_HIDDEN ON)
 include(cmake/variants.cmake)
+pictra_add_objects(pictra_objects)
+target_sources(pictra_objects INTERFACE ${PICTRA_KERNELS})
 foreach(folder core io convert codec geometry scale)
   include(${folder}/sources.cmake)
 endforeach()
@@ -15,7 +11,7 @@ endforeach()
 # would add that run time because the objects are C++.
 set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "")
 set(CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES "")
-add_library(pictra SHARED $<TARGET_OBJECTS:pictra_objects>)
+add_library(pictra SHARED $<TARGET_OBJECTS:pictra_objects> ${PICTRA_KERNELS})
 target_include_directories(pictra PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
                                          $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 target_link_libraries(pictra PRIVATE $<BUILD_INTERFACE:pictra_flags>)

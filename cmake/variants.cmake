@@ -1,37 +1,57 @@
-# Sources that are compiled once per instruction set. base is whatever the compiler targets by default; for each other
-# variant the list of features gives the compiler's flags and, through core/variants.inc, what core/cpu.cpp asks the
-# CPU for. From the least to the best.
+# The inner loops ("kernels") are compiled once per variant, that is, per instruction set: an object library each. base is
+# whatever the compiler targets by default. The features of the others give the compiler's flags and, through the generated
+# header core/variants.h, what core/cpu.cpp asks the CPU for. Listed from the least to the best.
 set(PICTRA_ALL_VARIANTS base)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
   list(APPEND PICTRA_ALL_VARIANTS avx2 avx512)
 endif()
 set(PICTRA_VARIANTS ${PICTRA_ALL_VARIANTS} CACHE STRING "Instruction sets to build the inner loops for")
 
-# Plain loops unrolled by -O3 are three times as long and hardly faster. Unwind tables would be a tenth of these objects,
-# and neither exceptions nor callouts pass through these loops. The alignment keeps a loop's speed from changing, by up to
-# a fifth, with the length of the functions before it. -fstack-protector-strong would check each loop that takes the address
-# of a pixel, 20 KB of it; the plain kind checks those with arrays.
-set(PICTRA_FLAGS_base $<$<CONFIG:Release>:-O2>)
-set(PICTRA_FLAGS $<$<CONFIG:Release>:-fno-asynchronous-unwind-tables> $<$<CONFIG:Release>:-falign-functions=32>
-    $<$<BOOL:${PICTRA_STACK_PROTECTOR}>:-fstack-protector>)
 set(PICTRA_FEATURES_avx2 avx2 bmi2)
 set(PICTRA_FEATURES_avx512 ${PICTRA_FEATURES_avx2} avx512f avx512bw avx512dq avx512vl avx512vbmi avx512vnni)
 
-set(rows "")
-foreach(variant ${PICTRA_VARIANTS})
-  list(JOIN PICTRA_FEATURES_${variant} ", " features)
-  string(APPEND rows "VARIANT(${variant}, ${features})\n")
-endforeach()
-file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/generated/core/variants.inc CONTENT "${rows}#undef VARIANT\n" @ONLY)
-target_include_directories(pictra_objects PUBLIC ${PROJECT_BINARY_DIR}/generated)
+# Linked after pictra_flags, so that the later of two contrary options is the one here.
+# -O3 would unroll the plain loops of base to three times their length, for hardly any speed. Unwind tables would be a tenth
+# of these objects, and neither exceptions nor callouts pass through these loops. The alignment keeps a loop's speed from
+# changing, by up to a fifth, with the length of the functions before it. -fstack-protector-strong would check each loop
+# that takes the address of a pixel, 20 KB of it; the plain kind checks those with arrays.
+set(PICTRA_FLAGS_base $<$<CONFIG:Release>:-O2>)
+add_library(pictra_kernel_flags INTERFACE)
+target_compile_options(pictra_kernel_flags INTERFACE
+  $<$<CONFIG:Release>:-fno-asynchronous-unwind-tables> $<$<CONFIG:Release>:-falign-functions=32>
+  $<$<BOOL:${PICTRA_STACK_PROTECTOR}>:-fstack-protector>)
 
-# Adds a source once per variant, with IMG_TARGET naming the variant's namespace.
-function(pictra_add_variants source)
+# Library code: no exceptions, no run-time types, nothing exported that is not marked.
+function(pictra_add_objects name)
+  add_library(${name} OBJECT)
+  target_link_libraries(${name} PUBLIC pictra_flags)
+  target_compile_options(${name} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
+  target_include_directories(${name} PUBLIC ${PROJECT_BINARY_DIR}/generated)
+  set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden
+                                           VISIBILITY_INLINES_HIDDEN ON)
+endfunction()
+
+# One object library per variant, pictra_<variant>, with IMG_TARGET naming the variant's namespace.
+set(PICTRA_KERNELS "")
+set(each "")
+set(features "")
+foreach(variant ${PICTRA_VARIANTS})
+  pictra_add_objects(pictra_${variant})
+  list(TRANSFORM PICTRA_FEATURES_${variant} PREPEND -m OUTPUT_VARIABLE flags)
+  target_link_libraries(pictra_${variant} PRIVATE pictra_kernel_flags)
+  target_compile_options(pictra_${variant} PRIVATE ${flags} ${PICTRA_FLAGS_${variant}})
+  target_compile_definitions(pictra_${variant} PRIVATE IMG_TARGET=${variant})
+  list(APPEND PICTRA_KERNELS $<TARGET_OBJECTS:pictra_${variant}>)
+  list(JOIN PICTRA_FEATURES_${variant} ", " names)
+  string(APPEND each " EACH(${variant} __VA_OPT__(, ) __VA_ARGS__)")
+  string(APPEND features "#define IMG_FEATURES_${variant} ${names}\n")
+endforeach()
+file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/generated/core/variants.h
+     CONTENT "#pragma once\n#define IMG_FOR_EACH_VARIANT(EACH, ...)${each}\n${features}" @ONLY)
+
+# Adds sources to every variant.
+function(pictra_add_kernels)
   foreach(variant ${PICTRA_VARIANTS})
-    string(REPLACE ".cpp" "_${variant}.cpp" generated ${PROJECT_BINARY_DIR}/generated/${source})
-    file(CONFIGURE OUTPUT ${generated} CONTENT "#define IMG_TARGET ${variant}\n#include \"${source}\"\n" @ONLY)
-    list(TRANSFORM PICTRA_FEATURES_${variant} PREPEND -m OUTPUT_VARIABLE flags)
-    set_source_files_properties(${generated} PROPERTIES COMPILE_OPTIONS "${flags};${PICTRA_FLAGS};${PICTRA_FLAGS_${variant}}")
-    target_sources(pictra_objects PRIVATE ${generated})
+    target_sources(pictra_${variant} PRIVATE ${ARGN})
   endforeach()
 endfunction()

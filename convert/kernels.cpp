@@ -183,7 +183,7 @@ template <uint32_t bits, uint32_t bytes> void expand(const void *src, void *dst,
 
 } // namespace
 
-const Kernels kernels = {
+const ConvertKernels convert_kernels = {
 #define ROUTINE(name, source, destination, rule) .name = convert<layout::source, layout::destination, Rule::rule>,
 #include "convert/routines.inc"
     .pal1_pal8 = unpack<1>,

@@ -4,6 +4,7 @@
 // several instruction sets.
 #pragma once
 
+#include "core/cpu.h"
 #include "pictra/pictra.h"
 
 namespace img {
@@ -11,20 +12,13 @@ namespace img {
 // Palette expansion: depth of the index (1, 4, 8) and of the pixel (8, 16, 24, 32 bits).
 enum : uint32_t { index_depths = 3, pixel_depths = 4 };
 
-struct Kernels {
+struct ConvertKernels {
 #define ROUTINE(name, source, destination, rule) img_cvt_func name;
 #include "convert/routines.inc"
     img_cvt_func pal1_pal8, pal4_pal8;
     img_expand_func expand[index_depths][pixel_depths];
 };
 
-// namespace base { extern const Kernels kernels; } and so on
-#define VARIANT(name, ...)                                                                                             \
-    namespace name {                                                                                                   \
-    extern const Kernels kernels;                                                                                      \
-    }
-#include "core/variants.inc"
-
-const Kernels &active_kernels();
+IMG_PER_VARIANT(ConvertKernels, convert_kernels)
 
 } // namespace img

@@ -14,7 +14,7 @@
 
 namespace img::cpu {
 
-constinit std::atomic<Variant> chosen{Variant::undecided};
+constinit Variant chosen = Variant::undecided;
 
 #if defined(__x86_64__)
 namespace {
@@ -59,10 +59,11 @@ bool has_all(std::initializer_list<int>) { return true; } // base needs nothing
 
 bool runs(Variant variant) {
     switch (variant) {
-#define VARIANT(name, ...)                                                                                             \
+#define EACH(name)                                                                                                     \
     case Variant::name:                                                                                                \
-        return has_all({__VA_ARGS__});
-#include "core/variants.inc"
+        return has_all({IMG_FEATURES_##name});
+        IMG_FOR_EACH_VARIANT(EACH)
+#undef EACH
     default:
         return false;
     }
@@ -76,6 +77,6 @@ Variant choose() {
     return best;
 }
 
-void force(Variant variant) { chosen.store(variant, std::memory_order_relaxed); }
+void force(Variant variant) { __atomic_store(&chosen, &variant, __ATOMIC_RELAXED); }
 
 } // namespace img::cpu

@@ -1,30 +1,31 @@
 // SPDX-License-Identifier: MIT
 //
-// Which of the compiled variants of the inner loops this CPU runs. The variants are listed by the build
-// (cmake/variants.cmake), from the least to the best; what they are of is the user's business.
+// Which of the compiled variants of the inner loops this CPU runs, and tables of functions of which there is one for each
+// variant. The variants are listed by the build (cmake/variants.cmake), from the least to the best.
 #pragma once
 
-#include <stddef.h>
-
-#include <atomic>
+#include "core/variants.h"
 
 namespace img::cpu {
 
 enum class Variant : int {
-#define VARIANT(name, ...) name,
-#include "core/variants.inc"
-    count,
+#define EACH(name) name,
+    IMG_FOR_EACH_VARIANT(EACH)
+#undef EACH
+        count,
     undecided = count
 };
 
-extern std::atomic<Variant> chosen;
+// Accessed atomically, by the compiler's own functions: the standard's would add their header to each kernel.
+extern Variant chosen;
 
 // Chooses the best variant that runs here.
 Variant choose();
 
 // The variant in use. The CPU is asked on first use, because the library runs no code when it is loaded.
 inline Variant variant() {
-    const Variant v = chosen.load(std::memory_order_relaxed);
+    Variant v;
+    __atomic_load(&chosen, &v, __ATOMIC_RELAXED);
     return v != Variant::undecided ? v : choose();
 }
 
@@ -33,4 +34,22 @@ bool runs(Variant variant);
 // For tests and measurements: the variant that all later calls use. It must run here.
 void force(Variant variant);
 
+// One table for each variant.
+template <class Table> struct PerVariant {
+    const Table *of[int(Variant::count)];
+
+    const Table &best() const { return *of[int(variant())]; }
+};
+
 } // namespace img::cpu
+
+// Within namespace img: declares a table called `name` in the namespace of each variant, to be defined by the source that
+// is compiled per variant, and img::name, whose best() is the one to use.
+#define IMG_EXTERN_TABLE(variant, Table, name)                                                                         \
+    namespace variant {                                                                                                \
+    extern const Table name;                                                                                           \
+    }
+#define IMG_TABLE_ADDRESS(variant, name) &variant::name,
+#define IMG_PER_VARIANT(Table, name)                                                                                   \
+    IMG_FOR_EACH_VARIANT(IMG_EXTERN_TABLE, Table, name)                                                                \
+    inline constexpr cpu::PerVariant<Table> name{{IMG_FOR_EACH_VARIANT(IMG_TABLE_ADDRESS, name)}};

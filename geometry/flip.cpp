@@ -21,7 +21,7 @@ uint8_t reversed(uint8_t byte) {
 template <size_t bytes> void mirror_pixels(uint8_t *row, uint32_t width) {
     constexpr size_t chunk = 1024;
     uint8_t waiting[chunk * bytes];
-    MirrorRows &mirror = *active_geometry().mirror[bytes - 1];
+    MirrorRows &mirror = *geometry_kernels.best().mirror[bytes - 1];
     uint8_t *left = row, *end = row + size_t{width} * bytes;
     for (size_t half = width / 2; half > 0;) {
         const size_t count = half < chunk ? half : chunk, count_bytes = count * bytes;

@@ -3,20 +3,11 @@
 // The steps that flip, crop and quarter turns share.
 #include "geometry/frame.h"
 
-#include "core/cpu.h"
 #include "geometry/kernels.h"
 
 #include <string.h>
 
 namespace img {
-
-const GeometryKernels &active_geometry() {
-    static constexpr const GeometryKernels *of[] = {
-#define VARIANT(name, ...) &name::geometry_kernels,
-#include "core/variants.inc"
-    };
-    return *of[int(cpu::variant())];
-}
 
 img_status Frame::prepare(img_flags marks) {
     copy_ = img_copy_getfunc(dst_.format);
@@ -68,7 +59,7 @@ Band Frame::rows(uint32_t i, uint32_t count) {
 
 void Frame::rows_to_buffer(const Cut &cut, const Placement &placement) {
     const Rows dst{dst_};
-    const GeometryKernels &kernels = active_geometry();
+    const GeometryKernels &kernels = geometry_kernels.best();
     MirrorRows &mirror = *kernels.mirror[pixel_bytes() - 1];
     const bool apart = line_bytes_ || buffers_apart(src_, dst_);
     const size_t bytes = size_t{cut.width} * pixel_bytes();

@@ -4,6 +4,8 @@
 // instruction sets.
 #pragma once
 
+#include "core/cpu.h"
+
 #include <stddef.h>
 #include <stdint.h>
 
@@ -29,12 +31,6 @@ struct GeometryKernels {
     CopyRows *copy;
 };
 
-#define VARIANT(name, ...)                                                                                             \
-    namespace name {                                                                                                   \
-    extern const GeometryKernels geometry_kernels;                                                                     \
-    }
-#include "core/variants.inc"
-
-const GeometryKernels &active_geometry();
+IMG_PER_VARIANT(GeometryKernels, geometry_kernels)
 
 } // namespace img

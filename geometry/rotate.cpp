@@ -18,7 +18,7 @@ constexpr uint32_t band_rows = 64;
 img_status turn_into_buffer(Frame &frame, const img_record &dst, const Cut &cut, bool clockwise) {
     if (const img_status status = frame.begin(cut, band_rows, 0)) return status;
     const uint32_t pixel = frame.pixel_bytes();
-    TurnRows &turn = *active_geometry().turn[pixel - 1];
+    TurnRows &turn = *geometry_kernels.best().turn[pixel - 1];
     uint8_t *first = row_at(dst, clockwise ? 0 : cut.width - 1); // where the leftmost column goes
     const ptrdiff_t dst_step = clockwise ? ptrdiff_t{dst.stride} : -ptrdiff_t{dst.stride};
     for (uint32_t y = 0; y < cut.height;) {

@@ -4,4 +4,4 @@ target_sources(pictra_objects PRIVATE
   geometry/frame.cpp
   geometry/rotate.cpp
 )
-pictra_add_variants(geometry/kernels.cpp)
+pictra_add_kernels(geometry/kernels.cpp)

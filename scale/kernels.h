@@ -3,6 +3,7 @@
 // The inner loops of scaling, per variant and family.
 #pragma once
 
+#include "core/cpu.h"
 #include "scale/family.h"
 #include "scale/params.h"
 
@@ -14,10 +15,6 @@ struct ScaleKernels {
     img_scl_planner plan[family_count];
 };
 
-#define VARIANT(name, ...)                                                                                             \
-    namespace name {                                                                                                   \
-    extern const ScaleKernels scale_kernels;                                                                           \
-    }
-#include "core/variants.inc"
+IMG_PER_VARIANT(ScaleKernels, scale_kernels)
 
 } // namespace img

@@ -3,20 +3,11 @@
 // Scale parameters, and the choice of the inner loops.
 #include "scale/params.h"
 
-#include "core/cpu.h"
 #include "scale/kernels.h"
 
 namespace img {
 
 namespace {
-
-const ScaleKernels &active_kernels() {
-    static constexpr const ScaleKernels *of[] = {
-#define VARIANT(name, ...) &name::scale_kernels,
-#include "core/variants.inc"
-    };
-    return *of[int(cpu::variant())];
-}
 
 constexpr Family families[] = {
 #define EACH(name) family::name,
@@ -46,7 +37,7 @@ int img_scl_calc_parms(img_format format, uint32_t src_width, uint32_t dst_width
     parms->rule = families[index].rule;
     uint32_t src = src_width;
     parms->dir = static_cast<int32_t>(elements);
-    parms->scaler = active_kernels().scale[index];
+    parms->scaler = scale_kernels.best().scale[index];
     parms->src_width = src_width;
     parms->dst_width = dst_width;
     parms->halvings = count_halvings(src, dst_width);
@@ -62,7 +53,7 @@ int img_scl_calc_parms(img_format format, uint32_t src_width, uint32_t dst_width
     parms->int_step = static_cast<int32_t>(src / dst_width) * parms->dir;
     if (parms->edge_count)
         parms->edge_src = src - 1 - static_cast<uint32_t>(uint64_t{parms->main_count} * src / dst_width);
-    if (parms->frac_step) parms->planner = active_kernels().plan[index];
+    if (parms->frac_step) parms->planner = scale_kernels.best().plan[index];
     return 0;
 }
 
@@ -70,5 +61,5 @@ int img_scl_calc_parms(img_format format, uint32_t src_width, uint32_t dst_width
 
 img_avg_func img_avg_getfunc(img_format format) {
     const img::FamilyIndex index = img::family_of(format);
-    return index == img::family_count ? nullptr : img::active_kernels().average[index];
+    return index == img::family_count ? nullptr : img::scale_kernels.best().average[index];
 }

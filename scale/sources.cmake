@@ -4,4 +4,4 @@ target_sources(pictra_objects PRIVATE
   scale/reduce.cpp
   scale/resize.cpp
 )
-pictra_add_variants(scale/kernels.cpp)
+pictra_add_kernels(scale/kernels.cpp)

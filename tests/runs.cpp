@@ -95,12 +95,13 @@ std::string first_fault(const Routine &routine) {
 
 void for_each_variant(const std::function<void(const char *name)> &test) {
     using img::cpu::Variant;
-#define VARIANT(name, ...)                                                                                             \
+#define EACH(name)                                                                                                     \
     if (img::cpu::runs(Variant::name)) {                                                                               \
         img::cpu::force(Variant::name);                                                                                \
         test(#name);                                                                                                   \
     }
-#include "core/variants.inc"
+    IMG_FOR_EACH_VARIANT(EACH)
+#undef EACH
     img::cpu::choose();
 }
 

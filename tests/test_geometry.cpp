@@ -240,7 +240,7 @@ TEST(Geometry, KernelsOfAllVariantsStayWithinTheImages) {
             const auto step = static_cast<ptrdiff_t>(w * bytes), dst_step = static_cast<ptrdiff_t>(h * bytes);
             Bytes want(all);
             for (size_t i = 0; i < w * h; i++) memcpy(&want[(w * h - 1 - i) * bytes], src + i * bytes, bytes);
-            img::active_geometry().mirror[bytes - 1](src, 0, dst, 0, w * h, 1);
+            img::geometry_kernels.best().mirror[bytes - 1](src, 0, dst, 0, w * h, 1);
             ASSERT_EQ(Bytes(dst, dst + all), want) << name << " " << bytes << " " << w * h;
 
             const bool up = random() % 2; // the source from below, the destination from above, or the other way round
@@ -248,9 +248,9 @@ TEST(Geometry, KernelsOfAllVariantsStayWithinTheImages) {
                 for (size_t x = 0; x < w; x++)
                     memcpy(&want[((up ? x : w - 1 - x) * h + y) * bytes], src + ((up ? h - 1 - y : y) * w + x) * bytes,
                            bytes);
-            img::active_geometry().turn[bytes - 1](up ? src + (h - 1) * step : src, up ? -step : step,
-                                                   up ? dst : dst + (w - 1) * dst_step, up ? dst_step : -dst_step, w,
-                                                   h);
+            img::geometry_kernels.best().turn[bytes - 1](up ? src + (h - 1) * step : src, up ? -step : step,
+                                                         up ? dst : dst + (w - 1) * dst_step, up ? dst_step : -dst_step,
+                                                         w, h);
             ASSERT_EQ(Bytes(dst, dst + all), want) << name << " " << bytes << " " << w << "x" << h;
         }
     });
@@ -300,7 +300,7 @@ TEST(Geometry, HugeImagesAreMirroredAndCopied) {
             const size_t stride = width * bytes + gap;
             Bytes pixels(stride * height), out(stride * height, 0xee);
             for (size_t i = 0; i < pixels.size(); i++) pixels[i] = static_cast<uint8_t>(i * 37 % 251);
-            const img::GeometryKernels &kernels = img::active_geometry();
+            const img::GeometryKernels &kernels = img::geometry_kernels.best();
             const auto step = static_cast<ptrdiff_t>(stride);
             kernels.mirror[bytes - 1](pixels.data(), step, &out[stride * (height - 1)], -step, width, height);
             size_t wrong = 0;
