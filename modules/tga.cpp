@@ -50,17 +50,11 @@ Header parse(const uint8_t *bytes) {
 
 bool is_color_depth(uint32_t bits) { return bits == 15 || bits == 16 || bits == 24 || bits == 32; }
 
-// The depth with the attribute bits that it can have.
+// Programs disagree on how to count attribute bits (pixels of 32 bits come with 4 and 8 of them, pixels of 24 bits with 8),
+// so the count is a hint: 0 means that the fourth byte or the top bit is no alpha, everything else that it is.
 bool plausible_pixels(const Header &h) {
-    switch (h.type) {
-    case indexed:
-        return (h.depth == 8 || h.depth == 16) && (h.attributes <= 1 || h.attributes == 8);
-    case grey:
-        return (h.depth == 8 && h.attributes == 0) || (h.depth == 16 && h.attributes == 8);
-    default:
-        if (h.depth == 16) return h.attributes <= 1;
-        return is_color_depth(h.depth) && (h.attributes == 0 || (h.depth == 32 && h.attributes == 8));
-    }
+    if (h.attributes > 8) return false;
+    return h.type == color ? is_color_depth(h.depth) : h.depth == 8 || h.depth == 16;
 }
 
 bool plausible(const uint8_t *bytes) {
@@ -78,7 +72,7 @@ img_format format_of(const Header &h) {
     if (h.type == grey) return FMT_ARGB8888HE;
     if (h.depth == 24) return FMT_BGR888;
     if (h.depth == 32) return word(h.attributes ? FMT_ARGB8888HE : FMT_XRGB8888HE);
-    return word(h.attributes ? FMT_ARGB1555HE : FMT_XRGB1555HE);
+    return word(h.attributes && h.depth == 16 ? FMT_ARGB1555HE : FMT_XRGB1555HE);
 }
 
 // ---- Decoding ----
@@ -187,9 +181,9 @@ void mirror(uint8_t *row, uint32_t width, size_t bytes) {
         std::swap_ranges(left, left + bytes, right);
 }
 
-void expand_grey(const uint8_t *in, uint32_t count, uint8_t *argb) {
+void expand_grey(const uint8_t *in, uint32_t count, bool alpha, uint8_t *argb) {
     for (uint32_t x = 0; x < count; x++, in += 2, argb += 4) {
-        const uint32_t pixel = uint32_t{in[1]} << 24 | in[0] * 0x10101u;
+        const uint32_t pixel = uint32_t{alpha ? in[1] : uint8_t{0xff}} << 24 | in[0] * 0x10101u;
         memcpy(argb, &pixel, sizeof pixel);
     }
 }
@@ -204,7 +198,7 @@ img_status Reader::read_rows() {
         const uint64_t left = uint64_t{header.height - done} * header.width;
         if (!(header.runs ? read_packets(in, left) : input.read(in, bytes))) return damaged;
         if (header.right_to_left) mirror(in, header.width, header.pixel_bytes());
-        if (grey_alpha) expand_grey(in, header.width, row);
+        if (grey_alpha) expand_grey(in, header.width, header.attributes, row);
         if (header.type == indexed && !indices_below(row, 8, header.width, ncolors)) return damaged;
         picture.hand_over(y);
         if (const img_status status = picture.progress(done + 1)) return status;

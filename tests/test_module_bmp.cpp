@@ -133,7 +133,8 @@ TEST_F(ModuleBmp, WhatIsRefusedAndHow) {
         {bmp(dib(40, 1, 1, 32, 3, 0, holes), pixels), 5},
         {bmp(dib(40, 1, 1, 24, 3, 0, holes), pixels), 4},
         {bmp(dib(40, 1, 1, 4, 1, 3) + palette, pixels), 4},
-        {bmp(dib(40, 1, 1, 8, 1, 3) + palette, "\1\1\0\0\1\1\0\1"s), 4}, // a pixel behind the last row
+        {bmp(dib(40, 2, 1, 8, 1, 3) + palette, "\1\1"s), 4}, // half a row
+        {bmp(dib(40, 1, 2, 8, 1, 3) + palette, "\1\1\0\0"s), 4},
         {bmp(dib(40, 0x80000001, 1, 24), pixels), 4},
         {bmp(dib(40, 1, 0x80000000, 24), pixels), 10},
         {bmp(dib(40, 1, 1, 5), pixels), 1},
@@ -142,6 +143,18 @@ TEST_F(ModuleBmp, WhatIsRefusedAndHow) {
     for (const auto &c : cases) {
         img_record record{};
         EXPECT_EQ(load(c.bytes, record), c.status) << &c - cases;
+    }
+}
+
+// Runs that stop without a mark, or go on after the last row, with all rows in them.
+TEST_F(ModuleBmp, RunsMayEndAnywhereAfterTheLastPixel) {
+    for (const std::string &runs :
+         {"\1\1\1\2"s, "\2\2\0\0"s, "\2\2\0"s, "\2\2\0\0\1\1\0\1"s, "\2\2\0\0\0\3\1\1\1\0"s}) {
+        Values values;
+        Loaded loaded;
+        ASSERT_EQ(load(bmp(dib(40, 2, 1, 8, 1, 3) + palette, runs), loaded.record, &values.callouts), IMG_ST_OK);
+        EXPECT_EQ(look(loaded.record), (Pixels{runs[0] == 1 ? green : blue, blue}));
+        EXPECT_TRUE(values.seen.count(IMG_VALUE_WARNING));
     }
 }
 

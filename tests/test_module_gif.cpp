@@ -21,26 +21,34 @@ std::string bytes(std::initializer_list<int> values) {
 const std::string start = "GIF89a" + bytes({3, 0, 2, 0, 0x81, 0, 0, 255, 255, 255, 255, 0, 0, 0, 255, 0, 0, 0, 255});
 const std::string loops = "!\xff\x0bNETSCAPE2.0" + bytes({3, 1, 2, 0, 0});
 
-// Indices of two bits as codes of three, with a clear code before each so that codes never grow, in blocks of three bytes.
-std::string coded(const std::string &indices) {
-    std::string data;
-    uint32_t bits = 0, count = 0;
-    const auto put = [&](uint32_t code) {
-        bits |= code << count;
-        for (count += 3; count >= 8; count -= 8, bits >>= 8) data += static_cast<char>(bits);
-    };
-    for (const char index : indices) {
-        put(4);
-        put(static_cast<uint32_t>(index - '0'));
-    }
-    put(5);
-    if (count) data += static_cast<char>(bits);
-    std::string blocks = "\2";
-    for (size_t at = 0; at < data.size(); at += 3) {
-        const std::string block = data.substr(at, 3);
+std::string in_blocks(const std::string &data, size_t most) {
+    std::string blocks;
+    for (size_t at = 0; at < data.size(); at += most) {
+        const std::string block = data.substr(at, most);
         blocks += static_cast<char>(block.size()) + block;
     }
     return blocks + '\0';
+}
+
+// Each index as a code of its own. Cleared: before each code, so that codes stay at one bit more than an index has. Else they
+// grow by one bit whenever the reader's table of strings has doubled, up to 12.
+std::string coded(const std::string &indices, uint32_t index_bits = 2, bool cleared = true) {
+    std::string data;
+    uint32_t bits = 0, count = 0, strings = (1u << index_bits) + 1;
+    const auto put = [&](uint32_t code) {
+        uint32_t width = index_bits + 1;
+        while (width < 12 && strings >> width) width++;
+        bits |= code << count;
+        for (count += width; count >= 8; count -= 8, bits >>= 8) data += static_cast<char>(bits);
+    };
+    for (const char index : indices) {
+        if (cleared) put(1u << index_bits);
+        put(static_cast<uint32_t>(index - '0'));
+        strings += !cleared;
+    }
+    put((1u << index_bits) + 1);
+    if (count) data += static_cast<char>(bits);
+    return static_cast<char>(index_bits) + in_blocks(data, cleared ? 3 : 255);
 }
 
 std::string control(int disposal, int hundredths, int transparent = -1) {
@@ -50,6 +58,8 @@ std::string control(int disposal, int hundredths, int transparent = -1) {
 std::string drawn(int left, int top, int width, int height, const std::string &indices, int flags = 0) {
     return bytes({',', left, 0, top, 0, width, 0, height, 0, flags}) + coded(indices);
 }
+
+std::string application(const std::string &name, const std::string &data) { return "!\xff\x0b" + name + data; }
 
 // What is not seen has any colour.
 Pixels visible(Pixels pixels) {
@@ -142,12 +152,56 @@ TEST_F(ModuleGif, PlacesOrdersAndEnds) {
         EXPECT_EQ(pictures[0].format, format);
         EXPECT_EQ(pictures[0].pixels, pixels);
     }
+    // Bytes of 0 between pictures, as many bits for an index as no palette uses, and a table of strings that is full.
+    const std::string wide = bytes({',', 0, 0, 0, 0, 3, 0, 2, 0, 0}), zeros(2, '\0');
+    for (const std::string &data : {coded("123012", 11), coded("123012", 8, false)}) {
+        std::vector<Picture> pictures;
+        EXPECT_EQ(read(start + zeros + wide + data + zeros + row + zeros + ";", pictures), 1u);
+        ASSERT_EQ(pictures.size(), 2u);
+        EXPECT_EQ(pictures[0].pixels, (Pixels{red, green, blue, white, red, green}));
+        EXPECT_EQ(pictures[1].pixels, (Pixels{red, green, blue, red, green, green}));
+    }
+    std::string many;
+    for (int i = 0; i < 70 * 70; i++) many += static_cast<char>('0' + i * i % 4 + i % 2);
+    std::vector<Picture> full;
+    const std::string large = start.substr(0, 6) + bytes({70, 0, 70, 0}) + start.substr(10);
+    EXPECT_EQ(read(large + bytes({',', 0, 0, 0, 0, 70, 0, 70, 0, 0}) + coded(many, 2, false) + ";", full), 1u);
+    ASSERT_EQ(full.size(), 1u);
+    constexpr uint32_t colors[] = {white, red, green, blue};
+    for (size_t i = 0; i < many.size(); i++) ASSERT_EQ(full[0].pixels[i], colors[many[i] - '0']) << i;
+
     std::vector<Picture> none;
+    EXPECT_EQ(read(start + std::string(300, '\0') + row, none), 4u);
+    EXPECT_EQ(read(start + wide + coded("123812", 11), none), 4u) << "an index without a colour";
+    EXPECT_EQ(read(start + wide + bytes({2, 2, 0x5c, 0, 0}), none), 4u) << "a string that is not there yet";
+    EXPECT_EQ(read(start + wide + bytes({12, 1, 0, 0}), none), 4u);
     const std::string colourless = start.substr(0, 10) + bytes({0, 0, 0});
     EXPECT_EQ(read(start + ";", none), 4u) << "no picture";
     EXPECT_EQ(read(colourless + row, none), 4u) << "no colours";
     EXPECT_EQ(read(start + drawn(0, 0, 0, 1, ""), none), 4u);
     EXPECT_EQ(read(start + "x", none), 4u);
+}
+
+// A packet of XMP is in blocks, or as it is with a tail that leads readers of blocks to the end from wherever they enter it.
+// A blank reads as a block of 32 bytes.
+TEST_F(ModuleGif, MetadataIsReported) {
+    std::string tail = "\1";
+    for (int i = 255; i >= 0; i--) tail += static_cast<char>(i);
+    tail += '\0';
+    const std::string profile(700, 'p'), packet = "<x:xmpmeta/>";
+    for (const std::string &xmp : {packet, std::string(33, ' '), "\xff" + std::string(254, ' ')}) {
+        for (const std::string &data : {xmp + tail, in_blocks(xmp, 255)}) {
+            const std::string file = start + application("ICCRGBG1012", in_blocks(profile, 255)) +
+                                     application("XMP DataXMP", data) + drawn(0, 0, 3, 2, "123012") + ";";
+            Values heard;
+            Loaded loaded, silent;
+            ASSERT_EQ(load(file, loaded.record, &heard.callouts), IMG_ST_OK);
+            EXPECT_EQ(heard.told[IMG_VALUE_ICC], std::vector{profile});
+            EXPECT_EQ(heard.told[IMG_VALUE_XMP], std::vector{xmp});
+            ASSERT_EQ(load(file, silent.record), IMG_ST_OK);
+            EXPECT_EQ(look(silent.record), look(loaded.record));
+        }
+    }
 }
 
 // The rows before the damage have arrived.

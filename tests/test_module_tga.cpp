@@ -46,6 +46,13 @@ TEST_F(ModuleTga, EveryTypeGivesItsPixels) {
          {red, red, red, green, blue, black}},
         {{10, 0, 0, 0, 2, 1, 32, 0x20, "\x81\xff\0\0\0"sv}, little_endian(FMT_XRGB8888HE), {blue, blue}},
         {{2, 0, 0, 0, 1, 1, 32, 0x28, "\xff\0\0\x40"sv}, little_endian(FMT_ARGB8888HE), {0x400000ff}},
+        // Counts of attribute bits that do not fit the depth: what is there is alpha unless none is said to be.
+        {{2, 0, 0, 0, 1, 1, 32, 0x24, "\xff\0\0\x40"sv}, little_endian(FMT_ARGB8888HE), {0x400000ff}},
+        {{2, 0, 0, 0, 1, 1, 24, 0x28, "\xff\0\0"sv}, FMT_BGR888, {blue}},
+        {{2, 0, 0, 0, 1, 1, 15, 0x21, "\0\x7c"sv}, little_endian(FMT_XRGB1555HE), {red}},
+        {{2, 0, 0, 0, 2, 1, 16, 0x28, "\0\xfc\0\x7c"sv}, little_endian(FMT_ARGB1555HE), {red, 0x00ff0000}},
+        {{3, 0, 0, 0, 1, 1, 8, 0x28, "\x10"sv}, FMT_G8, {0xff101010}},
+        {{3, 0, 0, 0, 1, 1, 16, 0x20, "\x10\0"sv}, FMT_ARGB8888HE, {0xff101010}},
         {{11, 0, 0, 0, 3, 1, 8, 0x20, "\1\x10\x20\x80\x30"sv}, FMT_G8, {0xff101010, 0xff202020, 0xff303030}},
         {{3, 0, 0, 0, 2, 1, 16, 0x28, "\x10\x80\x20\xff"sv}, FMT_ARGB8888HE, {0x80101010, 0xff202020}},
     };
@@ -66,7 +73,7 @@ TEST_F(ModuleTga, EveryTypeGivesItsPixels) {
     img_record record{};
     EXPECT_EQ(load(Tga{1, 0, 1, 24, 1, 1, 8, 0, "map\1"}.bytes(), record), 4u) << "an index beyond the map";
     for (const Tga &none : {Tga{0, 0, 0, 0, 1, 1, 8, 0, "a"}, Tga{2, 0, 0, 0, 1, 1, 24, 0x80, "abc"},
-                            Tga{2, 0, 0, 0, 1, 1, 24, 8, "abc"}, Tga{1, 0, 0, 0, 1, 1, 8, 0, "a"}})
+                            Tga{2, 0, 0, 0, 1, 1, 24, 9, "abc"}, Tga{1, 0, 0, 0, 1, 1, 8, 0, "a"}})
         EXPECT_EQ(load(none.bytes(), record), 1u);
 }
 

@@ -47,6 +47,7 @@ private:
     img_status read_runs();
     void put_indices(uint32_t &x, uint32_t count, const uint8_t *packed, bool same);
     img_status end_run_row();
+    img_status end_early(uint32_t x);
     uint32_t y() const { return dib.top_down ? rows_done : dib.height - 1 - rows_done; }
     img_status hand_over() {
         picture.hand_over(y());
@@ -152,6 +153,13 @@ img_status Reader::end_run_row() {
     return hand_over();
 }
 
+// The data ended at x of a row. Writers forget the mark of the picture's end, with which nothing is lost.
+img_status Reader::end_early(uint32_t x) {
+    if (rows_done + 1 == dib.height && x >= dib.width)
+        if (const img_status status = end_run_row()) return status;
+    return rows_done == dib.height ? picture.warn("the runs have no mark at their end") : damaged;
+}
+
 // Pairs of bytes: a count and an index, or 0 and what else is to happen. Pixels that are jumped over are index 0.
 img_status Reader::read_runs() {
     if (!(line = make_bytes(size_t{dib.width} + 1))) return no_memory;
@@ -161,9 +169,10 @@ img_status Reader::read_runs() {
     };
     enum { end_of_line, end_of_picture, jump };
     for (uint32_t x = 0;;) {
-        if (!need(2)) return damaged;
+        if (!need(2)) return end_early(x);
         const uint32_t count = input.data()[0], code = input.data()[1];
-        if ((count || code > jump) && rows_done == dib.height) return damaged;
+        if ((count || code > jump) && rows_done == dib.height)
+            return picture.warn("pixels after the last row were left out");
         if (count) {
             put_indices(x, count, input.data() + 1, true);
             input.take(2);

@@ -1,18 +1,20 @@
 // SPDX-License-Identifier: MIT
 //
-// The GIF codec module, on giflib.
+// The GIF codec module: its entry and the reading side.
 //
-// A GIF file draws its pictures one after the other onto a canvas. The first picture, if it covers the canvas, is PAL8
-// and its rows go out as they are decoded. Every other picture may mix palettes, so it is ARGB8888HE and shows the whole
-// canvas. A caller that asks for ARGB8888HE with IMG_F_WANT_ALPHA gets all pictures of a file in one format.
+// A GIF file draws its pictures one after the other onto a canvas. The first picture, if it covers the canvas, is PAL8 and
+// its rows go out as they are decoded. Every other picture may mix palettes, so it is ARGB8888HE and shows the whole canvas.
+// A caller that asks for ARGB8888HE with IMG_F_WANT_ALPHA gets all pictures of a file in one format.
 //
-// giflib checks little: sizes, places, colour maps and indices are tested here.
-#include "modules/common/module.h"
+// The file is read here and not by giflib, which is used for writing: giflib refuses files that are read everywhere (more
+// than 8 bits for an index, bytes of 0 between pictures) and loses up to 255 bytes before a cut.
+#include "modules/common/bytes.h"
+#include "modules/common/exif.h"
 #include "modules/common/text.h"
 #include "modules/gif/gif.h"
+#include "modules/gif/lzw.h"
 
 #include <algorithm>
-#include <gif_lib.h>
 #include <string.h>
 #include <utility>
 
@@ -21,166 +23,283 @@ using namespace module;
 namespace {
 
 constexpr uint32_t max_pictures = 10'000;
-constexpr size_t max_comment = 64 * 1024;
+constexpr uint32_t max_zeros = 256; // between two pictures
+
+constexpr uint8_t extension_follows = '!', picture_follows = ',', trailer = ';';
+constexpr uint8_t control_label = 0xf9, comment_label = 0xfe, application_label = 0xff;
+constexpr size_t application_size = 11; // of the name at the head of an application's extension
+
+enum class Disposal : uint8_t { unspecified, none, background, previous };
 
 using Words = std::unique_ptr<uint32_t, Delete<uint32_t>>;
 Words make_words(size_t count) { return Words(static_cast<uint32_t *>(calloc(count, sizeof(uint32_t)))); }
+
+bool is_signature(const uint8_t *bytes) { return !memcmp(bytes, "GIF87a", 6) || !memcmp(bytes, "GIF89a", 6); }
+
+// The flags of the file or of a picture say whether a colour map follows, and of how many entries.
+struct ColorMap {
+    uint32_t depth, count; // 0 without a map
+    uint8_t rgb[3 * max_colors];
+};
+
+// What precedes a picture and concerns its presentation.
+struct Control {
+    Disposal disposal = Disposal::unspecified;
+    uint32_t delay = 0; // in hundredths of a second
+    bool present = false, has_transparent = false;
+    uint8_t transparent = 0;
+};
 
 struct Area {
     uint32_t left, top, width, height;
 };
 
-struct Reader {
-    GifFileType *gif;
-    io_handle *stream;
-    bool cut; // the stream ended in the middle of something
-    Decoding picture;
-    img_status ended;  // what every further frame gets
-    uint32_t pictures; // decoded so far
-    uint32_t width, height;
+class Reader {
+public:
+    img_status begin(io_handle &stream);
+    img_status frame(const img_decode_callouts &callouts, img_record &record);
+
+private:
+    bool read(uint8_t *dst, size_t length) { return read_up_to(*stream_, dst, length) == length; }
+    bool read_colors(ColorMap &map, uint8_t flags);
+
+    img_status next_picture();
+    img_status read_picture_header();
+    img_status take_palette();
+    img_status read_extension();
+    img_status read_control();
+    img_status read_application();
+    img_status report_loops();
+    enum class Keep : uint8_t { contents, contents_and_lengths };
+    img_status keep_blocks(Keep what);
+    img_status read_comment();
+    img_status read_profile();
+    img_status read_xmp();
+
+    template <typename Use> img_status read_lines(Use use);
+    bool covers_canvas() const {
+        return !image_.left && !image_.top && image_.width >= width_ && image_.height >= height_;
+    }
+    img_status hand_over_palette();
+    img_status decode_indices();
+
+    uint32_t *canvas_at(uint32_t x, uint32_t y) const { return canvas_.get() + size_t{y} * width_ + x; }
+    img_status make_canvas();
+    img_status take_area();
+    void dispose_of_last();
+    img_status hand_over_canvas(uint32_t begin, uint32_t end);
+    img_status decode_on_canvas();
+    img_status decode_picture();
+
+    io_handle *stream_ = nullptr;
+    Decoding picture_;
+    img_status ended_ = ok; // what every further frame gets
+    uint32_t pictures_ = 0; // decoded so far
+    uint32_t width_ = 0, height_ = 0;
+    ColorMap global_;
 
     // The picture at hand.
-    GraphicsControlBlock control;
-    bool has_control;
-    uint32_t palette[max_colors]; // alpha is 0 or 255
-    uint32_t ncolors;
-    uint8_t line[gif::max_side];
+    Control control_;
+    ColorMap local_;
+    Area image_{}; // as the file has it, which may reach beyond the canvas
+    bool interlaced_ = false;
+    uint32_t palette_[max_colors]; // alpha is 0 or 255
+    uint32_t ncolors_ = 0;
+    uint8_t index_bits_ = 0; // of its codes
+    gif::Blocks blocks_;
+    gif::Lzw codes_;
+    uint8_t line_[gif::max_side];
 
     // What the next picture is drawn on: the indices of the first picture and their colours, until a second one makes the
     // canvas necessary.
-    Bytes first;
-    uint32_t first_palette[max_colors];
-    Words canvas;
-    int disposal; // of the last picture on the canvas, which took this area, and hid this if that will be needed
-    Area area;
-    Words hidden;
+    Bytes first_;
+    uint32_t first_palette_[max_colors];
+    Words canvas_;
+    Disposal disposal_ = Disposal::unspecified; // of the last picture on the canvas, which covered this area, and
+    Area area_{};
+    Words hidden_; // what was there before, if that will be needed
 
-    uint8_t comment[max_comment];
-    size_t comment_length;
-
-    Reader() = default;
-    Reader(const Reader &) = delete;
-    Reader &operator=(const Reader &) = delete;
-    ~Reader() {
-        if (gif) DGifCloseFile(gif, nullptr);
-    }
-    bool interlaced() const { return gif->Image.Interlace; }
-    uint32_t picture_width() const { return static_cast<uint32_t>(gif->Image.Width); }
-    uint32_t picture_height() const { return static_cast<uint32_t>(gif->Image.Height); }
-    bool transparent(uint32_t index) const { return control.TransparentColor == static_cast<int>(index); }
+    Bytes kept_; // of an extension at hand, max_block bytes
+    size_t kept_length_ = 0;
 };
 
-int read_bytes(GifFileType *gif, GifByteType *dst, int length) {
-    auto &reader = *static_cast<Reader *>(gif->UserData);
-    const size_t got = read_up_to(*reader.stream, dst, static_cast<size_t>(length));
-    reader.cut = got != static_cast<size_t>(length);
-    return static_cast<int>(got);
+// ---- The head of the file ----
+
+bool Reader::read_colors(ColorMap &map, uint8_t flags) {
+    map.depth = map.count = 0;
+    if (!(flags & 0x80)) return true;
+    map.depth = (flags & 7u) + 1;
+    map.count = 1u << map.depth;
+    return read(map.rgb, size_t{3} * map.count);
 }
 
-img_status decode_validate(io_handle *stream) {
-    Signature signature;
-    if (const img_status status = peek(*stream, signature)) return status;
-    if (signature.length < 6) return wrong_format;
-    return memcmp(signature.bytes, GIF87_STAMP, 6) == 0 || memcmp(signature.bytes, GIF89_STAMP, 6) == 0 ? ok
-                                                                                                        : wrong_format;
-}
-
-img_status decode_begin(io_handle *stream, void **state) {
-    want_large_buffer(stream, state);
-    auto reader = make<Reader>();
-    if (!reader) return no_memory;
-    reader->stream = stream;
-    int error = 0;
-    reader->gif = DGifOpen(reader.get(), read_bytes, &error);
-    if (error == D_GIF_ERR_NOT_GIF_FILE) return wrong_format;
-    if (!reader->gif) return reader->cut ? damaged : no_memory; // giflib does not tell them apart
-    reader->width = static_cast<uint32_t>(reader->gif->SWidth);
-    reader->height = static_cast<uint32_t>(reader->gif->SHeight);
-    *state = reader.release();
-    return ok;
-}
-
-img_status decode_finish(io_handle *, void **state) {
-    Delete<Reader>()(static_cast<Reader *>(*state));
-    *state = nullptr;
-    return ok;
+img_status Reader::begin(io_handle &stream) {
+    stream_ = &stream;
+    uint8_t header[13];
+    if (!read(header, sizeof header)) return damaged;
+    if (!is_signature(header)) return wrong_format;
+    width_ = little16(header + 6);
+    height_ = little16(header + 8);
+    return read_colors(global_, header[10]) ? ok : damaged;
 }
 
 // ---- What stands between pictures ----
 
-// The file counts how often the animation is repeated, 0 standing for ever.
-img_status report_loops(const Reader &r, const GifByteType *block) {
-    const uint32_t repeated = uint32_t{block[2]} | uint32_t{block[3]} << 8;
-    return r.picture.report(IMG_VALUE_LOOPS, repeated ? repeated + 1 : 0);
-}
-
-void add_to_comment(Reader &r, const GifByteType *text, size_t length) {
-    if (r.comment_length + length <= max_comment) memcpy(r.comment + r.comment_length, text, length);
-    r.comment_length += length;
-}
-
-// Blocks have their length first.
-img_status read_extension(Reader &r) {
-    int code;
-    GifByteType *block;
-    if (DGifGetExtension(r.gif, &code, &block) == GIF_ERROR) return damaged;
-    r.comment_length = 0;
-    bool repeats = false;
-    for (bool leads = true; block; leads = false) {
-        const size_t length = block[0];
-        img_status status = ok;
-        if (code == GRAPHICS_EXT_FUNC_CODE && length == 4)
-            r.has_control = DGifExtensionToGCB(length, block + 1, &r.control) == GIF_OK;
-        if (code == COMMENT_EXT_FUNC_CODE) add_to_comment(r, block + 1, length);
-        if (code == APPLICATION_EXT_FUNC_CODE && leads)
-            repeats = length == 11 && (!memcmp(block + 1, "NETSCAPE2.0", 11) || !memcmp(block + 1, "ANIMEXTS1.0", 11));
-        else if (repeats && length == 3 && block[1] == 1)
-            status = report_loops(r, block);
-        if (status) return status;
-        if (DGifGetExtensionNext(r.gif, &block) == GIF_ERROR) return damaged;
+img_status Reader::read_control() {
+    while (blocks_.next()) {
+        if (blocks_.length() != 4) continue;
+        const uint8_t *bytes = blocks_.bytes();
+        const uint8_t disposal = bytes[0] >> 2 & 7;
+        control_.present = true;
+        control_.disposal = disposal <= 3 ? Disposal{disposal} : Disposal::unspecified;
+        control_.delay = little16(bytes + 1);
+        control_.has_transparent = bytes[0] & 1;
+        control_.transparent = bytes[3];
     }
-    return r.comment_length <= max_comment ? report_text(r.picture, "Comment", r.comment, r.comment_length) : ok;
+    return blocks_.cut() ? damaged : ok;
+}
+
+// Keeps what the blocks hold. More than is reported is counted only.
+img_status Reader::keep_blocks(Keep what) {
+    kept_length_ = 0;
+    if (!picture_.listens()) return blocks_.skip() ? ok : damaged;
+    if (!kept_ && !(kept_ = make_bytes(max_block))) return no_memory;
+    const auto keep = [this](const uint8_t *bytes, size_t length) {
+        if (kept_length_ + length <= max_block) memcpy(kept_.get() + kept_length_, bytes, length);
+        kept_length_ += length;
+    };
+    while (blocks_.next()) {
+        const auto length = static_cast<uint8_t>(blocks_.length());
+        if (what == Keep::contents_and_lengths) keep(&length, 1);
+        keep(blocks_.bytes(), length);
+    }
+    return blocks_.cut() ? damaged : ok;
+}
+
+img_status Reader::read_comment() {
+    if (const img_status status = keep_blocks(Keep::contents)) return status;
+    if (kept_length_ > max_block) return picture_.warn("a comment of more than 4 MiB was left out");
+    return report_text(picture_, "Comment", kept_.get(), kept_length_);
+}
+
+img_status Reader::read_profile() {
+    if (const img_status status = keep_blocks(Keep::contents)) return status;
+    return kept_length_ ? report_block(picture_, IMG_VALUE_ICC, kept_.get(), kept_length_) : ok;
+}
+
+// An XMP packet is not in blocks: it follows the name as it is, so that its characters are read as lengths. After it, bytes
+// that count down to 0 lead whoever follows those lengths to the end. Returns the packet's length, 0 if there is no such
+// countdown.
+size_t xmp_length(const uint8_t *bytes, size_t length) {
+    constexpr size_t countdown = 257; // from 1 over 255, 254 and so on to 0; another 0 ends the blocks
+    if (length < countdown) return 0;
+    const uint8_t *at = bytes + (length - countdown);
+    bool same = *at == 1;
+    for (size_t i = 1; i < countdown; i++) same = same && at[i] == 256 - i;
+    return same ? length - countdown : 0;
+}
+
+// Some writers put the packet in blocks like everything else.
+size_t drop_lengths(uint8_t *bytes, size_t length) {
+    size_t out = 0;
+    for (size_t at = 0; at < length;) {
+        const size_t block = bytes[at++];
+        memmove(bytes + out, bytes + at, block);
+        at += block;
+        out += block;
+    }
+    return out;
+}
+
+img_status Reader::read_xmp() {
+    if (const img_status status = keep_blocks(Keep::contents_and_lengths)) return status;
+    if (!kept_length_) return ok;
+    size_t length = kept_length_;
+    if (length <= max_block) {
+        length = xmp_length(kept_.get(), kept_length_);
+        if (!length) length = drop_lengths(kept_.get(), kept_length_);
+    }
+    return report_block(picture_, IMG_VALUE_XMP, kept_.get(), length);
+}
+
+// The file counts how often the animation is repeated, 0 standing for ever.
+img_status Reader::report_loops() {
+    while (blocks_.next()) {
+        if (blocks_.length() != 3 || blocks_.bytes()[0] != 1) continue;
+        const uint32_t repeated = little16(blocks_.bytes() + 1);
+        if (const img_status status = picture_.report(IMG_VALUE_LOOPS, repeated ? repeated + 1 : 0)) return status;
+    }
+    return blocks_.cut() ? damaged : ok;
+}
+
+img_status Reader::read_application() {
+    if (!blocks_.next()) return blocks_.cut() ? damaged : ok;
+    const auto is = [this](const char *name) {
+        return blocks_.length() == application_size && !memcmp(blocks_.bytes(), name, application_size);
+    };
+    if (is("NETSCAPE2.0") || is("ANIMEXTS1.0")) return report_loops();
+    if (is("ICCRGBG1012")) return read_profile();
+    if (is("XMP DataXMP")) return read_xmp();
+    return blocks_.skip() ? ok : damaged;
+}
+
+img_status Reader::read_extension() {
+    uint8_t label;
+    if (!read(&label, 1)) return damaged;
+    blocks_.begin(*stream_);
+    switch (label) {
+    case control_label:
+        return read_control();
+    case comment_label:
+        return read_comment();
+    case application_label:
+        return read_application();
+    default:
+        return blocks_.skip() ? ok : damaged;
+    }
 }
 
 // The colours of the picture at hand. A transparent index needs no colour of its own in the file.
-img_status take_palette(Reader &r) {
-    const ColorMapObject *map = r.gif->Image.ColorMap ? r.gif->Image.ColorMap : r.gif->SColorMap;
-    if (!map) return damaged;
-    const auto count = static_cast<uint32_t>(map->ColorCount);
-    r.ncolors = std::max(count, static_cast<uint32_t>(r.control.TransparentColor + 1));
-    for (uint32_t i = 0; i < r.ncolors; i++) {
-        const GifColorType color = i < count ? map->Colors[i] : GifColorType{};
-        r.palette[i] =
-            (r.transparent(i) ? 0 : 0xff000000u) | uint32_t{color.Red} << 16 | uint32_t{color.Green} << 8 | color.Blue;
+img_status Reader::take_palette() {
+    const ColorMap &map = local_.count ? local_ : global_;
+    if (!map.count) return damaged;
+    ncolors_ = control_.has_transparent ? std::max(map.count, control_.transparent + 1u) : map.count;
+    for (uint32_t i = 0; i < ncolors_; i++) {
+        const uint8_t *rgb = map.rgb + size_t{3} * i;
+        const uint32_t color = i < map.count ? uint32_t{rgb[0]} << 16 | uint32_t{rgb[1]} << 8 | rgb[2] : 0;
+        palette_[i] = control_.has_transparent && i == control_.transparent ? color : color | 0xff000000;
     }
-    return r.picture.report(IMG_VALUE_DEPTH, static_cast<uint32_t>(map->BitsPerPixel));
+    return picture_.report(IMG_VALUE_DEPTH, map.depth);
 }
 
-img_status read_picture_header(Reader &r) {
-    if (DGifGetImageHeader(r.gif) == GIF_ERROR) return r.gif->Error == D_GIF_ERR_NOT_ENOUGH_MEM ? no_memory : damaged;
-    const GifImageDesc &image = r.gif->Image;
-    if (!image.Width || !image.Height) return damaged;
-    if (const img_status status = r.picture.check_size(r.picture_width(), r.picture_height())) return status;
-    if (r.pictures == max_pictures) return r.picture.refuse({"frames", max_pictures + 1, max_pictures});
+img_status Reader::read_picture_header() {
+    uint8_t header[9];
+    if (!read(header, sizeof header)) return damaged;
+    image_ = {little16(header), little16(header + 2), little16(header + 4), little16(header + 6)};
+    interlaced_ = header[8] & 0x40;
+    if (!read_colors(local_, header[8]) || !read(&index_bits_, 1)) return damaged;
+    if (!image_.width || !image_.height || index_bits_ > gif::Lzw::most_index_bits) return damaged;
+    if (const img_status status = picture_.check_size(image_.width, image_.height)) return status;
+    if (pictures_ == max_pictures) return picture_.refuse({"frames", max_pictures + 1, max_pictures});
     // Some writers leave the size of the canvas open.
-    if (!r.width) r.width = static_cast<uint32_t>(image.Left + image.Width);
-    if (!r.height) r.height = static_cast<uint32_t>(image.Top + image.Height);
-    if (const img_status status = take_palette(r)) return status;
-    if (!r.has_control) return ok;
-    return r.picture.report(IMG_VALUE_DELAY, static_cast<uint32_t>(r.control.DelayTime) * 10);
+    if (!width_) width_ = image_.left + image_.width;
+    if (!height_) height_ = image_.top + image_.height;
+    if (const img_status status = take_palette()) return status;
+    return control_.present ? picture_.report(IMG_VALUE_DELAY, control_.delay * 10) : ok;
 }
 
 // Goes to the next picture. A file that ends between pictures only lacks its trailer.
-img_status next_picture(Reader &r) {
-    r.control = {DISPOSAL_UNSPECIFIED, false, 0, NO_TRANSPARENT_COLOR};
-    r.has_control = false;
-    for (;;) {
-        GifRecordType type;
-        const bool readable = DGifGetRecordType(r.gif, &type) == GIF_OK;
-        if (!readable && r.gif->Error != D_GIF_ERR_READ_FAILED) return damaged;
-        if (!readable || type == TERMINATE_RECORD_TYPE) return r.pictures ? wrong_format : damaged;
-        if (type == IMAGE_DESC_RECORD_TYPE) return read_picture_header(r);
-        if (const img_status status = read_extension(r)) return status;
+img_status Reader::next_picture() {
+    control_ = {};
+    for (uint32_t zeros = 0;;) {
+        uint8_t follows;
+        if (!read(&follows, 1) || follows == trailer) return pictures_ ? wrong_format : damaged;
+        if (follows == picture_follows) return read_picture_header();
+        if (follows == extension_follows) {
+            if (const img_status status = read_extension()) return status;
+        } else if (follows || ++zeros > max_zeros) { // writers that end a chain of blocks twice leave a zero
+            return damaged;
+        }
     }
 }
 
@@ -201,79 +320,50 @@ private:
     uint32_t height_, pass_, row_ = 0;
 };
 
-struct Line {
-    bool arrived;
-    img_status status;
-};
-
-// Reads the next row to r.line. With the last pixel giflib reads on to the end of the picture's data, which may be missing
-// though the row is there. So this pixel is read by itself, and is index 0 if it was what failed.
-Line read_line(Reader &r, bool last) {
-    const uint32_t width = r.picture_width(), alone = last ? 1 : 0;
-    const auto rest = static_cast<int>(width - alone);
-    if (rest && DGifGetLine(r.gif, r.line, rest) == GIF_ERROR) return {false, damaged};
-    img_status status = ok;
-    if (last) {
-        r.line[width - 1] = 0;
-        if (DGifGetLine(r.gif, r.line + width - 1, 1) == GIF_ERROR) status = damaged;
-    }
-    if (!indices_below(r.line, 8, width, r.ncolors)) return {false, damaged};
-    return {true, status};
-}
-
 // Reads all rows; each is passed on with its place in the picture.
-template <typename Use> img_status read_lines(Reader &r, Use use) {
-    const uint32_t height = r.picture_height();
-    RowOrder order(r.interlaced(), height);
-    for (uint32_t i = 0; i < height; i++, order.advance()) {
-        const Line line = read_line(r, i + 1 == height);
-        if (line.arrived)
-            if (const img_status status = use(order.row())) return status;
-        if (line.status) return line.status;
+template <typename Use> img_status Reader::read_lines(Use use) {
+    blocks_.begin(*stream_);
+    codes_.begin(blocks_, index_bits_);
+    RowOrder order(interlaced_, image_.height);
+    for (uint32_t i = 0; i < image_.height; i++, order.advance()) {
+        if (codes_.read(line_, image_.width) != image_.width) return damaged;
+        if (!indices_below(line_, 8, image_.width, ncolors_)) return damaged;
+        if (const img_status status = use(order.row())) return status;
     }
-    return ok;
+    return blocks_.skip() ? ok : damaged;
 }
 
 // ---- The first picture, as indices ----
 
-bool covers_canvas(const Reader &r) {
-    const GifImageDesc &image = r.gif->Image;
-    return !image.Left && !image.Top && r.picture_width() >= r.width && r.picture_height() >= r.height;
-}
-
 // The transparent index becomes the colour key, unless the caller wants alpha: the library makes alpha of a key only in
 // host byte order.
-img_status hand_over_palette(Reader &r) {
-    const bool has_key = r.control.TransparentColor != NO_TRANSPARENT_COLOR;
-    const bool as_key = has_key && !(r.picture.record().flags & IMG_F_WANT_ALPHA);
-    if (has_key && !as_key) r.picture.add_flags(IMG_F_PAL_ALPHA);
-    if (const img_status status = r.picture.set_palette(r.palette)) return status;
-    if (as_key) r.picture.set_transparency(static_cast<uint32_t>(r.control.TransparentColor));
+img_status Reader::hand_over_palette() {
+    const bool as_key = control_.has_transparent && !(picture_.record().flags & IMG_F_WANT_ALPHA);
+    if (control_.has_transparent && !as_key) picture_.add_flags(IMG_F_PAL_ALPHA);
+    if (const img_status status = picture_.set_palette(palette_)) return status;
+    if (as_key) picture_.set_transparency(control_.transparent);
     return ok;
 }
 
-img_status decode_indices(Reader &r) {
+img_status Reader::decode_indices() {
     constexpr img_format format = FMT_PAL8;
-    if (const img_status status = r.picture.choose(r.width, r.height, r.ncolors, &format, 1)) return status;
-    if (const img_status status = r.picture.setup(r.interlaced() ? 0 : IMG_SETUP_TOPDOWN)) return status;
-    if (const img_status status = hand_over_palette(r)) return status;
-    const int disposal = r.control.DisposalMode;
-    const bool stays = disposal != DISPOSE_BACKGROUND && disposal != DISPOSE_PREVIOUS;
-    if (stays && !(r.first = make_bytes(size_t{r.width} * r.height))) return no_memory;
-    std::copy_n(r.palette, r.ncolors, r.first_palette);
+    if (const img_status status = picture_.choose(width_, height_, ncolors_, &format, 1)) return status;
+    if (const img_status status = picture_.setup(interlaced_ ? 0 : IMG_SETUP_TOPDOWN)) return status;
+    if (const img_status status = hand_over_palette()) return status;
+    const bool stays = control_.disposal != Disposal::background && control_.disposal != Disposal::previous;
+    if (stays && !(first_ = make_bytes(size_t{width_} * height_))) return no_memory;
+    memcpy(first_palette_, palette_, sizeof first_palette_);
     uint32_t done = 0;
-    return read_lines(r, [&](uint32_t y) {
-        if (y >= r.height) return ok;
-        memcpy(r.picture.row(y), r.line, r.width);
-        if (stays) memcpy(r.first.get() + size_t{y} * r.width, r.line, r.width);
-        r.picture.hand_over(y);
-        return r.picture.progress(++done);
+    return read_lines([&](uint32_t y) {
+        if (y >= height_) return img_status{ok};
+        memcpy(picture_.row(y), line_, width_);
+        if (stays) memcpy(first_.get() + size_t{y} * width_, line_, width_);
+        picture_.hand_over(y);
+        return picture_.progress(++done);
     });
 }
 
 // ---- Further pictures, drawn on the canvas ----
-
-uint32_t *canvas_at(const Reader &r, uint32_t x, uint32_t y) { return r.canvas.get() + size_t{y} * r.width + x; }
 
 void draw(const uint32_t *palette, const uint8_t *indices, uint32_t count, uint32_t *out) {
     for (uint32_t x = 0; x < count; x++) {
@@ -282,87 +372,111 @@ void draw(const uint32_t *palette, const uint8_t *indices, uint32_t count, uint3
     }
 }
 
-img_status make_canvas(Reader &r) {
-    r.canvas = make_words(size_t{r.width} * r.height);
-    if (!r.canvas) return no_memory;
-    if (!r.first) return ok;
-    for (uint32_t y = 0; y < r.height; y++)
-        draw(r.first_palette, r.first.get() + size_t{y} * r.width, r.width, canvas_at(r, 0, y));
-    r.first.reset();
+img_status Reader::make_canvas() {
+    canvas_ = make_words(size_t{width_} * height_);
+    if (!canvas_) return no_memory;
+    if (!first_) return ok;
+    for (uint32_t y = 0; y < height_; y++)
+        draw(first_palette_, first_.get() + size_t{y} * width_, width_, canvas_at(0, y));
+    first_.reset();
     return ok;
 }
 
-void dispose_of_last(Reader &r) {
-    const size_t bytes = size_t{r.area.width} * sizeof(uint32_t);
-    for (uint32_t y = 0; y < r.area.height; y++) {
-        uint32_t *row = canvas_at(r, r.area.left, r.area.top + y);
-        if (r.disposal == DISPOSE_BACKGROUND) memset(row, 0, bytes);
-        if (r.disposal == DISPOSE_PREVIOUS) memcpy(row, r.hidden.get() + size_t{y} * r.area.width, bytes);
+void Reader::dispose_of_last() {
+    const size_t bytes = size_t{area_.width} * sizeof(uint32_t);
+    for (uint32_t y = 0; y < area_.height; y++) {
+        uint32_t *row = canvas_at(area_.left, area_.top + y);
+        if (disposal_ == Disposal::background) memset(row, 0, bytes);
+        if (disposal_ == Disposal::previous) memcpy(row, hidden_.get() + size_t{y} * area_.width, bytes);
     }
-    r.hidden.reset();
+    hidden_.reset();
 }
 
 // Notes what the picture at hand will cover.
-img_status take_area(Reader &r) {
-    const GifImageDesc &image = r.gif->Image;
-    const uint32_t left = std::min(static_cast<uint32_t>(image.Left), r.width);
-    const uint32_t top = std::min(static_cast<uint32_t>(image.Top), r.height);
-    r.area = {left, top, std::min(r.picture_width(), r.width - left), std::min(r.picture_height(), r.height - top)};
-    r.disposal = r.control.DisposalMode;
-    if (!r.area.width) r.area.height = 0;
-    if (r.disposal != DISPOSE_PREVIOUS || !r.area.height) return ok;
-    r.hidden = make_words(size_t{r.area.width} * r.area.height);
-    if (!r.hidden) return no_memory;
-    for (uint32_t y = 0; y < r.area.height; y++)
-        memcpy(r.hidden.get() + size_t{y} * r.area.width, canvas_at(r, left, top + y), r.area.width * sizeof(uint32_t));
+img_status Reader::take_area() {
+    const uint32_t left = std::min(image_.left, width_), top = std::min(image_.top, height_);
+    area_ = {left, top, std::min(image_.width, width_ - left), std::min(image_.height, height_ - top)};
+    disposal_ = control_.disposal;
+    if (!area_.width) area_.height = 0;
+    if (disposal_ != Disposal::previous || !area_.height) return ok;
+    hidden_ = make_words(size_t{area_.width} * area_.height);
+    if (!hidden_) return no_memory;
+    for (uint32_t y = 0; y < area_.height; y++)
+        memcpy(hidden_.get() + size_t{y} * area_.width, canvas_at(left, top + y), area_.width * sizeof(uint32_t));
     return ok;
 }
 
 // Hands over the rows from begin to end.
-img_status hand_over_canvas(const Reader &r, uint32_t begin, uint32_t end) {
+img_status Reader::hand_over_canvas(uint32_t begin, uint32_t end) {
     for (uint32_t y = begin; y < end; y++) {
-        memcpy(r.picture.row(y), canvas_at(r, 0, y), size_t{r.width} * sizeof(uint32_t));
-        r.picture.hand_over(y);
-        if (const img_status status = r.picture.progress(y + 1)) return status;
+        memcpy(picture_.row(y), canvas_at(0, y), size_t{width_} * sizeof(uint32_t));
+        picture_.hand_over(y);
+        if (const img_status status = picture_.progress(y + 1)) return status;
     }
     return ok;
 }
 
 // A damaged picture shows what arrived of it on what was there before.
-img_status decode_on_canvas(Reader &r) {
+img_status Reader::decode_on_canvas() {
     constexpr img_format format = FMT_ARGB8888HE;
-    if (const img_status status = r.picture.choose(r.width, r.height, 0, &format, 1)) return status;
-    if (const img_status status = r.picture.setup()) return status;
-    if (r.canvas)
-        dispose_of_last(r);
-    else if (const img_status status = make_canvas(r))
+    if (const img_status status = picture_.choose(width_, height_, 0, &format, 1)) return status;
+    if (const img_status status = picture_.setup()) return status;
+    if (canvas_)
+        dispose_of_last();
+    else if (const img_status status = make_canvas())
         return status;
-    if (const img_status status = take_area(r)) return status;
+    if (const img_status status = take_area()) return status;
     uint32_t done = 0;
-    const img_status drawn = read_lines(r, [&](uint32_t y) {
-        if (y >= r.area.height) return ok;
-        draw(r.palette, r.line, r.area.width, canvas_at(r, r.area.left, r.area.top + y));
-        if (r.interlaced()) return ok;
-        const uint32_t begin = std::exchange(done, r.area.top + y + 1);
-        return hand_over_canvas(r, begin, done);
+    const img_status drawn = read_lines([&](uint32_t y) {
+        if (y >= area_.height) return img_status{ok};
+        draw(palette_, line_, area_.width, canvas_at(area_.left, area_.top + y));
+        if (interlaced_) return img_status{ok};
+        const uint32_t begin = std::exchange(done, area_.top + y + 1);
+        return hand_over_canvas(begin, done);
     });
     if (drawn && drawn != damaged) return drawn;
-    const img_status status = hand_over_canvas(r, done, r.height);
+    const img_status status = hand_over_canvas(done, height_);
     return status ? status : drawn;
 }
 
-img_status decode_picture(Reader &r) {
-    if (const img_status status = next_picture(r)) return status;
-    return !r.pictures && covers_canvas(r) ? decode_indices(r) : decode_on_canvas(r);
+img_status Reader::decode_picture() {
+    if (const img_status status = next_picture()) return status;
+    return !pictures_ && covers_canvas() ? decode_indices() : decode_on_canvas();
+}
+
+img_status Reader::frame(const img_decode_callouts &callouts, img_record &record) {
+    if (ended_) return ended_;
+    picture_.begin(callouts, record);
+    ended_ = decode_picture();
+    pictures_++;
+    return ended_;
+}
+
+// ---- The table of functions ----
+
+img_status decode_validate(io_handle *stream) {
+    Signature signature;
+    if (const img_status status = peek(*stream, signature)) return status;
+    return signature.length >= 6 && is_signature(signature.bytes) ? ok : wrong_format;
+}
+
+img_status decode_begin(io_handle *stream, void **state) {
+    want_large_buffer(stream, state);
+    auto reader = make<Reader>();
+    if (!reader) return no_memory;
+    if (const img_status status = reader->begin(*stream)) return status;
+    *state = reader.release();
+    return ok;
 }
 
 img_status decode_frame(io_handle *, const img_decode_callouts *callouts, img_record *record, void **state) {
-    auto &reader = *static_cast<Reader *>(*state);
-    if (reader.ended) return reader.ended;
-    reader.picture.begin(*callouts, *record);
-    reader.ended = decode_picture(reader);
-    reader.pictures++;
-    return reader.ended;
+    return static_cast<Reader *>(*state)->frame(*callouts, *record);
+}
+
+img_status decode_finish(io_handle *, void **state) {
+    Delete<Reader>()(static_cast<Reader *>(*state));
+    *state = nullptr;
+    return ok;
 }
 
 } // namespace
