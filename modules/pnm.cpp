@@ -70,13 +70,14 @@ public:
         while (is_space(c));
         return c;
     }
-    // A decimal number and the one character behind it. Numbers of more than nine digits exceed every limit.
+    // A decimal number and the one character after it. Numbers of more than nine digits exceed every limit.
+    static constexpr uint32_t too_large = 1'000'000'000;
     img_status number(uint32_t &value) {
         int c = next_visible();
         if (!is_digit(c)) return damaged;
         value = 0;
         for (; is_digit(c); c = next_outside_comments()) {
-            if (value >= 100'000'000) return over_limit;
+            if (value >= too_large / 10) return over_limit;
             value = value * 10 + static_cast<uint32_t>(c - '0');
         }
         return c < 0 || is_space(c) ? ok : damaged;
@@ -147,10 +148,11 @@ img_status Reader::read_header() {
     header.text = type <= '3';
     header.packed = type == '4';
     if (header.text) input.read_ahead();
-    if (const img_status status = input.number(header.width)) return status;
-    if (const img_status status = input.number(header.height)) return status;
+    for (uint32_t *side : {&header.width, &header.height})
+        if (const img_status status = input.number(*side))
+            return status == over_limit ? picture.refuse({"side", Characters::too_large, max_side}) : status;
     header.highest = 1;
-    return header.kind == Kind::bits ? ok : input.number(header.highest);
+    return header.kind == Kind::bits || input.number(header.highest) == ok ? ok : damaged;
 }
 
 img_status Reader::read_pam_header() {

@@ -342,7 +342,8 @@ img_status Writer::write() {
     img_option rle = switch_option("rle", "write runs of equal pixels once", true);
     if (const img_status status = picture.ask(rle)) return status;
     runs = rle.value != 0;
-    if (picture.image().width > 0xffff || picture.image().height > 0xffff) return over_limit;
+    const uint32_t side = std::max(picture.image().width, picture.image().height);
+    if (side > UINT16_MAX) return picture.refuse({"side", side, UINT16_MAX});
     if (const img_status status = choose()) return status;
     if (const img_status status = write_header()) return status;
     if (const img_status status = write_rows()) return status;

@@ -91,7 +91,6 @@ struct Image {
         record.height = height;
         record.format = format;
         record.flags = IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | IMG_F_DIRECT | flags;
-        record.transparency = bits > 16 ? 0xff000000 : 0;
         if (!(format & IMG_FMT_PAL)) {
             std::vector<uint32_t> line(width);
             for (uint32_t y = 0; smooth && y < height; y++) {
@@ -99,7 +98,12 @@ struct Image {
                     line[x] = (255 - x % 128) << 24 | x % 256 << 16 | y % 256 << 8 | (x + y) / 2 % 256;
                 img_convert_data(FMT_ARGB8888HE, line.data(), format, &pixels[size_t{y} * stride], width);
             }
-            if (flags & IMG_F_TRANSP) memset(pixels.data(), 0, (bits + 7) / 8); // one pixel is of the key
+            // A key whose channels differ, so that their order is seen, and one pixel of it.
+            const uint32_t key = 0xff102030;
+            uint8_t pixel[4] = {};
+            img_convert_data(FMT_ARGB8888HE, &key, format, pixel, 1);
+            memcpy(&record.transparency, bits > 16 ? static_cast<const void *>(&key) : pixel, 4);
+            if (flags & IMG_F_TRANSP) memcpy(pixels.data(), pixel, bits / 8);
             return;
         }
         record.transparency8 = static_cast<uint8_t>(ncolors - 1);

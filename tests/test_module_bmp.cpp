@@ -196,8 +196,10 @@ std::string icon(int type, const std::vector<std::string> &pictures) {
                 data;
     for (const std::string &picture : pictures) {
         const size_t at = 6 + 16 * pictures.size() + data.size();
-        directory += picture.substr(4, 1) + static_cast<char>(picture[8] / 2) + "\0\0\1\0\5\0"s +
-                     little(static_cast<uint32_t>(picture.size())) + little(static_cast<uint32_t>(at));
+        const bool png = picture[0] == '\x89';
+        directory +=
+            (png ? picture.substr(19, 1) + picture[23] : picture.substr(4, 1) + static_cast<char>(picture[8] / 2)) +
+            "\0\0\1\0\5\0"s + little(static_cast<uint32_t>(picture.size())) + little(static_cast<uint32_t>(at));
         data += picture;
     }
     return directory + data;
@@ -220,10 +222,21 @@ TEST_F(ModuleBmp, IconsComeLargestFirstWithTheirMask) {
                                  "\xff\0\0\0"s +
                                  "\x80\0\0\0"
                                  "\0\0\0\0"s;
-    const std::string png = "\x89PNG\0\0\0\0\x40\0\0\0\0\0\0\0\0\0"s;
-    const Pixels expected[] = {{blue, green, red, 0x0000ff00}, {0x400000ff, 0x000000ff}, {blue, 0x000000ff}, {red}};
+    // PNG files of all kinds; the directory has no room for the first one's width.
+    Image wide(FMT_ARGB8888HE, 513, 1), indices(FMT_PAL4, 3, 2, 9, IMG_F_PAL_ALPHA), opaque(FMT_RGB888, 1, 5);
+    std::string wide_png, indices_png, opaque_png;
+    EXPECT_EQ(write(module("png"), wide.record, wide_png), IMG_ST_OK);
+    EXPECT_EQ(write(module("png"), indices.record, indices_png), IMG_ST_OK);
+    EXPECT_EQ(write(module("png"), opaque.record, opaque_png), IMG_ST_OK);
+    const Pixels expected[] = {look(wide.record),
+                               look(indices.record),
+                               look(opaque.record),
+                               {blue, green, red, 0x0000ff00},
+                               {0x400000ff, 0x000000ff},
+                               {blue, 0x000000ff},
+                               {red}};
 
-    FakeBackend source{.data = icon(2, {small, alpha, no_alpha, png, masked}) + "rest"};
+    FakeBackend source{.data = icon(2, {small, opaque_png, alpha, no_alpha, indices_png, wide_png, masked}) + "rest"};
     const Stream stream(io_open(FakeBackend::make, IO_READ, &source), io_close);
     img_codec *ico = nullptr;
     ASSERT_EQ(img_codec_list_byext(library, "a.cur", &ico, 1), 1u);
@@ -235,8 +248,8 @@ TEST_F(ModuleBmp, IconsComeLargestFirstWithTheirMask) {
         ASSERT_EQ(img_decode_frame(ico, stream.get(), &values.callouts, &loaded.record, &state), IMG_ST_OK);
         EXPECT_EQ(look(loaded.record), pixels);
     }
-    EXPECT_EQ(values.number(IMG_VALUE_FRAMES), 4u);
-    EXPECT_TRUE(values.seen.count(IMG_VALUE_WARNING)) << "of the PNG";
+    EXPECT_EQ(values.number(IMG_VALUE_FRAMES), 7u);
+    EXPECT_FALSE(values.seen.count(IMG_VALUE_WARNING));
     EXPECT_EQ(values.seen[IMG_VALUE_TEXT], "hotspot\0"
                                            "1,5"s);
     img_record none{};
@@ -246,7 +259,9 @@ TEST_F(ModuleBmp, IconsComeLargestFirstWithTheirMask) {
     EXPECT_EQ(stream->read(stream->self, rest, 4), 4u);
     EXPECT_STREQ(rest, "rest");
 
-    EXPECT_EQ(load(icon(1, {png}), none), 5u);
+    EXPECT_EQ(load(icon(1, {wide_png.substr(0, wide_png.size() - 1)}), none), 4u);
+    std::string cut = icon(1, {indices_png});
+    EXPECT_EQ(load(cut.substr(0, cut.size() - 20), none), 4u);
     EXPECT_EQ(load(icon(1, {masked.substr(0, masked.size() - 1)}), none), 4u) << "without all of its mask";
 }
 

@@ -77,8 +77,8 @@ protected:
     };
 
     // All pictures of a file, and the status that ends them.
-    img_status read(const std::string &file, std::vector<Picture> &pictures, img_flags flags = 0,
-                    img_format format = 0) {
+    img_status read(const std::string &file, std::vector<Picture> &pictures, img_flags flags = 0, img_format format = 0,
+                    const img_decode_callouts *others = nullptr) {
         FakeBackend source{.data = file, .most = 3};
         const Stream stream(io_open(FakeBackend::make, IO_READ, &source), io_close);
         img_decode_callouts callouts{};
@@ -97,7 +97,8 @@ protected:
             Loaded loaded;
             loaded.record.flags = flags | (format ? IMG_F_FORMAT : 0);
             loaded.record.format = format;
-            const img_status status = img_decode_frame(gif, stream.get(), &callouts, &loaded.record, &state);
+            const img_status status =
+                img_decode_frame(gif, stream.get(), others ? others : &callouts, &loaded.record, &state);
             if (status) {
                 img_decode_finish(gif, stream.get(), &state);
                 return status;
@@ -201,6 +202,31 @@ TEST_F(ModuleGif, MetadataIsReported) {
             ASSERT_EQ(load(file, silent.record), IMG_ST_OK);
             EXPECT_EQ(look(silent.record), look(loaded.record));
         }
+    }
+}
+
+// 35 bytes can ask for a canvas of 1 GB. What is held is asked for first, given back when it is not needed any more, and counted
+// over all pictures.
+TEST_F(ModuleGif, CanvasesAreAskedFor) {
+    std::string file = start + drawn(1, 0, 2, 2, "1230");
+    file.replace(6, 4, bytes({0xff, 0xff, 0, 0x10}));
+    Values values;
+    values.max_memory = 100'000'000;
+    Rows rows(FMT_ARGB8888HE);
+    EXPECT_EQ(load(file, rows.record, &values.callouts), IMG_ST_LIMIT);
+    EXPECT_EQ(values.limit, "memory 1073725440 100000000");
+    EXPECT_TRUE(rows.bytes.empty());
+
+    // A byte a pixel of the first picture becomes a canvas; three pictures then hide a column in turn.
+    std::string several = start + drawn(0, 0, 3, 2, "123012");
+    for (int i = 0; i < 3; i++) several += control(3, 0) + drawn(1, 0, 1, 2, "33");
+    for (const uint64_t most : {31u, 32u}) {
+        Values limited;
+        limited.max_memory = most;
+        std::vector<Picture> pictures;
+        EXPECT_EQ(read(several + ";", pictures, 0, 0, &limited.callouts), most == 31 ? 10u : 1u);
+        EXPECT_EQ(pictures.size(), most == 31 ? 1u : 4u);
+        EXPECT_EQ(limited.limit, most == 31 ? "memory 32 31" : "");
     }
 }
 

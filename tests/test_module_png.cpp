@@ -81,6 +81,39 @@ TEST_F(Png, ValuesAreReported) {
         }
 }
 
+// Of grey with fewer than 8 bits the transparent one is scaled as the pixels are.
+TEST_F(Png, TransparentGreyIsScaled) {
+    const std::string grey = picture("grey-2bit.png"), key = chunk("tRNS", std::string("\0\2", 2));
+    Loaded without, with, alpha(FMT_ARGB8888HE);
+    ASSERT_EQ(load(grey, without.record), IMG_ST_OK);
+    ASSERT_EQ(load(grey.substr(0, 33) + key + grey.substr(33), with.record), IMG_ST_OK);
+    ASSERT_EQ(load(grey.substr(0, 33) + key + grey.substr(33), alpha.record), IMG_ST_OK);
+    EXPECT_EQ(with.record.format, img_format{FMT_G8});
+    EXPECT_TRUE((with.record.flags & IMG_F_TRANSP) && with.record.transparency8 == 0xaa);
+    std::vector<uint32_t> expected = look(without.record);
+    EXPECT_GT(std::count(expected.begin(), expected.end(), 0xffaaaaaa), 0);
+    std::replace(expected.begin(), expected.end(), 0xffaaaaaa, 0x00aaaaaau);
+    EXPECT_EQ(look(with.record), expected);
+    EXPECT_EQ(look(alpha.record), expected);
+}
+
+// Rows of an interlaced picture wait for the last pass, in memory that is asked for unless it is the caller's.
+TEST_F(Png, InterlacedRowsAreAskedFor) {
+    const std::string bytes = picture("interlaced.png");
+    Loaded own;
+    ASSERT_EQ(load(bytes, own.record), IMG_ST_OK);
+    const uint64_t held = uint64_t{own.record.width} * own.record.height * 3;
+    for (const uint64_t most : {held, held - 1}) {
+        Values in_place, waiting;
+        in_place.max_memory = waiting.max_memory = most;
+        Loaded direct;
+        Rows rows(FMT_RGB888);
+        EXPECT_EQ(load(bytes, direct.record, &in_place.callouts), IMG_ST_OK);
+        EXPECT_EQ(load(bytes, rows.record, &waiting.callouts), most == held ? 0u : 10u);
+        EXPECT_EQ(waiting.limit, most == held ? "" : "memory " + std::to_string(held) + " " + std::to_string(most));
+    }
+}
+
 // The passes that came before the cut show all of the picture.
 TEST_F(Png, CutInterlacedPicturesAreHandedOver) {
     const std::string bytes = picture("interlaced.png");

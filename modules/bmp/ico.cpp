@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: MIT
 //
-// The codec module of icons and cursors (ICO, CUR): several bitmaps in one file, each with a mask of its transparent pixels.
-// It reads only. The largest picture comes first, so the file is held: its pictures lie anywhere in it.
+// The codec module of icons and cursors (ICO, CUR): several pictures in one file, each a bitmap with a mask of its transparent
+// pixels, or a PNG file. It reads only. The largest picture comes first, so the file is held: its pictures may be anywhere
+// in it.
+//
+// PNG files are read with the reader of the PNG module, which is linked in: a module sees a stream and callouts but no
+// registry, and where pictures are decoded in a confined process no further module could be opened.
 #include "modules/bmp/dib.h"
 #include "modules/common/bytes.h"
+#include "modules/png/png.h"
 
 #include <algorithm>
 #include <stdio.h>
@@ -16,33 +21,20 @@ constexpr size_t directory_size = 6, entry_size = 16;
 constexpr uint32_t most_pictures = 10'000;
 constexpr uint64_t most_bytes = 64 << 20; // far more than icons of all sizes take
 
-struct Picture {
+struct Entry {
     uint32_t offset, size; // in the file
     uint32_t index;        // in its directory
-    uint32_t pixels, depth;
+    uint64_t pixels;
+    uint32_t depth;
     uint32_t hot_x, hot_y;
+    bool png;
 };
 
 // The largest first; of the same size the one with more colours, then the earlier one.
-bool before(const Picture &a, const Picture &b) {
+bool before(const Entry &a, const Entry &b) {
     if (a.pixels != b.pixels) return a.pixels > b.pixels;
     return a.depth != b.depth ? a.depth > b.depth : a.index < b.index;
 }
-
-// What lives from one frame to the next.
-struct Icons {
-    Bytes file;
-    size_t length = 0;
-    bool cursors = false;
-    std::unique_ptr<Picture, Delete<Picture>> pictures;
-    uint32_t count = 0, next = 0;
-    bool some_left_out = false; // those compressed as PNG
-
-    img_status read(io_handle &stream);
-
-private:
-    img_status list(uint32_t entries);
-};
 
 bool plausible(const uint8_t *file) {
     const uint32_t type = little16(file + 2), count = little16(file + 4);
@@ -58,74 +50,11 @@ img_status decode_validate(io_handle *stream) {
     return signature.length >= directory_size + entry_size && plausible(signature.bytes) ? ok : wrong_format;
 }
 
-// Reads as far as the last picture goes.
-img_status Icons::read(io_handle &stream) {
-    uint8_t begin[directory_size + entry_size];
-    if (read_up_to(stream, begin, sizeof begin) != sizeof begin || !plausible(begin)) return wrong_format;
-    cursors = begin[2] == 2;
-    const uint32_t entries = little16(begin + 4);
-    if (entries > most_pictures) return over_limit;
+// ---- A bitmap ----
 
-    const size_t table = directory_size + entry_size * entries;
-    const Bytes directory = make_bytes(table);
-    if (!directory) return no_memory;
-    memcpy(directory.get(), begin, sizeof begin);
-    if (read_up_to(stream, directory.get() + sizeof begin, table - sizeof begin) != table - sizeof begin)
-        return damaged;
-    uint64_t end = table;
-    for (uint32_t i = 0; i < entries; i++) {
-        const uint8_t *entry = directory.get() + directory_size + entry_size * i;
-        end = std::max(end, uint64_t{little32(entry + 8)} + little32(entry + 12));
-    }
-    if (end > most_bytes) return over_limit;
-    if (!(file = make_bytes(end))) return no_memory;
-    memcpy(file.get(), directory.get(), table);
-    length = table + read_up_to(stream, file.get() + table, end - table);
-    return list(entries);
-}
-
-img_status Icons::list(uint32_t entries) {
-    pictures.reset(static_cast<Picture *>(calloc(entries, sizeof(Picture))));
-    if (!pictures) return no_memory;
-    constexpr uint8_t png[] = {0x89, 'P', 'N', 'G'};
-    for (uint32_t i = 0; i < entries; i++) {
-        const uint8_t *entry = file.get() + directory_size + entry_size * i;
-        const auto side = [](uint8_t byte) { return byte ? byte : 256u; };
-        Picture picture{};
-        picture.offset = little32(entry + 12);
-        picture.size = little32(entry + 8);
-        picture.index = i;
-        picture.hot_x = little16(entry + 4);
-        picture.hot_y = little16(entry + 6);
-        picture.pixels = side(entry[0]) * side(entry[1]);
-        if (uint64_t{picture.offset} + 16 <= length) {
-            const uint8_t *data = file.get() + picture.offset;
-            if (memcmp(data, png, sizeof png) == 0) {
-                some_left_out = true;
-                continue;
-            }
-            picture.depth = little16(data + 14);
-        }
-        pictures.get()[count++] = picture;
-    }
-    std::sort(pictures.get(), pictures.get() + count, before);
-    return count ? ok : unsupported;
-}
-
-// ---- One picture ----
-
-struct Reader {
-    Decoding output;
-    const uint8_t *data = nullptr; // the bitmap
-    uint64_t size = 0;
-    Dib dib{};
-    uint32_t palette[256];
-    MaskedColors colors;
-    const uint8_t *pixels = nullptr;
-    const uint8_t *mask = nullptr; // null: alpha of the pixels decides
-
-    img_status begin();
-    img_status read();
+struct Bitmap {
+    img_status begin(const uint8_t *data, uint64_t size);
+    img_status read(Decoding &output);
 
 private:
     bool has_alpha() const;
@@ -133,10 +62,16 @@ private:
         return rows + dib_stride(dib.width, depth) * (dib.top_down ? y : dib.height - 1 - y);
     }
     void expand(uint32_t y, uint8_t *argb) const;
+
+    Dib dib{};
+    uint32_t palette[256];
+    MaskedColors colors;
+    const uint8_t *pixels = nullptr;
+    const uint8_t *mask = nullptr; // null: alpha of the pixels decides
 };
 
 // Finds the parts of the bitmap. Its height counts the rows of the mask as well.
-img_status Reader::begin() {
+img_status Bitmap::begin(const uint8_t *data, uint64_t size) {
     uint8_t header[dib_header_most] = {};
     if (size < 40) return damaged;
     memcpy(header, data, static_cast<size_t>(std::min<uint64_t>(size, sizeof header)));
@@ -165,7 +100,7 @@ img_status Reader::begin() {
     return mask_at + dib_stride(dib.width, 1) * dib.height <= size ? ok : damaged;
 }
 
-bool Reader::has_alpha() const {
+bool Bitmap::has_alpha() const {
     if (dib.depth != 32 || !dib.masks[3]) return false;
     const uint8_t *pixel = pixels;
     for (uint64_t left = uint64_t{dib.width} * dib.height; left; left--, pixel += 4)
@@ -173,7 +108,7 @@ bool Reader::has_alpha() const {
     return false;
 }
 
-void Reader::expand(uint32_t y, uint8_t *argb) const {
+void Bitmap::expand(uint32_t y, uint8_t *argb) const {
     const uint8_t *in = row(pixels, dib.depth, y);
     if (dib.depth > 8) {
         colors.expand(in, dib.width, argb);
@@ -190,7 +125,7 @@ void Reader::expand(uint32_t y, uint8_t *argb) const {
     }
 }
 
-img_status Reader::read() {
+img_status Bitmap::read(Decoding &output) {
     constexpr img_format format = FMT_ARGB8888HE;
     if (const img_status status = output.report(IMG_VALUE_DEPTH, dib_sample_bits(dib))) return status;
     if (const img_status status = output.choose(dib.width, dib.height, 0, &format, 1)) return status;
@@ -203,45 +138,172 @@ img_status Reader::read() {
     return ok;
 }
 
-img_status report_file(const Decoding &output, const Icons &icons) {
-    if (const img_status status = output.report(IMG_VALUE_FRAMES, icons.count)) return status;
-    return icons.some_left_out ? output.warn("pictures compressed as PNG were left out") : ok;
+// ---- A PNG file ----
+
+// Bytes in memory as a stream that is read to its end and used in no other way.
+class MemoryStream {
+public:
+    MemoryStream(const uint8_t *bytes, size_t length) : bytes_(bytes), left_(length) {
+        handle_.self = reinterpret_cast<io_stream *>(this);
+        handle_.read = read;
+    }
+    MemoryStream(const MemoryStream &) = delete;
+    MemoryStream &operator=(const MemoryStream &) = delete;
+    io_handle &handle() { return handle_; }
+
+private:
+    static uint32_t read(io_stream *self, void *dst, uint32_t length) {
+        auto &stream = *reinterpret_cast<MemoryStream *>(self);
+        const auto got = static_cast<uint32_t>(std::min<size_t>(length, stream.left_));
+        memcpy(dst, stream.bytes_, got);
+        stream.bytes_ += got;
+        stream.left_ -= got;
+        return got;
+    }
+
+    const uint8_t *bytes_;
+    size_t left_;
+    io_handle handle_{};
+};
+
+constexpr uint8_t png_signature[] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+constexpr size_t png_header_size = 26; // up to the type of its colours
+
+uint32_t big32(const uint8_t *at) {
+    return uint32_t{at[0]} << 24 | uint32_t{at[1]} << 16 | uint32_t{at[2]} << 8 | at[3];
 }
 
-img_status report_hot_spot(const Decoding &output, const Picture &picture) {
+// ---- The file ----
+
+class Reader {
+public:
+    img_status frame(io_handle &stream, const img_decode_callouts &callouts, img_record &record);
+
+private:
+    img_status read_file(io_handle &stream);
+    img_status list(uint32_t entries);
+    void measure(Entry &entry) const;
+    img_status read_picture(const Entry &entry, bool strict);
+    img_status report_hot_spot(const Entry &entry) const;
+
+    Decoding output_;
+    img_status ended_ = ok; // what every further frame gets
+    Bytes file_;
+    size_t length_ = 0;
+    bool cursors_ = false;
+    std::unique_ptr<Entry, Delete<Entry>> entries_;
+    uint32_t count_ = 0, next_ = 0;
+};
+
+// Reads as far as the last picture goes.
+img_status Reader::read_file(io_handle &stream) {
+    uint8_t begin[directory_size + entry_size];
+    if (read_up_to(stream, begin, sizeof begin) != sizeof begin || !plausible(begin)) return wrong_format;
+    cursors_ = begin[2] == 2;
+    const uint32_t entries = little16(begin + 4);
+    if (entries > most_pictures) return output_.refuse({"frames", entries, most_pictures});
+
+    const size_t table = directory_size + entry_size * entries;
+    const Bytes directory = make_bytes(table);
+    if (!directory) return no_memory;
+    memcpy(directory.get(), begin, sizeof begin);
+    if (read_up_to(stream, directory.get() + sizeof begin, table - sizeof begin) != table - sizeof begin)
+        return damaged;
+    uint64_t end = table;
+    for (uint32_t i = 0; i < entries; i++) {
+        const uint8_t *entry = directory.get() + directory_size + entry_size * i;
+        end = std::max(end, uint64_t{little32(entry + 8)} + little32(entry + 12));
+    }
+    if (end > most_bytes) return output_.refuse({"file size", end, most_bytes});
+    if (const img_status status = output_.hold(end)) return status;
+    if (!(file_ = make_bytes(end))) return no_memory;
+    memcpy(file_.get(), directory.get(), table);
+    length_ = table + read_up_to(stream, file_.get() + table, end - table);
+    return list(entries);
+}
+
+// The directory has no room for sides above 256, so the size of a PNG file is what that file says.
+void Reader::measure(Entry &entry) const {
+    if (uint64_t{entry.offset} + png_header_size > length_) return;
+    const uint8_t *data = file_.get() + entry.offset;
+    entry.png = memcmp(data, png_signature, sizeof png_signature) == 0;
+    entry.depth = little16(data + 14);
+    if (!entry.png) return;
+    constexpr uint8_t channels[] = {1, 0, 3, 1, 2, 0, 4, 0}; // by the type of its colours
+    entry.pixels = uint64_t{big32(data + 16)} * big32(data + 20);
+    entry.depth = uint32_t{data[24]} * channels[data[25] & 7];
+}
+
+img_status Reader::list(uint32_t entries) {
+    entries_.reset(static_cast<Entry *>(calloc(entries, sizeof(Entry))));
+    if (!entries_) return no_memory;
+    for (; count_ < entries; count_++) {
+        const uint8_t *bytes = file_.get() + directory_size + entry_size * count_;
+        const auto side = [](uint8_t byte) { return byte ? byte : 256u; };
+        Entry &entry = entries_.get()[count_];
+        entry.offset = little32(bytes + 12);
+        entry.size = little32(bytes + 8);
+        entry.index = count_;
+        entry.hot_x = little16(bytes + 4);
+        entry.hot_y = little16(bytes + 6);
+        entry.pixels = uint64_t{side(bytes[0])} * side(bytes[1]);
+        measure(entry);
+    }
+    std::sort(entries_.get(), entries_.get() + count_, before);
+    return ok;
+}
+
+img_status Reader::report_hot_spot(const Entry &entry) const {
     char text[32] = "hotspot";
     const size_t keyword = strlen(text) + 1;
-    const int digits = snprintf(text + keyword, sizeof text - keyword, "%u,%u", picture.hot_x, picture.hot_y);
-    return output.report(IMG_VALUE_TEXT, text, keyword + static_cast<size_t>(digits));
+    const int digits = snprintf(text + keyword, sizeof text - keyword, "%u,%u", entry.hot_x, entry.hot_y);
+    return output_.report(IMG_VALUE_TEXT, text, keyword + static_cast<size_t>(digits));
+}
+
+img_status Reader::read_picture(const Entry &entry, bool strict) {
+    if (uint64_t{entry.offset} + entry.size > length_) return damaged;
+    if (cursors_)
+        if (const img_status status = report_hot_spot(entry)) return status;
+    const uint8_t *data = file_.get() + entry.offset;
+    if (entry.png) {
+        const auto reader = make<png::Reader>();
+        MemoryStream stream(data, entry.size);
+        return reader ? reader->read(stream.handle(), output_, strict) : no_memory;
+    }
+    const auto bitmap = make<Bitmap>();
+    if (!bitmap) return no_memory;
+    const img_status status = bitmap->begin(data, entry.size);
+    return status ? status : bitmap->read(output_);
+}
+
+img_status Reader::frame(io_handle &stream, const img_decode_callouts &callouts, img_record &record) {
+    if (ended_) return ended_;
+    output_.begin(callouts, record);
+    bool strict;
+    if (const img_status status = png::ask_strict(output_, strict)) return status;
+    if (!file_) {
+        if ((ended_ = read_file(stream))) return ended_;
+        if (const img_status status = output_.report(IMG_VALUE_FRAMES, count_)) return status;
+    }
+    if (next_ == count_) return wrong_format;
+    return read_picture(entries_.get()[next_++], strict);
+}
+
+// ---- The table of functions ----
+
+img_status decode_begin(io_handle *stream, void **state) {
+    want_large_buffer(stream, state);
+    auto reader = make<Reader>();
+    *state = reader.release();
+    return *state ? ok : no_memory;
 }
 
 img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **state) {
-    const auto reader = make<Reader>();
-    if (!reader) return no_memory;
-    reader->output.begin(*callouts, *record);
-    const bool first = !*state;
-    if (first) {
-        auto icons = make<Icons>();
-        if (!icons) return no_memory;
-        if (const img_status status = icons->read(*stream)) return status;
-        *state = icons.release();
-    }
-    Icons &icons = *static_cast<Icons *>(*state);
-    if (icons.next == icons.count) return wrong_format;
-    if (first)
-        if (const img_status status = report_file(reader->output, icons)) return status;
-    const Picture &picture = icons.pictures.get()[icons.next++];
-    if (uint64_t{picture.offset} + picture.size > icons.length) return damaged;
-    reader->data = icons.file.get() + picture.offset;
-    reader->size = picture.size;
-    if (const img_status status = reader->begin()) return status;
-    if (icons.cursors)
-        if (const img_status status = report_hot_spot(reader->output, picture)) return status;
-    return reader->read();
+    return static_cast<Reader *>(*state)->frame(*stream, *callouts, *record);
 }
 
 img_status decode_finish(io_handle *, void **state) {
-    if (*state) Delete<Icons>()(static_cast<Icons *>(*state));
+    Delete<Reader>()(static_cast<Reader *>(*state));
     *state = nullptr;
     return ok;
 }
@@ -250,5 +312,5 @@ img_status decode_finish(io_handle *, void **state) {
 
 img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) {
     return fill_table(table, size,
-                      {decode_validate, want_large_buffer, decode_frame, decode_finish, nullptr, nullptr, nullptr});
+                      {decode_validate, decode_begin, decode_frame, decode_finish, nullptr, nullptr, nullptr});
 }

@@ -15,6 +15,7 @@ namespace {
 
 constexpr uint32_t info_size = 40, profile_header_size = 124;
 constexpr uint32_t perceptual_intent = 4;
+constexpr uint64_t most_profile = UINT32_MAX / 2; // the file's size has 32 bits
 
 struct Writer {
     io_handle *stream = nullptr;
@@ -131,7 +132,7 @@ img_status Writer::write_rows(size_t stride, bool beside) {
 img_status Writer::write() {
     if (const img_status status = picture.ask(IMG_VALUE_RESOLUTION, &resolution)) return status;
     if (const img_status status = picture.ask(IMG_VALUE_ICC, &profile)) return status;
-    if (profile.size > UINT32_MAX / 2) return over_limit;
+    if (profile.size > most_profile) return picture.refuse({"profile", profile.size, most_profile});
     const bool beside = TransparentRows::needed(picture.image());
     if (const img_status status = choose(beside)) return status;
     if (const img_status status = make_palette()) return status;

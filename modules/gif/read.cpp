@@ -351,7 +351,11 @@ img_status Reader::decode_indices() {
     if (const img_status status = picture_.setup(interlaced_ ? 0 : IMG_SETUP_TOPDOWN)) return status;
     if (const img_status status = hand_over_palette()) return status;
     const bool stays = control_.disposal != Disposal::background && control_.disposal != Disposal::previous;
-    if (stays && !(first_ = make_bytes(size_t{width_} * height_))) return no_memory;
+    if (stays) {
+        const size_t bytes = size_t{width_} * height_;
+        if (const img_status status = picture_.hold(bytes)) return status;
+        if (!(first_ = make_bytes(bytes))) return no_memory;
+    }
     memcpy(first_palette_, palette_, sizeof first_palette_);
     uint32_t done = 0;
     return read_lines([&](uint32_t y) {
@@ -373,12 +377,15 @@ void draw(const uint32_t *palette, const uint8_t *indices, uint32_t count, uint3
 }
 
 img_status Reader::make_canvas() {
-    canvas_ = make_words(size_t{width_} * height_);
+    const size_t pixels = size_t{width_} * height_;
+    if (const img_status status = picture_.hold(pixels * sizeof(uint32_t))) return status;
+    canvas_ = make_words(pixels);
     if (!canvas_) return no_memory;
     if (!first_) return ok;
     for (uint32_t y = 0; y < height_; y++)
         draw(first_palette_, first_.get() + size_t{y} * width_, width_, canvas_at(0, y));
     first_.reset();
+    picture_.release(pixels);
     return ok;
 }
 
@@ -389,6 +396,7 @@ void Reader::dispose_of_last() {
         if (disposal_ == Disposal::background) memset(row, 0, bytes);
         if (disposal_ == Disposal::previous) memcpy(row, hidden_.get() + size_t{y} * area_.width, bytes);
     }
+    if (hidden_) picture_.release(bytes * area_.height);
     hidden_.reset();
 }
 
@@ -399,7 +407,9 @@ img_status Reader::take_area() {
     disposal_ = control_.disposal;
     if (!area_.width) area_.height = 0;
     if (disposal_ != Disposal::previous || !area_.height) return ok;
-    hidden_ = make_words(size_t{area_.width} * area_.height);
+    const size_t pixels = size_t{area_.width} * area_.height;
+    if (const img_status status = picture_.hold(pixels * sizeof(uint32_t))) return status;
+    hidden_ = make_words(pixels);
     if (!hidden_) return no_memory;
     for (uint32_t y = 0; y < area_.height; y++)
         memcpy(hidden_.get() + size_t{y} * area_.width, canvas_at(left, top + y), area_.width * sizeof(uint32_t));

@@ -182,7 +182,8 @@ img_status encode_picture(Writer &w) {
     const img_record &image = w.picture.image();
     // The library would make grey of colours.
     if (!(image.format & IMG_FMT_PAL) && image.format != FMT_G8) return no_common_format;
-    if (image.width > gif::max_side || image.height > gif::max_side) return over_limit;
+    const uint32_t side = std::max(image.width, image.height);
+    if (side > gif::max_side) return w.picture.refuse({"side", side, gif::max_side});
     // A later picture has its place on the canvas of the first.
     const auto width = static_cast<int>(image.width), height = static_cast<int>(image.height);
     if (w.pictures && (width > w.gif->SWidth || height > w.gif->SHeight)) return bad_record;
