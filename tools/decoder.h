@@ -4,8 +4,8 @@
 #pragma once
 
 #include "tools/config.h"
-#include "tools/confine/child.h"
-#include "tools/confine/sandbox.h"
+#include "tools/confine/pictures.h"
+#include "tools/confine/worker.h"
 #include "tools/exchange.h"
 #include "tools/files/source.h"
 #include "tools/picture.h"
@@ -17,10 +17,18 @@
 
 namespace tool {
 
+enum class Confinement {
+    off,
+    automatic, // where the system allows it
+    required
+};
+Confinement parse_confinement(const std::string &text); // off, auto, on
+
 // How the user wants files to be read; the same for all.
 struct Reading {
     std::optional<img_format> format{}; // to load in, instead of the file's own
     bool keep_damaged = false;          // the rows that arrived; the others are zero
+    bool header_only = false;           // what the header tells: pictures without pixels
     bool upright = true;                // turn pictures as their files say
     uint32_t thumbnail = 0;             // not 0: resize to so many pixels a side while decoding
     std::vector<GivenOption> options{};
@@ -36,28 +44,41 @@ public:
     Decoder &operator=(const Decoder &) = delete;
 
     // The next picture, or null when there is no further one; the first call fails rather. The pixels are gone when the one
-    // after is asked for.
+    // after is asked for. A picture that is its header only has neither pixels nor the colours of its palette.
     std::unique_ptr<Picture> next();
 
     const Input &input() const { return input_; }
     const Section *section() const; // of the codec, once it is known
-    Exchange exchange;              // with what the last picture told
+    // Whether the last picture came from a process that was confined as far as this program can; else unconfined() says
+    // why, unless the user did not want it.
+    bool confined() const { return worker_ && !worker_->trouble(); }
+    const std::string &unconfined() const { return unconfined_; }
+    Exchange exchange; // with what the last picture told
 
 private:
-    img_status decode(const std::vector<img_codec *> &candidates, img_record &record);
-    img_status decode_here(img_record &record);
-    img_status decode_in_child(img_record &record);
-    void serve(const Channel &channel, const std::vector<img_codec *> &candidates);
-    img_status ask(img_record &record);
+    struct Found {
+        confine::Report report;
+        std::unique_ptr<Picture> picture;
+    };
+    void start(const std::vector<img_codec *> &candidates);
+    void note_trouble(const confine::Trouble &trouble);
+    Found find();
+    Found ask();
+    Found decode_here();
+    [[noreturn]] void fail(confine::Worker::End end);
+    [[noreturn]] void fail(const confine::Report &report);
+    std::string late() const;
 
     const Library &library_;
     const Reading &reading_;
     Input input_;
-    Source source_;
-    std::shared_ptr<Arena> arena_; // null: decode here
-    std::unique_ptr<Child> child_;
+    confine::Task task_;
+    std::vector<img_codec *> candidates_{}; // those of the task's modules
+    std::unique_ptr<confine::Worker> worker_{};
+    std::unique_ptr<confine::Pictures> here_{};
     img_codec *codec_ = nullptr;
-    bool first_ = true;
+    uint32_t pictures_ = 0; // asked for so far
+    std::string unconfined_{};
 };
 
 } // namespace tool

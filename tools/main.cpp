@@ -21,7 +21,8 @@ struct Common {
     tool::Files files{};
     std::string to{}, keep = "all", format{}, damage = "fail", orient = "auto", sandbox = "auto", quality{};
     std::vector<std::string> options{};
-    uint64_t megabytes = 0;
+    uint64_t megabytes = 1074; // 1 GiB
+    std::optional<uint32_t> seconds{};
     bool sync = false;
     tool::Reading reading{};
 };
@@ -36,10 +37,14 @@ void add_reading(CLI::App &verb, Common &common) {
     verb.add_option("--max-pixels", common.reading.limits.pixels, "Refuse larger pictures")
         ->type_name("N")
         ->group(group);
-    verb.add_option("--max-memory", common.megabytes, "The most memory that decoding may take, in MB")
+    verb.add_option("--max-memory", common.megabytes,
+                    "The most memory that a picture and its decoding may take, in MB; 0 is no limit")
+        ->check(CLI::Range(uint64_t{0}, uint64_t{1'000'000'000}))
+        ->capture_default_str()
         ->type_name("N")
         ->group(group);
-    verb.add_option("--timeout", common.reading.limits.seconds, "The most time that decoding one picture may take")
+    verb.add_option("--timeout", common.seconds,
+                    "The most time that decoding one picture may take; by default 60 for thumbnails, else no limit")
         ->type_name("SECONDS")
         ->group(group);
     verb.add_option("--orient", common.orient, "Whether pictures are turned as their files say")
@@ -85,6 +90,7 @@ tool::Reading reading_of(const Common &common) {
     reading.upright = common.orient == "auto";
     reading.confinement = tool::parse_confinement(common.sandbox);
     reading.limits.memory = common.megabytes * 1'000'000;
+    reading.limits.seconds = common.seconds.value_or(0);
     for (const std::string &text : common.options) reading.options.push_back(tool::parse_option(text));
     if (!common.quality.empty()) reading.options.push_back({"quality", common.quality});
     return reading;
@@ -177,7 +183,11 @@ public:
             if (*command) options.operations = {verb->operation.parse(argument_)};
         if (*flip_) options.operations = {tool::parse_flip(horizontal_ ? "horizontal" : "vertical")};
         if (*convert_) options.operations = parsed_operations(*convert_);
-        if (*thumbnail_) options.reading.thumbnail = thumbnail_size();
+        if (*thumbnail_) {
+            constexpr uint32_t patience = 60; // seconds; nobody watches while desktops make thumbnails
+            options.reading.thumbnail = thumbnail_size();
+            options.reading.limits.seconds = common_.seconds.value_or(patience);
+        }
         return options;
     }
     bool for_desktop() const { return for_desktop_; }

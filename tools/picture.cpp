@@ -3,6 +3,7 @@
 
 #include "tools/text.h"
 
+#include <algorithm>
 #include <new>
 #include <stdlib.h>
 #include <string.h>
@@ -14,6 +15,15 @@ namespace {
 [[noreturn]] void out_of_memory() { throw std::bad_alloc(); }
 
 } // namespace
+
+void Picture::adopt(const img_record &given) {
+    record_ = given;
+    palette_ = {};
+    if (!(given.flags & IMG_F_PALETTE)) return;
+    record_.ncolors = std::min(given.ncolors, static_cast<uint32_t>(palette_.size()));
+    std::copy_n(given.palette, record_.ncolors, palette_.begin());
+    record_.palette = palette_.data();
+}
 
 img_status Picture::convert(img_format format) {
     const img_format before = record_.format;

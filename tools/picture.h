@@ -5,6 +5,7 @@
 
 #include "pictra/pictra.h"
 
+#include <array>
 #include <memory>
 #include <utility>
 
@@ -12,9 +13,12 @@ namespace tool {
 
 class Picture {
 public:
-    // Takes over a record with its storage: the library's, or another's that lives as long as its keeper.
+    // Takes over a record with its pixels: the library's, or another's that lives as long as its keeper. The palette is
+    // copied.
     explicit Picture(const img_record &given, std::shared_ptr<const void> keeper = nullptr)
-        : record_(given), keeper_(std::move(keeper)) {}
+        : keeper_(std::move(keeper)) {
+        adopt(given);
+    }
     Picture(const Picture &) = delete;
     Picture &operator=(const Picture &) = delete;
     ~Picture() { release(); }
@@ -39,15 +43,18 @@ public:
         made.flags = (made.flags & ~kept) | (record_.flags & kept);
         made.transparency = record_.transparency;
         release();
-        record_ = made;
+        adopt(made);
         return IMG_ST_OK;
     }
 
 private:
     void clear_key(uint32_t key); // pixels of this colour become transparent
+    void adopt(const img_record &given);
     void release();
 
     img_record record_{};
+    // An entry for every index that there can be, whatever the pixels say: those from ncolors on are transparent black.
+    std::array<uint32_t, 256> palette_{};
     std::shared_ptr<const void> keeper_;
 };
 

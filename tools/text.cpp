@@ -80,8 +80,6 @@ const FormatName *find_format(img_format format) {
 
 } // namespace
 
-bool is_format(img_format format) { return find_format(format); }
-
 std::string format_name(img_format format) {
     const FormatName *found = find_format(format);
     return found ? found->name : "format " + std::to_string(format);

@@ -36,7 +36,6 @@ private:
 std::string explain(const std::string &name, img_status status);
 inline Failure failure_of(const std::string &name, img_status status) { return Failure(explain(name, status), status); }
 
-bool is_format(img_format format);
 std::string format_name(img_format format); // as users write it: "argb8888he"
 std::optional<img_format> format_of(const std::string &name);
 std::vector<img_format> all_formats();

@@ -1,29 +1,31 @@
 // SPDX-License-Identifier: MIT
 #include "tools/confine/sandbox.h"
 
-#include "tools/text.h"
+#include "tools/confine/memory.h"
 
 #include <algorithm>
 #include <errno.h>
 #include <fcntl.h>
+#include <iterator>
 #include <memory>
 #include <sched.h>
 #include <seccomp.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
-namespace tool {
+namespace confine {
 
 namespace {
 
-// What decoding takes: reading and answering, memory, threads of its own process, the clock.
+// What decoding takes beside what the rules below allow: reading, memory, threads of its own process, the clock.
 constexpr int allowed[] = {
     SCMP_SYS(read),
     SCMP_SYS(readv),
     SCMP_SYS(pread64),
-    SCMP_SYS(write),
-    SCMP_SYS(writev),
-    SCMP_SYS(sendto),
     SCMP_SYS(recvfrom),
     SCMP_SYS(lseek),
     SCMP_SYS(_llseek),
@@ -32,12 +34,8 @@ constexpr int allowed[] = {
     SCMP_SYS(exit),
     SCMP_SYS(exit_group),
     SCMP_SYS(brk),
-    SCMP_SYS(mmap),
-    SCMP_SYS(mmap2),
     SCMP_SYS(munmap),
     SCMP_SYS(mremap),
-    SCMP_SYS(mprotect),
-    SCMP_SYS(madvise),
     SCMP_SYS(futex),
     SCMP_SYS(futex_time64),
     SCMP_SYS(set_robust_list),
@@ -59,65 +57,121 @@ constexpr int allowed[] = {
     SCMP_SYS(restart_syscall),
 };
 
+// Of the advice that there is, some harms the machine where root gives it. Allocators give this.
+constexpr int advice[] = {MADV_DONTNEED, MADV_FREE, MADV_HUGEPAGE, MADV_NOHUGEPAGE};
+
 struct Release {
     void operator()(void *filter) const { seccomp_release(filter); }
 };
 
-bool filter_calls() {
-    const std::unique_ptr<void, Release> filter(seccomp_init(SCMP_ACT_ERRNO(EPERM)));
-    if (!filter) return false;
-    for (const int call : allowed)
-        if (seccomp_rule_add(filter.get(), SCMP_ACT_ALLOW, call, 0) != 0) return false;
-    // Threads, but no processes. The C library falls back from clone3, whose flags no filter sees.
-    constexpr scmp_datum_t of_a_thread = CLONE_VM | CLONE_THREAD;
-    const scmp_arg_cmp thread{0, SCMP_CMP_MASKED_EQ, of_a_thread, of_a_thread}; // of the first argument
-    return seccomp_rule_add_array(filter.get(), SCMP_ACT_ALLOW, SCMP_SYS(clone), 1, &thread) == 0 &&
-           seccomp_rule_add(filter.get(), SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(clone3), 0) == 0 &&
-           seccomp_load(filter.get()) == 0;
+// The calls that a filter allows. Whatever goes wrong is told at its end.
+class Filter {
+public:
+    Filter() : filter_(seccomp_init(SCMP_ACT_ERRNO(EPERM))) {
+        if (!filter_) error_ = -ENOMEM;
+        note(seccomp_attr_set(filter_.get(), SCMP_FLTATR_API_SYSRAWRC, 1)); // the kernel's own errors
+    }
+    void add(int call, uint32_t action = SCMP_ACT_ALLOW) { note(seccomp_rule_add(filter_.get(), action, call, 0)); }
+    template <typename... Conditions> void add_if(int call, Conditions... conditions) {
+        const scmp_arg_cmp list[] = {conditions...};
+        note(seccomp_rule_add_array(filter_.get(), SCMP_ACT_ALLOW, call, sizeof...(conditions), list));
+    }
+    int load() { return error_ ? error_ : seccomp_load(filter_.get()); } // 0, or a negative error
+
+private:
+    void note(int result) { error_ = error_ ? error_ : result; }
+    std::unique_ptr<void, Release> filter_;
+    int error_ = 0;
+};
+
+scmp_arg_cmp equals(unsigned argument, uint64_t value) { return {argument, SCMP_CMP_EQ, value, 0}; }
+scmp_arg_cmp has(unsigned argument, uint64_t mask, uint64_t value) {
+    return {argument, SCMP_CMP_MASKED_EQ, mask, value};
 }
 
-void limit(__rlimit_resource resource, uint64_t most) {
+int filter_calls(const Ends &ends) {
+    Filter filter;
+    for (const int call : allowed) filter.add(call);
+    for (const int call : {SCMP_SYS(write), SCMP_SYS(sendto)})
+        filter.add_if(call, equals(0, static_cast<uint64_t>(ends.channel)));
+    for (const int what : advice) filter.add_if(SCMP_SYS(madvise), equals(2, static_cast<uint64_t>(what)));
+    // Memory that is never code: the process' own, and the picture's.
+    filter.add_if(SCMP_SYS(mprotect), has(2, PROT_EXEC, 0));
+    for (const int call : {SCMP_SYS(mmap), SCMP_SYS(mmap2)}) {
+        filter.add_if(call, has(2, PROT_EXEC, 0), has(3, MAP_ANONYMOUS, MAP_ANONYMOUS));
+        filter.add_if(call, has(2, PROT_EXEC, 0), equals(4, static_cast<uint64_t>(ends.memory)));
+    }
+    // Threads, but no processes. The C library falls back from clone3, whose flags no filter sees.
+    constexpr uint64_t of_a_thread = CLONE_VM | CLONE_THREAD;
+#ifdef __s390__
+    constexpr unsigned flags = 1;
+#else
+    constexpr unsigned flags = 0;
+#endif
+    filter.add_if(SCMP_SYS(clone), has(flags, of_a_thread, of_a_thread));
+    filter.add(SCMP_SYS(clone3), SCMP_ACT_ERRNO(ENOSYS));
+    return filter.load();
+}
+
+int limit(__rlimit_resource resource, uint64_t most) {
     rlimit now;
-    if (getrlimit(resource, &now) != 0) return;
+    if (getrlimit(resource, &now) != 0) return errno;
     now.rlim_max = std::min<rlim_t>(now.rlim_max, most);
     now.rlim_cur = std::min<rlim_t>(now.rlim_cur, now.rlim_max);
-    setrlimit(resource, &now);
+    return setrlimit(resource, &now) == 0 ? 0 : errno;
 }
 
-// What the process has mapped by now does not count.
-uint64_t mapped_bytes() {
-    uint64_t pages = 0;
-    const std::unique_ptr<FILE, int (*)(FILE *)> file(fopen("/proc/self/statm", "r"), fclose);
-    if (file && fscanf(file.get(), "%lu", &pages) != 1) pages = 0;
-    return pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+// The bytes that the process has mapped by now, or 0 with an error.
+uint64_t mapped_bytes(int &error) {
+    const Descriptor file(open("/proc/self/statm", O_RDONLY | O_CLOEXEC));
+    char text[64] = {};
+    if (!file || read(file.get(), text, sizeof text - 1) <= 0) {
+        error = errno;
+        return 0;
+    }
+    return strtoull(text, nullptr, 10) * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+}
+
+// Stacks of threads and what allocators reserve without using it.
+constexpr uint64_t own_address_space = 64 << 20;
+
+void note(Trouble &trouble, const char *call, int error) {
+    if (error && !trouble) trouble = {call, error};
 }
 
 } // namespace
 
-Confinement parse_confinement(const std::string &text) {
-    if (text == "off") return Confinement::off;
-    return text == "on" ? Confinement::required : Confinement::automatic;
-}
-
-void close_descriptors_but(int a, int b) {
-    const int nowhere = open("/dev/null", O_RDWR);
-    for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-        if (standard != a && standard != b) dup2(nowhere, standard);
-    unsigned from = STDERR_FILENO + 1;
-    for (const int kept : {std::min(a, b), std::max(a, b)}) {
-        if (kept <= STDERR_FILENO) continue;
-        if (static_cast<unsigned>(kept) > from) close_range(from, static_cast<unsigned>(kept) - 1, 0);
-        from = static_cast<unsigned>(kept) + 1;
+Trouble close_others(const Ends &ends) {
+    Trouble trouble;
+    unsigned kept[] = {static_cast<unsigned>(ends.picture), static_cast<unsigned>(ends.channel),
+                       static_cast<unsigned>(ends.memory), ~0u};
+    std::sort(std::begin(kept), std::end(kept));
+    unsigned from = 0;
+    for (const unsigned next : kept) {
+        if (next > from && close_range(from, next - 1, 0) != 0) {
+            note(trouble, "close_range", errno);
+            const auto most = static_cast<unsigned>(std::max(sysconf(_SC_OPEN_MAX), 1024L));
+            for (unsigned i = from; i < std::min(next, most); i++) close(static_cast<int>(i));
+        }
+        from = next + 1;
     }
-    close_range(from, ~0u, 0);
+    return trouble;
 }
 
-bool confine(const Limits &limits) {
-    if (limits.memory) limit(RLIMIT_AS, mapped_bytes() + limits.memory);
-    if (limits.seconds) limit(RLIMIT_CPU, limits.seconds + 1);
-    limit(RLIMIT_CORE, 0);
-    limit(RLIMIT_FSIZE, 0);
-    return filter_calls();
+Trouble end_with_parent() { return prctl(PR_SET_PDEATHSIG, SIGKILL) == 0 ? Trouble{} : Trouble{"prctl", errno}; }
+
+Trouble lock_down(const Ends &ends, uint64_t memory) {
+    Trouble trouble;
+    if (memory) {
+        int error = 0;
+        const uint64_t mapped = mapped_bytes(error);
+        note(trouble, "open", error);
+        if (mapped) note(trouble, "setrlimit", limit(RLIMIT_AS, mapped + memory + own_address_space));
+    }
+    note(trouble, "setrlimit", limit(RLIMIT_CORE, 0));
+    note(trouble, "setrlimit", limit(RLIMIT_FSIZE, 0));
+    note(trouble, "seccomp", -filter_calls(ends));
+    return trouble;
 }
 
-} // namespace tool
+} // namespace confine

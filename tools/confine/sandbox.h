@@ -3,24 +3,23 @@
 // Confining a process that decodes files of strangers: it reads the descriptors that it has, computes, and nothing else.
 #pragma once
 
-#include "tools/exchange.h"
+#include "tools/confine/report.h"
 
-#include <string>
+namespace confine {
 
-namespace tool {
-
-enum class Confinement {
-    off,
-    automatic, // where the system allows it
-    required
+// The descriptors of a worker, and all that it has.
+struct Ends {
+    int picture, channel, memory;
 };
-Confinement parse_confinement(const std::string &text); // off, auto, on
 
-// Confines the calling process for good: no new files, sockets, processes or programs, and limits to memory and time.
-// False if the system does not allow it.
-bool confine(const Limits &limits);
+// Closes every other descriptor, one by one where the system refuses to close a range.
+Trouble close_others(const Ends &ends);
 
-// Closes every descriptor but two, and makes the first three lead nowhere.
-void close_descriptors_but(int a, int b);
+// Has the process end with its parent.
+Trouble end_with_parent();
 
-} // namespace tool
+// Confines the calling process for good: no new files, sockets, processes or programs, nothing written but to the channel,
+// no more memory than that. Goes as far as the system lets it, and tells the first refusal.
+Trouble lock_down(const Ends &ends, uint64_t memory);
+
+} // namespace confine

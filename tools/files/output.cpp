@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/files/output.h"
 
-#include "tools/files/source.h"
+#include "tools/confine/source.h"
 #include "tools/files/target.h"
 #include "tools/interrupt.h"
 #include "tools/text.h"
@@ -75,7 +75,7 @@ void write(img_lib_handle &library, img_codec *codec, Picture &picture, const Ou
     keep_promise(picture, output, output.to.empty() ? extension_of(output.path) : output.to);
     Target target(output.path, {output.for_owner_only, output.sync});
     const std::string name = output.path == "-" ? "standard output" : output.path;
-    Stream stream(io_open(IO_FD, IO_WRITE, target.descriptor()));
+    const confine::Stream stream(io_open(IO_FD, IO_WRITE, target.descriptor()));
     if (!stream) throw failure_of(name, IMG_ST_NOMEM);
     const img_encode_callouts callouts = exchange.writing();
     picture.record().flags |= IMG_F_ANSWERS;

@@ -131,7 +131,7 @@ public:
             save(*picture, metadata, out);
             unlink(failure.c_str());
         } catch (const Failure &failed) {
-            if (failed.code() == IMG_ST_RESERVED4 || failed.code() == IMG_ST_BADFMT) mark(original, failure);
+            if (failed.code() == IMG_ST_DAMAGED || failed.code() == IMG_ST_BADFMT) mark(original, failure);
             throw;
         }
     }
@@ -139,8 +139,9 @@ public:
 private:
     bool is_current(const Original &original, const std::string &thumbnail) const try {
         if (access(thumbnail.c_str(), R_OK) != 0) return false;
-        const Reading plain{};
-        Decoder decoder(library_, thumbnail, plain);
+        Reading whole = reading_;
+        whole.thumbnail = 0;
+        Decoder decoder(library_, thumbnail, whole);
         decoder.next();
         return original.is_told_by(decoder.exchange.metadata);
     } catch (const Failure &) {

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "tools/thumbnail.h"
+#include "tools/confine/thumbnail.h"
 
 #include <algorithm>
 #include <stdlib.h>
 
-namespace tool {
+namespace confine {
 
 namespace {
 
@@ -14,10 +14,9 @@ uint32_t in_proportion(uint32_t side, uint32_t to, uint32_t from) {
 
 // Gives the thumbnail its size and format. Pictures that may be transparent get alpha; palettes tell only later.
 uint32_t choose(void *data, img_record *thumbnail, const img_format *formats, uint32_t count) {
-    auto &exchange = *static_cast<Exchange *>(data);
-    const uint32_t most = exchange.thumbnail, width = thumbnail->width, height = thumbnail->height;
-    exchange.full_width = width;
-    exchange.full_height = height;
+    auto &listener = *static_cast<Listener *>(data);
+    const uint32_t most = listener.task().thumbnail, width = thumbnail->width, height = thumbnail->height;
+    listener.set_full_size(width, height);
     if (std::max(width, height) > most) {
         thumbnail->width = width > height ? most : in_proportion(most, width, height);
         thumbnail->height = width > height ? in_proportion(most, height, width) : most;
@@ -40,10 +39,8 @@ bool is_opaque(const img_record &record) {
 
 } // namespace
 
-img_status decode_thumbnail(img_lib_handle &library, io_handle *stream, uint32_t most, Exchange &exchange,
+img_status decode_thumbnail(img_lib_handle &library, io_handle *stream, img_decode_callouts callouts,
                             img_record &record) {
-    exchange.thumbnail = most;
-    img_decode_callouts callouts = exchange.reading();
     callouts.choose_format = choose;
     const img_status status = img_load_resize(&library, stream, &callouts, &record);
     if (status != IMG_ST_OK || record.format != FMT_ARGB8888HE || !is_opaque(record)) return status;
@@ -56,4 +53,4 @@ img_status decode_thumbnail(img_lib_handle &library, io_handle *stream, uint32_t
     return status;
 }
 
-} // namespace tool
+} // namespace confine

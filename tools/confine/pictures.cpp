@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+#include "tools/confine/pictures.h"
+
+#include "tools/confine/thumbnail.h"
+
+namespace confine {
+
+Report Pictures::next(const std::vector<img_codec *> &candidates, img_record &record) {
+    record = {};
+    if (task_.format) {
+        record.format = task_.format;
+        record.flags = IMG_F_FORMAT | (record.format & IMG_FMT_ALPHA ? IMG_F_WANT_ALPHA : 0);
+    }
+    const img_decode_callouts callouts = listener_.begin();
+    const img_status status = decode(candidates, callouts, record);
+    return listener_.finish(status, record);
+}
+
+img_status Pictures::decode(const std::vector<img_codec *> &candidates, const img_decode_callouts &callouts,
+                            img_record &record) {
+    if (task_.thumbnail) return decode_thumbnail(library_, source_.stream(), callouts, record);
+    if (!source_.codec())
+        if (const img_status status = candidates.empty() ? img_status{IMG_ST_NOCODEC} : source_.accept(candidates))
+            return status;
+    return source_.next(callouts, record);
+}
+
+} // namespace confine
