@@ -8,6 +8,11 @@ if(PICTRA_SANITIZE)
   target_compile_options(pictra_flags INTERFACE -fsanitize=${PICTRA_SANITIZE} -fno-sanitize-recover=all
                                                 -fno-omit-frame-pointer)
   target_link_options(pictra_flags INTERFACE -fsanitize=${PICTRA_SANITIZE})
+  # clang's run time is in the program. What it needs for the library's C++ is left out of programs in C unless told.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL Clang AND PICTRA_SANITIZE MATCHES undefined)
+    target_link_options(pictra_flags INTERFACE -fsanitize-link-c++-runtime)
+    target_link_libraries(pictra_flags INTERFACE stdc++)
+  endif()
 endif()
 
 # Hardening, as far as it needs nothing beyond the C library. Where the stack protector's value is kept by the dynamic
