@@ -2,6 +2,13 @@
 MAKEFLAGS += --no-print-directory
 BUILD := build/release
 
+# For every command below, and for those of scripts: all processors, and Ninja where it is there. A directory that was
+# configured with another generator keeps it.
+JOBS := $(shell nproc)
+export CMAKE_BUILD_PARALLEL_LEVEL ?= $(JOBS)
+export CTEST_PARALLEL_LEVEL ?= $(JOBS)
+export CMAKE_GENERATOR ?= $(if $(shell command -v ninja),Ninja,Unix Makefiles)
+
 all: build
 
 prerequisites:
@@ -32,9 +39,13 @@ suites: build
 # The library on other machines: vectors of 16 bytes, and the other byte order. Tests run in an emulator.
 cross: prerequisites
 	@.ci/packages cross
-	@for machine in aarch64 s390x; do \
-	    cmake --preset $$machine >/dev/null && cmake --build --preset $$machine && ctest --preset $$machine || exit 1; \
-	done
+	@$(MAKE) preset-aarch64 preset-s390x
+
+# A preset, configured, built and tested. What the compiler says is shown when it fails.
+preset-%:
+	@cmake --preset $* >/dev/null
+	@cmake --build --preset $* >build/$*/log || { cat build/$*/log; exit 1; }
+	@ctest --preset $*
 
 # Debian packages, in build/packages/debs; the same ones again, wherever and whenever the commit is built.
 packages: prerequisites

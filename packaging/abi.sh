@@ -13,7 +13,7 @@ git archive "$tag" | tar -x -C "$work/source"
 # Types are in the debug information only, so both are built with it.
 build() { # source, build
     cmake -S "$1" -B "$2" -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS=-g -DPICTRA_MODULES=OFF -DPICTRA_TESTS=OFF >/dev/null
-    cmake --build "$2" -j2 --target pictra >/dev/null
+    cmake --build "$2" --target pictra >/dev/null
 }
 build "$work/source" "$work/then"
 build . "$work/now"

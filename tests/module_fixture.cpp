@@ -88,6 +88,10 @@ Fixture::Fixture() {
     }
 }
 
+bool Fixture::has(std::string_view extension) const {
+    return std::any_of(all.begin(), all.end(), [&](const Module &module) { return module.extension == extension; });
+}
+
 const Module &Fixture::module(const std::string &extension) const {
     for (const Module &module : all)
         if (module.extension == extension) return module;

@@ -257,6 +257,7 @@ protected:
         EXPECT_EQ(write(writer, image.record, bytes), IMG_ST_OK);
         return bytes;
     }
+    bool has(std::string_view extension) const;
     const Module &module(const std::string &extension) const;
     // Small files that each module writes, and the examples up to a size.
     struct Sample {
