@@ -298,7 +298,7 @@ void fold_pairs(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t c
     in_blocks<block>(
         count, src == dst,
         [&](size_t i) {
-            const uint8_t *p = src + 2 * i * pixel, *q = below + 2 * i * pixel;
+            const uint8_t *p = src + 2 * i * pixel;
             if constexpr (pixel == 3) {
                 static_assert(F != Fold::square);
                 const Window<pixel> in{p, 0, 2 * lanes};
@@ -309,7 +309,9 @@ void fold_pairs(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t c
             } else {
                 const auto half = [&](size_t at) {
                     const Any v = means.opened(load(p + at));
-                    return F == Fold::square ? means.of(v, means.opened(load(q + at))) : v;
+                    // Without a line below there is no pointer to add to.
+                    if constexpr (F == Fold::square) return means.of(v, means.opened(load(below + 2 * i * pixel + at)));
+                    return v;
                 };
                 const Parts<pixel> parts{half(0), half(vector_bytes)};
                 const Any v = F == Fold::first ? parts.first() : means.of(parts.first(), parts.second());
