@@ -19,4 +19,9 @@ target_link_options(pictra PRIVATE -static-libgcc -Wl,--no-as-needed)
 if(NOT PICTRA_SANITIZE)
   target_link_options(pictra PRIVATE -Wl,-z,defs)
 endif()
+# The library's calls to its own functions are bound when it is linked, whatever functions a program has. What the list
+# names is left to the loader.
+set(PICTRA_LEFT_TO_LOADER ${PROJECT_SOURCE_DIR}/cmake/left_to_loader.list)
+target_link_options(pictra PRIVATE -Wl,--dynamic-list=${PICTRA_LEFT_TO_LOADER})
+set_target_properties(pictra PROPERTIES LINK_DEPENDS ${PICTRA_LEFT_TO_LOADER})
 set_target_properties(pictra PROPERTIES LINKER_LANGUAGE C VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})

@@ -65,6 +65,7 @@ int img_decode_access(void *data, uint32_t x, uint32_t y, uint32_t count, void *
     if (y >= record.height || (end > record.width && count <= end - record.width)) return 0;
     if (end > record.width) count = record.width - x;
     if (!has(record, IMG_F_DIRECT)) count = smaller(count, context.line_width);
+    if (!count) return 0; // an empty run neither consumes a row nor reaches the caller
     if (!context.convert || (context.state & expands_palette && !context.palette)) return 0;
 
     if (has(record, IMG_F_DIRECT)) {
@@ -78,7 +79,7 @@ int img_decode_access(void *data, uint32_t x, uint32_t y, uint32_t count, void *
         convert_line(context, line, out, count);
         if (context.state & key_becomes_alpha) key_to_alpha(record.format, context.key, out, count);
     } else if (has(record, IMG_F_ACCESS)) {
-        if (count && !context.scratch) return 0; // after the codec's end of the frame
+        if (!context.scratch) return 0; // after the codec's end of the frame
         convert_line(context, line, context.scratch, count);
         if (context.state & key_becomes_alpha && !key_to_alpha(record.format, context.key, context.scratch, count))
             return 0;

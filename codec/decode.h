@@ -48,7 +48,6 @@ int img_decode_access(void *context, uint32_t x, uint32_t y, uint32_t count, voi
 
 // Runs the line function.
 inline void convert_line(const DecodeContext &context, const void *src, void *dst, uint32_t count) {
-    if (!count) return; // which not every routine takes
     if (context.state & expands_palette)
         context.expand(src, dst, count, context.palette);
     else

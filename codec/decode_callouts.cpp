@@ -144,8 +144,7 @@ void store_key(const DecodeContext &context, img_format codec_format, uint32_t k
     if (bits_per_pixel(record.format) <= 8) record.transparency8 = static_cast<uint8_t>(key);
     if (bits_per_pixel(record.format) == 16) record.transparency16 = static_cast<uint16_t>(key);
     const bool expands = context.state & expands_palette;
-    // Kept: only expansion looks at the key as an index; a conversion takes its bits as they lie.
-    const KeyPixel pixel = key_pixel(codec_format, expands ? key << index_shift(codec_format) : key);
+    const KeyPixel pixel = key_pixel(codec_format, key);
     const bool wide = bits_per_pixel(record.format) > 16;
     constexpr img_format argb = FMT_ARGB8888HE;
     if (!expands) {
@@ -191,11 +190,7 @@ void dflt_set_transparency(void *data, img_record *image, uint32_t key) {
     record.flags |= IMG_F_TRANSP;
     const auto &caller = *context.caller;
     if (!caller.set_transparency) return;
-    const uint32_t depth = bits_per_pixel(record.format);
-    const uint32_t value = depth >= 24   ? record.transparency
-                           : depth == 16 ? record.transparency16
-                                         : record.transparency8;
-    caller.set_transparency(caller.data, &record, value);
+    caller.set_transparency(caller.data, &record, stored_key(record));
 }
 
 img_status dflt_scanline(void *data, img_record *, uintptr_t a, uintptr_t b, uintptr_t c, uintptr_t d) {

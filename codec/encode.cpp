@@ -47,12 +47,26 @@ namespace img {
 
 namespace {
 
-// How many pixels lie from an address on in the image's buffer, with what follows each row.
-uint64_t pixels_from(const img_record &record, const uint8_t *at) {
+// Bytes from an address to the end of the image's buffer.
+uint64_t bytes_from(const img_record &record, const uint8_t *at) {
     const auto *begin = static_cast<const uint8_t *>(record.data);
     const uint64_t bytes = uint64_t{record.height} * record.stride;
     if (at < begin || at >= begin + bytes) return 0;
-    return (bytes - static_cast<uint64_t>(at - begin)) * 8 / bits_per_pixel(record.format);
+    return bytes - static_cast<uint64_t>(at - begin);
+}
+
+// Cuts the run that starts at column x and at the address to what can be read. Returns where to read it.
+const uint8_t *readable_run(const img_record &record, const uint8_t *at, uint32_t x, uint32_t &count, void *out) {
+    const uint32_t bits = bits_per_pixel(record.format);
+    const uint64_t there = bytes_from(record, at), end = uint64_t{x} + count;
+    if (bits >= 8 || end > record.width) {
+        if (there * 8 / bits < count) count = static_cast<uint32_t>(there * 8 / bits);
+        return at;
+    }
+    const uint64_t in_row = run_bytes(record.format, record.width) - run_bytes(record.format, x);
+    // The codec's pixels are larger than these, so there is room for the run.
+    return padded_run(at, in_row < there ? in_row : there, run_bytes(record.format, count),
+                      static_cast<uint8_t *>(out));
 }
 
 } // namespace
@@ -78,8 +92,7 @@ int img_encode_access(void *data, uint32_t x, uint32_t y, uint32_t count, void *
         return 0;
     }
     if (x) line += run_bytes(record.format, x);
-    const uint64_t there = pixels_from(record, line);
-    if (there < count) count = static_cast<uint32_t>(there);
+    line = readable_run(record, line, x, count, out);
     if (count) img_dtransform_apply(context.transform, line, out, count);
     return 0;
 }

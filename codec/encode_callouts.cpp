@@ -65,6 +65,8 @@ img_status dflt_setup(void *data, img_record *image, uint32_t setup_flags) {
     if (caller.setup)
         if (const img_status status = caller.setup(caller.data, &record, setup_flags)) return status;
     context.state |= encode_set_up;
+    // Without this check the codec would write whatever its own row buffer holds: a black image.
+    if (record.width && record.height && !has(record, storage_flags)) return IMG_ST_BADARG;
     if (context.state & needs_conversion) return prepare_conversion(context, *image, setup_flags);
     memcpy(&image->data, &record.data, sizeof record.data);
     memcpy(&image->access_arg, &record.access_arg, sizeof record.access_arg);
@@ -86,15 +88,16 @@ img_status dflt_get_transparency(void *data, img_record *image, void *dst) {
     if (caller.get_transparency) return caller.get_transparency(caller.data, context.record, dst);
     if (!has(*image, IMG_F_TRANSP)) return IMG_ST_BADARG;
     const img_record &record = *context.record;
-    const void *key = &record.transparency;
     if (bits_per_pixel(record.format) > 16) { // by way of the destination
-        if (const img_status status = img_convert_data(FMT_ARGB8888HE, key, record.format, dst, 1)) return status;
-        key = dst;
+        if (const img_status status = img_convert_data(FMT_ARGB8888HE, &record.transparency, record.format, dst, 1))
+            return status;
+        if (context.transform) img_dtransform_apply(context.transform, dst, dst, 1);
+    } else if (context.transform) {
+        const KeyPixel pixel = key_pixel(record.format, stored_key(record));
+        img_dtransform_apply(context.transform, pixel.bytes, dst, 1);
+    } else {
+        memcpy(dst, &record.transparency, run_bytes(record.format, 1));
     }
-    if (context.transform)
-        img_dtransform_apply(context.transform, key, dst, 1);
-    else if (key != dst)
-        memcpy(dst, key, run_bytes(record.format, 1));
     return IMG_ST_OK;
 }
 

@@ -6,17 +6,25 @@
 #include "core/owned.h"
 #include "pictra/pictra.h"
 
+#include <errno.h>
 #include <fcntl.h>
 
 namespace img {
+
+// A signal that arrives while the file is being opened, a pipe with a name for instance, is no failure.
+inline int open_uninterrupted(const char *path, int flags) {
+    int fd;
+    do fd = open(path, flags | O_CLOEXEC, 0666);
+    while (fd < 0 && errno == EINTR);
+    return fd;
+}
 
 // Opens the file for reading, or creates it for writing. The stream closes before the descriptor, so what it still holds
 // is written.
 class FileStream {
 public:
     FileStream(const char *path, uint32_t mode)
-        : fd_(mode == IO_READ ? open(path, O_RDONLY | O_CLOEXEC)
-                              : open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)),
+        : fd_(open_uninterrupted(path, mode == IO_READ ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC)),
           stream_(fd_ ? io_open(IO_FD, mode, fd_.get()) : nullptr) {}
     ~FileStream() { io_close(stream_); }
     FileStream(const FileStream &) = delete;

@@ -99,7 +99,8 @@ namespace img {
 
 img_status copy_image(const img_record &src, img_record &dst, bool upside_down) {
     if (!has_all(src, shape_flags)) return IMG_ST_BADARG;
-    imgcpy(dst, src, shape_flags); // Kept: the number of colours is the destination's own
+    take_format(dst, src);
+    imgcpy(dst, src, size_flags);
 
     img_dtransform_state *created;
     if (const img_status status = img_dtransform_create(&src, &dst, &created)) return status;

@@ -78,13 +78,25 @@ void copy_palette(img_record &dst, const img_record &src) {
     for (uint32_t i = count; i < dst.ncolors; i++) dst.palette[i] = 0;
 }
 
+const uint8_t *padded_run(const uint8_t *run, uint64_t there, uint64_t needed, uint8_t *room) {
+    if (needed <= there) return run;
+    memcpy(room, run, there);
+    memset(room + there, 0, needed - there);
+    return room;
+}
+
+uint32_t stored_key(const img_record &record) {
+    const uint32_t bits = bits_per_pixel(record.format);
+    return bits > 16 ? record.transparency : bits == 16 ? record.transparency16 : record.transparency8;
+}
+
 KeyPixel key_pixel(img_format format, uint32_t key) {
     KeyPixel pixel;
     const uint32_t bits = bits_per_pixel(format);
     memcpy(pixel.bytes, &key, sizeof key);
     const auto half = static_cast<uint16_t>(key);
     if (bits == 16) memcpy(pixel.bytes, &half, sizeof half);
-    if (bits <= 8) pixel.bytes[0] = static_cast<uint8_t>(key);
+    if (bits <= 8) pixel.bytes[0] = static_cast<uint8_t>(key << (8 - bits));
     return pixel;
 }
 

@@ -22,6 +22,11 @@ constexpr uint64_t run_bits(img_format format, uint64_t n) { return bits_per_pix
 // Bytes that n pixels take, and where pixel n begins: pixels of 1 and 4 bits round up to a byte, also as an offset.
 constexpr uint64_t run_bytes(img_format format, uint64_t n) { return (run_bits(format, n) + 7) >> 3; }
 
+// A run of a row, from a byte with `there` bytes left in the row. A run of 1- or 4-bit pixels that starts inside a byte is
+// read from the next byte on and may need a byte more than the row has: that byte counts as 0. The run is then assembled in
+// room, which holds `needed` bytes.
+const uint8_t *padded_run(const uint8_t *run, uint64_t there, uint64_t needed, uint8_t *room);
+
 // Bytes of a row that the library allocates: the one stride rule.
 constexpr uint64_t row_bytes(img_format format, uint64_t n) { return (run_bytes(format, n) + 3) & ~uint64_t{3}; }
 
@@ -50,12 +55,11 @@ void take_format(img_record &dst, const img_record &src);
 // Fills dst's palette with the entries of src's, as far as they reach, and with 0.
 void copy_palette(img_record &dst, const img_record &src);
 
-// How far up an index of 1 or 4 bits lies in its byte, when it is the first of a run.
-constexpr uint32_t index_shift(img_format format) {
-    return bits_per_pixel(format) < 8 ? 8 - bits_per_pixel(format) : 0;
-}
+// The colour key as the record keeps it for its depth: an index, a pixel, or an FMT_ARGB8888HE word.
+uint32_t stored_key(const img_record &record);
 
-// A colour key as the bytes of a pixel.
+// A colour key as a run of one pixel of the format, for the routines that convert runs. The key of a palette format is an
+// index; one of 1 or 4 bits goes to the top of its byte, where the first pixel of a run is.
 struct KeyPixel {
     uint8_t bytes[4];
 };

@@ -31,7 +31,9 @@ img_status Frame::begin(const Cut &cut, uint32_t lines, uint64_t extra) {
     lines_ = lines;
     if (has(src_, IMG_F_DIRECT)) {
         const uint64_t offset = uint64_t{cut.y} * src_.stride;
-        first_ = row_at(src_, 0) + (cut.wraps ? static_cast<uint32_t>(offset) : offset) + run_bytes(src_.format, cut.x);
+        const uint64_t start = run_bytes(src_.format, cut.x);
+        first_ = row_at(src_, 0) + (cut.wraps ? static_cast<uint32_t>(offset) : offset) + start;
+        readable_ = run_bytes(src_.format, src_.width) - start;
     }
     if (transform_ || !first_)
         line_bytes_ = larger(1, larger(row_bytes(src_.format, cut.width), row_bytes(dst_.format, cut.width)));
@@ -45,7 +47,9 @@ const uint8_t *Frame::row(uint32_t i) {
     if (!line_bytes_) return first_ + uint64_t{i} * src_.stride;
     uint8_t *line = memory_.get() + i % lines_ * line_bytes_;
     if (!first_) Rows{src_}.pass(cut_.x, cut_.y + i, cut_.width, line);
-    const uint8_t *in = first_ ? first_ + uint64_t{i} * src_.stride : line;
+    const uint8_t *in = line;
+    if (first_)
+        in = padded_run(first_ + uint64_t{i} * src_.stride, readable_, run_bytes(src_.format, cut_.width), line);
     if (transform_) img_dtransform_apply(transform_.get(), in, line, cut_.width);
     return line;
 }
@@ -89,7 +93,7 @@ void Frame::rows_to_function(const Cut &cut, const Placement &placement) {
 }
 
 img_status Frame::copy_rows(const Cut &cut, const Placement &placement) {
-    if (!cut.height || (!cut.width && !has(dst_, storage_flags))) return done();
+    if (!cut.width || !cut.height) return done();
     const uint64_t line_bytes = to_buffer() ? 0 : larger(1, row_bytes(dst_.format, cut.width));
     if (const img_status status = begin(cut, 1, line_bytes)) return status;
     if (to_buffer())

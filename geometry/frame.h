@@ -77,6 +77,7 @@ private:
     uint32_t lines_ = 0;
     uint64_t line_bytes_ = 0;        // 0 when rows are read where they lie
     const uint8_t *first_ = nullptr; // of a buffer, where the cut begins
+    uint64_t readable_ = 0;          // bytes from there to the end of the row
 };
 
 } // namespace img

@@ -14,15 +14,32 @@ constexpr uint32_t default_buffer_size = 2048;
 
 int descriptor(intptr_t handle) { return static_cast<int>(handle); }
 
-// Errors count as nothing moved; errno tells.
-uint32_t moved(ssize_t result) { return result < 0 ? 0 : static_cast<uint32_t>(result); }
-
-uint32_t io_fd_read(intptr_t handle, void *dst, uint32_t length) {
-    return moved(read(descriptor(handle), dst, length));
+// Calls the operation again while a signal interrupts it. Errors count as nothing moved and leave errno set; otherwise
+// errno stays as it was, because the stream tells the end of the data from an error by it.
+template <typename Operation> uint32_t uninterrupted(Operation operation) {
+    const int before = errno;
+    for (;;) {
+        const ssize_t moved = operation();
+        if (moved >= 0) return static_cast<uint32_t>(moved);
+        if (errno != EINTR) return 0;
+        errno = before;
+    }
 }
 
+uint32_t io_fd_read(intptr_t handle, void *dst, uint32_t length) {
+    return uninterrupted([=] { return read(descriptor(handle), dst, length); });
+}
+
+// A short write is no full disk: the rest is written until a call moves nothing.
 uint32_t io_fd_write(intptr_t handle, const void *src, uint32_t length) {
-    return moved(write(descriptor(handle), src, length));
+    uint32_t written = 0;
+    while (written < length) {
+        const auto *rest = static_cast<const uint8_t *>(src) + written;
+        const uint32_t moved = uninterrupted([=] { return write(descriptor(handle), rest, length - written); });
+        if (!moved) break;
+        written += moved;
+    }
+    return written;
 }
 
 int64_t io_fd_seek(intptr_t handle, int32_t offset, int whence) { return lseek(descriptor(handle), offset, whence); }

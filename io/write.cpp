@@ -34,13 +34,17 @@ uint32_t io_ostream_write(io_stream *self, const void *src, uint32_t length) {
 }
 
 int io_ostream_flush(io_stream *self) {
-    if (!self->position) return 0; // Kept: a missing buffer alone is no reason
+    if (!self->position) return 0;
+    if (!self->buffer) { // a skip counted bytes as consumed before there was one
+        errno = EFBIG;
+        return -1;
+    }
     const uint32_t waiting = self->position;
     const uint32_t moved = smaller(transfer(*self, self->buffer, smaller(self->limit, waiting)), waiting);
     self->count += moved;
     self->position -= moved;
     if (!self->position) return 0;
-    if (moved && self->buffer) memmove(self->buffer, self->buffer + moved, self->position);
+    if (moved) memmove(self->buffer, self->buffer + moved, self->position);
     errno = EFBIG;
     return -1;
 }

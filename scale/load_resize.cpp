@@ -142,6 +142,7 @@ void start_consumer(Shared &shared) {
 
 int producer_put_scanline(void *data, uint32_t x, uint32_t, uint32_t count, void *line) {
     Shared &shared = shared_of(data);
+    if (!count) return 0; // an empty run is no row
     Lock lock{shared.mutex};
     if (lock.error()) return lock.error();
     if (shared.state & not_started) start_consumer(shared);

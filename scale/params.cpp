@@ -43,9 +43,9 @@ int img_scl_calc_parms(img_format format, uint32_t src_width, uint32_t dst_width
     parms->halvings = count_halvings(src, dst_width);
     if (src < dst_width) {
         parms->dir = -parms->dir;
-        parms->src_start = (src - 1) * elements;
-        parms->dst_start = (dst_width - 1) * elements;
-        parms->edge_count = dst_width / (2 * src) + 1;
+        parms->src_start = (uint64_t{src} - 1) * elements;
+        parms->dst_start = (uint64_t{dst_width} - 1) * elements;
+        parms->edge_count = repeated_at_edge(src, dst_width);
     }
     parms->half = dst_width >> 1;
     parms->main_count = dst_width - parms->edge_count;

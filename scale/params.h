@@ -23,8 +23,8 @@ using img_scl_planner = bool (*)(const img_scl_parms &parms, uint32_t *memory);
 struct img_scl_parms {
     img_scl_func scaler;
     int32_t dir;        // from one pixel to the next: forward when reducing, backward when enlarging
-    uint32_t src_start; // the first pixel read
-    uint32_t dst_start; // the first pixel written
+    uint64_t src_start; // the first pixel read
+    uint64_t dst_start; // the first pixel written
     uint32_t src_width; // in pixels, before halving
     uint32_t dst_width;
     uint32_t half;       // of dst_width: from here on the mean with the neighbour is taken
@@ -46,6 +46,11 @@ constexpr uint64_t plan_words(uint32_t width) { return plan_starts(width) + ((ui
 
 // Halvings after which a size is at most twice the other; it is halved on the way.
 uint32_t count_halvings(uint32_t &from, uint32_t to);
+
+// How often an enlargement repeats the last row, or the first pixel, of its source.
+constexpr uint32_t repeated_at_edge(uint32_t from, uint32_t to) {
+    return static_cast<uint32_t>(to / (2 * uint64_t{from})) + 1;
+}
 
 // Fills the record. 0, or -1 for a format without scaler. Widths are not 0.
 int img_scl_calc_parms(img_format format, uint32_t src_width, uint32_t dst_width, img_scl_parms *parms);

@@ -204,7 +204,7 @@ img_status Resizer::run(bool upside_down) {
     if (parms_.planner && parms_.planner(parms_, plan)) parms_.plan = plan;
 
     const uint32_t sh = src_.height, dh = dst_.height;
-    const uint32_t tail_rows = sh < dh ? dh / (2 * sh) + 1 : 0;
+    const uint32_t tail_rows = sh < dh ? repeated_at_edge(sh, dh) : 0;
     const uint32_t quotient = sh / dh, remainder = sh % dh, half = dh >> 1;
     // A resize onto its own buffer that grows must not overwrite rows that it has yet to read.
     const bool backward =

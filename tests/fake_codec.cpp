@@ -29,6 +29,8 @@ void move_row(const img_record &image, uint32_t i, img_format format, uint32_t w
         const uint32_t count = std::min(run, width - x);
         uint8_t *line = rows + size_t{y} * tight_row(format, width) + tight_row(format, x);
         if (!(image.flags & IMG_F_DIRECT)) {
+            if (script.empty_runs) image.access(image.access_arg, x, y, 0, line);
+            if (script.empty_runs) image.access(image.access_arg, width, y, 0, line);
             image.access(image.access_arg, x, y, count, line);
             continue;
         }

@@ -23,6 +23,7 @@ struct Script {
     uint32_t setup_flags = IMG_SETUP_TOPDOWN;
     img_flags flags = 0;              // further flags of its description
     uint32_t run = 0;                 // pixels delivered at a time; 0 for whole rows
+    bool empty_runs = false;          // further runs of 0 pixels, at the row's begin and end
     uint32_t extra_rows = 0;          // sent below the picture
     uint32_t fail_after = UINT32_MAX; // rows, then it answers `frame` at once
     bool reports_rows = false;        // calls scanline for each row, and stops if told so

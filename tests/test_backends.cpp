@@ -1,10 +1,17 @@
 // SPDX-License-Identifier: MIT
+#include "codec/stream_file.h"
 #include "tests/memory.h"
 #include "tests/temp.h"
 #include "tests/transcript.h"
 
 #include <errno.h>
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+
+#include <thread>
 
 namespace {
 
@@ -72,6 +79,93 @@ TEST(FdBackend, Writes) {
     EXPECT_EQ(errno, EFBIG);
     goes(h, "k0=-1");
     io_close(h);
+}
+
+// Signals that interrupt whatever waits in this thread.
+class Interrupts {
+public:
+    Interrupts() {
+        struct sigaction action {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGALRM, &action, &before_);
+        set(2000);
+    }
+    ~Interrupts() {
+        set(0);
+        sigaction(SIGALRM, &before_, nullptr);
+    }
+
+private:
+    static void set(suseconds_t microseconds) {
+        const itimerval timer{{0, microseconds}, {0, microseconds}};
+        setitimer(ITIMER_REAL, &timer, nullptr);
+    }
+    struct sigaction before_;
+};
+
+// The other end of a pipe, in a thread that no signal interrupts and that starts late.
+template <typename Body> std::thread other_end(Body body) {
+    sigset_t all, before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    std::thread thread{[body] {
+        usleep(30000);
+        body();
+    }};
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return thread;
+}
+
+TEST(FdBackend, SignalsNeitherEndAReadNorShortenAWrite) {
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);
+    io_handle *h = io_open(IO_FD, IO_READ, fds[0]);
+    std::thread writer = other_end([&] { EXPECT_EQ(write(fds[1], "abc", 3), 3); });
+    {
+        const Interrupts interrupts;
+        goes(h, "r3=abc");
+    }
+    writer.join();
+    std::thread closer = other_end([&] { close(fds[1]); });
+    {
+        const Interrupts interrupts;
+        goes(h, "g="); // the end, and no error although a read was interrupted on the way
+    }
+    closer.join();
+    io_close(h);
+    close(fds[0]);
+
+    const TempFile fifo;
+    ASSERT_EQ(unlink(fifo.path()) | mkfifo(fifo.path(), 0600), 0);
+    std::thread opener = other_end([&] { close(open(fifo.path(), O_WRONLY)); });
+    {
+        const Interrupts interrupts;
+        EXPECT_TRUE(img::FileStream(fifo.path(), IO_READ).opened());
+    }
+    opener.join();
+
+    ASSERT_EQ(pipe(fds), 0);
+    h = io_open(IO_FD, IO_WRITE, fds[1]);
+    const std::string sent(300000, 's');
+    std::string received;
+    std::thread reader = other_end([&] {
+        char bytes[5000];
+        while (received.size() < sent.size()) {
+            const ssize_t n = read(fds[0], bytes, sizeof bytes);
+            if (n <= 0) break;
+            received.append(bytes, static_cast<size_t>(n));
+            usleep(500);
+        }
+    });
+    {
+        const Interrupts interrupts;
+        EXPECT_EQ(h->write(h->self, sent.data(), 300000), 300000u);
+    }
+    io_close(h);
+    close(fds[1]);
+    reader.join();
+    EXPECT_EQ(received, sent);
+    close(fds[0]);
 }
 
 TEST(MemBackend, DeliversTheAreaInPlace) {

@@ -229,6 +229,21 @@ TEST_F(Decode, RunsWithinARow) {
     EXPECT_EQ(script.log, "frame row(0,0,2) row(2,0,1) row(0,1,2) row(2,1,1)");
 }
 
+// An empty run neither takes the place of a row nor reaches the caller.
+TEST_F(Decode, EmptyRunsDoNothing) {
+    picture(FMT_G8);
+    script.pixels = {8, 16, 24, 32, 40, 48};
+    script.empty_runs = true;
+    for (const bool access : {false, true}) {
+        ask(FMT_XRGB1555HE);
+        if (access) collect();
+        ASSERT_EQ(decode(), IMG_ST_OK);
+        EXPECT_EQ(access ? collected : all_rows(),
+                  as_here(FMT_XRGB1555HE, {0x21, 0x84, 0x42, 0x88, 0x63, 0x8c, 0x84, 0x90, 0xa5, 0x94, 0xc6, 0x98}));
+    }
+    EXPECT_EQ(script.log, "frame row(0,0,3) row(0,1,3)");
+}
+
 TEST_F(Decode, AlphaPalettesAndColourKeys) {
     const std::vector<uint32_t> colours{0xff102030, 0x80405060}, blues{0xff000010, 0xff000020};
     const img_flags want = IMG_F_WANT_ALPHA;
@@ -313,8 +328,9 @@ TEST_F(Decode, ColourKeyIsStoredInTheRecordsForm) {
     for (const auto &[from, to, key, stored] :
          {Case{FMT_G8, FMT_G8, 0x7f, 0x7f}, Case{FMT_G8, FMT_RGB888, 0x7f, 0xff7f7f7f},
           Case{FMT_RGB888, FMT_RGB565HE, red, 0xf800}, Case{FMT_RGB888, FMT_XBGR8888OE, red, 0xffff0000},
-          Case{FMT_PAL1, FMT_PAL1, 1, 1}, Case{FMT_PAL4, FMT_XRGB8888HE, 2, 0xff000022},
-          Case{FMT_PAL1, FMT_RGB565HE, 1, 0x0002}, Case{FMT_PAL8, FMT_PAL8, 2, 2}}) {
+          Case{FMT_PAL1, FMT_PAL1, 1, 1}, Case{FMT_PAL1, FMT_PAL8, 1, 1}, Case{FMT_PAL4, FMT_PAL8, 2, 2},
+          Case{FMT_PAL4, FMT_XRGB8888HE, 2, 0xff000022}, Case{FMT_PAL1, FMT_RGB565HE, 1, 0x0002},
+          Case{FMT_PAL8, FMT_PAL8, 2, 2}}) {
         picture(from);
         if (from & IMG_FMT_PAL) script.palette = {0xff000000, 0xff000011, 0xff000022};
         script.key = key;

@@ -3,6 +3,7 @@
 #include "tests/fake_codec.h"
 #include "tests/image.h"
 #include "tests/memory.h"
+#include "tests/runs.h"
 
 #include <gtest/gtest.h>
 
@@ -143,6 +144,19 @@ TEST_F(Encode, PaletteAndColourKey) {
         ASSERT_EQ(encode({format}), IMG_ST_OK);
         EXPECT_EQ(script.written_key, key);
     }
+    for (const img_format format : {FMT_PAL1, FMT_PAL4, FMT_PAL8}) { // the key is an index whatever its depth
+        use_indices();
+        image.format = format;
+        image.flags |= IMG_F_TRANSP;
+        image.transparency8 = 1;
+        const std::pair<img_format, uint32_t> outputs[] = {
+            {FMT_PAL8, word_of({1})}, {FMT_BGR888, word_of({0x60, 0x50, 0x40})}, {format, word_of({1})}};
+        for (const auto &[written, key] : outputs) {
+            script.written_key = 0;
+            ASSERT_EQ(encode({written}), IMG_ST_OK);
+            EXPECT_EQ(script.written_key, key) << std::hex << format << " as " << written;
+        }
+    }
     image.format = FMT_A8;
     image.flags |= IMG_F_TRANSP;
     script.written_key = word_of({1, 2, 3, 4});
@@ -154,14 +168,22 @@ TEST_F(Encode, PaletteAndColourKey) {
 TEST_F(Encode, MissingStorageAndFunctions) {
     use(FMT_G8, {}, {});
     image.flags &= ~img_flags{IMG_F_DIRECT};
-    const Bytes untouched(18, 0xee);
-    EXPECT_EQ(encode({FMT_G8}), IMG_ST_OK) << "the codec sees that there are no pixels";
-    EXPECT_EQ(script.image.flags, image.flags);
-    for (const uint32_t flags : {0u, uint32_t{IMG_SETUP_TOPDOWN}, uint32_t{IMG_SETUP_BOTTOMUP}}) {
-        script.setup_flags = flags;
-        EXPECT_EQ(encode({FMT_RGB888}), IMG_ST_OK);
-        EXPECT_EQ(script.written, untouched);
+    for (const img_format format : {FMT_G8, FMT_RGB888}) {
+        EXPECT_EQ(encode({format}, &callouts), IMG_ST_BADARG) << "no pixels to write";
+        EXPECT_TRUE(script.log.ends_with("setup(2) abort")) << script.log;
+        EXPECT_TRUE(script.written.empty());
     }
+    image.height = 0;
+    EXPECT_EQ(encode({FMT_RGB888}), IMG_ST_OK) << "an image without pixels needs no storage";
+    image.height = 2;
+    img_encode_callouts late{};
+    late.data = pixels.data();
+    late.setup = [](void *data, img_record *record, uint32_t) -> img_status {
+        record->flags |= IMG_F_DIRECT;
+        record->data = data;
+        return IMG_ST_OK;
+    };
+    EXPECT_EQ(encode({FMT_RGB888}, &late), IMG_ST_OK) << "the setup callout may bring the pixels";
 
     img_codec *bare = img_codec_register(&handle, bare_codec, nullptr, nullptr);
     EXPECT_EQ(img_encode_begin(bare, nullptr, nullptr), IMG_ST_NOTSUP);
@@ -195,6 +217,46 @@ TEST_F(Encode, PixelsOutsideTheBufferAreNotFetched) {
         EXPECT_EQ(script.written, (Bytes{5, 5, 5, 6, 6, 6, 7, 7, 7})) << "what follows a row is read in the last, too";
     }
     codec_release(greedy);
+}
+
+// Indices that start inside a byte are read from the next byte on; the byte that the last row then lacks is 0. An empty
+// run takes its row like any other.
+TEST_F(Encode, RunsInsideAByteEndWithTheRow) {
+    static std::vector<std::pair<uint32_t, uint32_t>> runs; // columns and counts
+    img_codec *asking = img_codec_register(
+        &handle,
+        [](img_codec_funcs *table, size_t) -> img_status {
+            table->encode_frame = [](io_handle *, const img_encode_callouts *callouts, img_record *image, void **) {
+                const img_format format = FMT_PAL8;
+                callouts->choose_format(callouts->data, image, &format, 1);
+                const img_status status = callouts->setup(callouts->data, image, script.setup_flags);
+                for (const auto &[x, count] : runs) {
+                    uint8_t out[8] = {9, 9, 9, 9, 9, 9, 9, 9};
+                    image->access(image->access_arg, x, 0, count, out);
+                    script.written.insert(script.written.end(), out, out + 4);
+                }
+                return status;
+            };
+            return IMG_ST_OK;
+        },
+        nullptr, nullptr);
+    const auto rows = [&](uint32_t flags, std::vector<std::pair<uint32_t, uint32_t>> asked) {
+        const Bytes tight{0x12, 0x34, 0x56, 0x78}; // two rows without gaps, which end where memory does
+        const ::runs::Fenced memory(tight.size());
+        image = a_record(IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | IMG_F_DIRECT, FMT_PAL4, 4, 2);
+        image.data = memory.before_end(tight.size());
+        memcpy(image.data, tight.data(), tight.size());
+        image.stride = 2;
+        script.setup_flags = flags;
+        script.written.clear();
+        runs = asked;
+        EXPECT_EQ(img_encode_frame(asking, nullptr, nullptr, &image, nullptr), IMG_ST_OK);
+        return script.written;
+    };
+    EXPECT_EQ(rows(IMG_SETUP_BOTTOMUP, {{1, 3}, {1, 3}}), (Bytes{7, 8, 0, 9, 3, 4, 0, 9}));
+    EXPECT_EQ(rows(IMG_SETUP_TOPDOWN, {{0, 0}, {3, 1}}), (Bytes{9, 9, 9, 9, 0, 9, 9, 9}));
+    EXPECT_EQ(rows(IMG_SETUP_TOPDOWN, {{0, 0}, {2, 2}}), (Bytes{9, 9, 9, 9, 7, 8, 9, 9}));
+    codec_release(asking);
 }
 
 TEST_F(Encode, FailingAllocations) {

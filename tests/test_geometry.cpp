@@ -109,6 +109,45 @@ TEST(Geometry, AccessFunctionsAreCalledInOrder) {
     }
 }
 
+TEST(Geometry, NothingInCommonCallsNothing) {
+    for (const Op op : {hflip, vflip, crop, rot180})
+        for (const bool no_width : {false, true}) {
+            Image src{FMT_G8, 4, 4, true}, dst{FMT_RGB888, no_width ? 0u : 4u, no_width ? 4u : 0u, true};
+            EXPECT_EQ(run(op, src.record, dst.record), IMG_ST_OK);
+            EXPECT_EQ(src.calls + dst.calls, "");
+        }
+}
+
+// A cut that starts inside a byte is read from the next byte on. What would lie after the row is 0, and is not read.
+TEST(Geometry, CutsInsideAByteEndWithTheRow) {
+    const runs::Fenced memory(32);
+    for (const img_format format : {FMT_PAL1, FMT_PAL4})
+        for (uint32_t width = 1; width <= 17; width++)
+            for (uint32_t w = 1; w <= width; w++)
+                for (const Op op : {hflip, vflip, crop, rot180, rot270}) {
+                    const auto row = static_cast<uint32_t>(img::run_bytes(format, width));
+                    const uint32_t bits = img::bits_per_pixel(format), per_byte = 8 / bits;
+                    const uint32_t skipped = (width - w + per_byte - 1) / per_byte * per_byte, there = row * per_byte;
+                    img_record src =
+                        a_record(IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | IMG_F_DIRECT, format, width, 2);
+                    src.data = memory.before_end(2 * row);
+                    src.stride = row;
+                    memset(src.data, 0xff, 2 * row);
+                    const bool turned = op == rot270, mirrored = op == hflip || op == rot180 || turned;
+                    img_record dst =
+                        a_record(IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT, FMT_PAL8, turned ? 2 : w, turned ? w : 2);
+                    ASSERT_EQ(run(op, src, dst, width - w), IMG_ST_OK);
+                    for (uint32_t k = 0; k < 2 * w; k++) {
+                        const uint32_t i = mirrored ? w - 1 - k % w : k % w, y = k / w;
+                        const uint8_t *at = turned ? img::row_at(dst, k % w) + y : img::row_at(dst, y) + k % w;
+                        ASSERT_EQ(*at, skipped + i < there ? (1 << bits) - 1 : 0)
+                            << std::hex << format << std::dec << " op " << op << " " << w << " of " << width << " "
+                            << k;
+                    }
+                    free(dst.data);
+                }
+}
+
 TEST(Geometry, InPlace) {
     const auto image = [](img_format format, uint32_t width, uint32_t height, Bytes *pixels) {
         img_record r = a_record(pixels ? IMG_F_DIRECT : 0, format, width, height);
@@ -195,8 +234,9 @@ TEST(Geometry, RefusalsAndWhatTheyLeave) {
         uint32_t x, y, size;
         img_status status;
     };
-    for (const auto &[x, y, size, status] : {Cut{2, 1, 2, IMG_ST_OK}, Cut{3, 1, 2, IMG_ST_BADARG},
-                                             Cut{4, 3, 0, IMG_ST_OK}, Cut{0xffffffff, 0, 2, IMG_ST_BADARG}}) {
+    for (const auto &[x, y, size, status] :
+         {Cut{2, 1, 2, IMG_ST_OK}, Cut{3, 1, 2, IMG_ST_BADARG}, Cut{4, 3, 0, IMG_ST_OK},
+          Cut{0xffffffff, 0, 2, IMG_ST_BADARG}, Cut{2, 2, 2, IMG_ST_BADARG}}) {
         img_record part = a_record(IMG_F_WIDTH | IMG_F_HEIGHT, 0, size, size);
         EXPECT_EQ(run(crop, src.record, part, x, y), status);
         // Whether the palette is opaque is not taken.

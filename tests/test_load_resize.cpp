@@ -47,6 +47,7 @@ TEST_F(LoadResize, EqualsLoadThenResize) {
         const uint32_t orders[] = {IMG_SETUP_TOPDOWN, IMG_SETUP_BOTTOMUP, 0};
         script.setup_flags = orders[pick(3)];
         script.run = pick(3) ? 0 : 1 + pick(9);
+        script.empty_runs = pick(2) != 0;
         script.reports_rows = pick(2) != 0;
         const uint32_t width = pick(4) ? 1 + pick(30) : script.width, height = pick(4) ? 1 + pick(30) : script.height;
         const img_flags asked = (pick(2) ? IMG_F_FORMAT : 0) | both_sides;
@@ -116,6 +117,28 @@ TEST_F(LoadResize, SizesFollowTheDecodedPicture) {
     EXPECT_EQ(load(dst, &callouts), 31u);
     EXPECT_EQ(script.image.width, 7u);
     EXPECT_TRUE(script.log.starts_with("validate begin frame chooses for 7x5 setup(2)")) << script.log;
+}
+
+// How callers bound what follows from the proportions of a file.
+TEST_F(LoadResize, SetupSeesTheSizeBeforeItIsAllocated) {
+    picture(FMT_G8, 1, 100000);
+    img_decode_callouts callouts{};
+    img_record dst{};
+    callouts.data = &dst;
+    callouts.setup = [](void *data, img_record *, uint32_t) -> img_status {
+        const auto &record = *static_cast<img_record *>(data);
+        return uint64_t{record.width} * record.height > 1000000 ? IMG_ST_LIMIT : IMG_ST_OK;
+    };
+    for (const uint32_t order : {0u, uint32_t{IMG_SETUP_TOPDOWN}}) {
+        script.setup_flags = order;
+        dst = a_record(IMG_F_WIDTH, 0, 40000);
+        script.setup_status = IMG_ST_LIMIT; // as the codec hears it
+        const memory::Watch watch;
+        EXPECT_EQ(load(dst, &callouts), IMG_ST_LIMIT);
+        EXPECT_EQ(dst.height, 4000000000u);
+        EXPECT_FALSE(dst.flags & IMG_F_DIRECT);
+        EXPECT_EQ(watch.live(), 0u);
+    }
 }
 
 TEST_F(LoadResize, CalloutsGetTheCallersData) {

@@ -295,6 +295,27 @@ TEST(Resize, SizesAndStatuses) {
         std::tuple(-3, 3u, 27u, 3u, 7u, 0));
 }
 
+// Twice the smaller side does not fit in 32 bits.
+TEST(Resize, SidesBeyondTwoBillion) {
+    img::img_scl_parms parms;
+    ASSERT_EQ(img::img_scl_calc_parms(FMT_RGB888, 0x80000000, 0x80000001, &parms), 0);
+    EXPECT_EQ(std::tuple(parms.edge_count, parms.main_count), std::tuple(1u, 0x80000000u));
+    EXPECT_EQ(std::tuple(parms.src_start, parms.dst_start), std::tuple(0x17ffffffdu, 0x180000000u));
+
+    static uint32_t rows;
+    rows = 0;
+    const auto pass = [](void *, uint32_t, uint32_t, uint32_t, void *) -> int {
+        img_resize_set_abort(++rows == 9);
+        return 0;
+    };
+    img_record src = a_record(IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | IMG_F_ACCESS, FMT_G8, 1, 0x80000000);
+    src.access = pass;
+    img_record dst = src;
+    dst.height++;
+    EXPECT_EQ(img_resize_fs(&src, &dst), IMG_ST_NOMEM) << "stopped on the way";
+    EXPECT_EQ(rows, 9u);
+}
+
 TEST(Resize, AbortEndsARunAndFailuresReleaseEverything) {
     static uint32_t rows;
     rows = 0;

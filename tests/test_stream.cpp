@@ -134,6 +134,17 @@ TEST(StreamCtl, LendsTheBuffer) {
     s.goes("unop=0 g=nop g=qrstuvwx[r8=8] g=yz[r8=2] g=[r8=0]");
 }
 
+TEST(StreamFlush, NeedsABuffer) {
+    FakeBackend b{.data = text, .skips = true};
+    const Stream s{b};
+    s.goes("s3=0[s3=1] c=8,0,3,-4"); // counted as consumed before there is a buffer
+    errno = 0;
+    EXPECT_EQ(io_ostream_flush(&*s), -1);
+    EXPECT_EQ(errno, EFBIG);
+    EXPECT_EQ(b.take_log(), "");
+    s.goes("c=8,0,3,-4 r2=de[r8=8]");
+}
+
 TEST(StreamCtl, ResizesTheBuffer) {
     FakeBackend b{.data = text}, longer{.data = text + text}, sink;
     const Stream s{b}, l{longer}, w{sink, IO_WRITE};

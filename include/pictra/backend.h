@@ -8,8 +8,9 @@
  * what it took: the record is freed without a call of backend_close.
  *
  * A read or write operation moves at most length bytes and reports no more. It must refuse a null address, as read() and
- * write() do: a stream whose buffer was not needed yet passes one on for IO_CTL_GETBUF. An error sets errno and reports
- * what was moved, 0 if nothing; the end of the data leaves errno alone.
+ * write() do: a stream whose buffer was not needed yet passes one on for IO_CTL_GETBUF, and only then. An error sets errno
+ * and reports what was moved, 0 if nothing; the end of the data leaves errno alone. The stream takes a short count for the
+ * end or an error and does not call again: an operation that a signal interrupts is the backend's to repeat.
  */
 #ifndef PICTRA_BACKEND_H
 #define PICTRA_BACKEND_H

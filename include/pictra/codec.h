@@ -63,7 +63,8 @@ typedef struct img_decode_callouts {
 typedef struct img_encode_callouts {
     /* Picks one of the formats that the codec can write; an index of nformats or above means none. */
     uint32_t (*choose_format)(void *data, img_record *image, const img_format *formats, uint32_t nformats);
-    /* Sees the image before its pixels are fetched. Non-zero stops the encode. */
+    /* Sees the image before its pixels are fetched, and may still give it storage. Non-zero stops the encode. An image
+     * with pixels that has no storage afterwards is refused with IMG_ST_BADARG; abort is then called. */
     img_status (*setup)(void *data, img_record *image, uint32_t setup_flags);
     /* The encode failed after a setup. */
     void (*abort)(void *data, img_record *image);
@@ -71,8 +72,8 @@ typedef struct img_encode_callouts {
     img_forward_func scanline;
     /* Fills dst with the image's ncolors palette entries in the given format. */
     img_status (*get_palette)(void *data, img_record *image, void *dst, img_format format);
-    /* Stores the colour key at dst, a pixel in the format that the codec writes. There must be room for four bytes: the key
-     * may lie there in the caller's format before. */
+    /* Stores the colour key at dst as a pixel in the format that the codec writes; for palette formats, also of 1 and 4
+     * bits, that is the index. dst must have room for four bytes: the key may pass through it in the caller's format. */
     img_status (*get_transparency)(void *data, img_record *image, void *dst);
     /* The frame is written. */
     void (*frame)(void *data, img_record *image);

@@ -133,7 +133,10 @@ typedef struct img_record {
     uint32_t ncolors;  /* entries of palette */
     uint32_t *palette; /* FMT_ARGB8888HE words */
     img_flags flags;
-    /* The colour key. An FMT_ARGB8888HE word for 24- and 32-bit records, else a pixel in the record's own format. */
+    /*
+     * The colour key: an FMT_ARGB8888HE word for 24- and 32-bit records, an index for palette formats (of 1 and 4 bits,
+     * too), else a pixel in the record's own format.
+     */
     union {
         uint32_t transparency;   /* 24 and 32 bits per pixel */
         uint16_t transparency16; /* 16 */

@@ -171,8 +171,8 @@ IMG_API void img_dtransform_free(img_dtransform_state *state);
 /*
  * Copies an image into another record, converting to the destination's format. What dst lacks of format, width and height
  * is taken from src; the common width and height are copied, from the top left. Storage that dst lacks is allocated and
- * given to the caller, for a palette format with a palette of dst's ncolors entries; after a failure dst has no storage that
- * it did not have before. src is borrowed.
+ * given to the caller, for a palette format with a palette of dst's ncolors entries; a palette format that is taken from src
+ * brings src's ncolors along. After a failure dst has no storage that it did not have before. src is borrowed.
  *
  * IMG_ST_OK      done
  * IMG_ST_BADFMT  no conversion for the pair of formats
@@ -190,8 +190,9 @@ IMG_API img_status img_dtransform_bu(const img_record *src, img_record *dst);
  * img_flip, img_crop and img_rotate_ortho copy into another record, converting to the destination's format. What dst
  * lacks of format (and for img_flip and img_rotate_ortho of width and height) is taken from src and flagged, also when a
  * later step fails. Storage that dst lacks is allocated and given to the caller, a palette included; after a failure dst
- * has no storage that it did not have before. src and its palette are borrowed. The colour key is not copied. A common
- * width or height of 0 moves nothing.
+ * has no storage that it did not have before. src and its palette are borrowed. The colour key is not copied. With a common
+ * width or height of 0 nothing is moved and no access function is called (IMG_ANGLE_0 is img_dtransform and does as that).
+ * 1- and 4-bit indices that start inside a byte are read from the next byte on; those that would lie after the row are 0.
  *
  * IMG_ST_OK      done
  * IMG_ST_BADFMT  dst's format has no strided copy (img_copy_getfunc), or no conversion from src's format
@@ -277,6 +278,10 @@ IMG_API void img_resize_set_abort(uint32_t abort);
  * dst. Non-zero from scanline stops load and resize. If the load fails when all rows of the result have been made, dst has
  * them. To get an image of its own size through an access function, use img_load_file: nothing is resized then, and
  * img_dtransform asks for the last row first, so that the others are gone.
+ *
+ * A side of dst that is not given follows the proportions of the file, whatever they are: a file of 432 bytes that holds
+ * 1 x 1,000,000 pixels makes a width of 1,000 a destination of 3 GB. To bound it, give both sides, or check dst in a setup
+ * callout: both sides are filled in by then, storage follows with the first row, and a status other than 0 ends the load.
  *
  * IMG_ST_NOMEM  no memory or thread, or stopped by img_resize_set_abort
  * Others are those of img_load_file and img_resize_fs.

@@ -65,7 +65,8 @@ typedef int io_backend_ctor(io_stream *stream, va_list *args);
 
 /*
  * A backend over an open file descriptor. Argument: int fd. The descriptor stays the caller's and is not closed. A
- * seekable one may be read to the size that the file has at this moment, at most 4 GiB - 1 bytes ahead.
+ * seekable one may be read to the size that the file has at this moment, at most 4 GiB - 1 bytes ahead. A call that a
+ * signal interrupts is made again, and a short write is continued until a call moves nothing.
  */
 IMG_API io_backend_ctor IO_FD;
 
@@ -133,7 +134,10 @@ IMG_API int64_t io_ostream_seek(io_stream *self, int32_t offset, int whence);
  */
 IMG_API uint32_t io_ostream_read(io_stream *self, void *dst, uint32_t length);
 
-/* Writing: hands waiting bytes to the backend. 0, or -1 and EFBIG when not all were taken; the rest stays buffered. */
+/*
+ * Hands the bytes that wait in the buffer to the backend. Returns 0, or -1 with EFBIG when the backend or the limit did not
+ * take all of them (the rest stays buffered) and when there is no buffer yet although bytes count as consumed.
+ */
 IMG_API int io_ostream_flush(io_stream *self);
 
 /*
