@@ -4,6 +4,9 @@
 #include "tests/memory.h"
 #include "tests/module_fixture.h"
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <chrono>
 
 using namespace modules;
@@ -145,6 +148,33 @@ TEST_F(ModuleDamage, WithoutMemoryNothingIsLeft) {
             ASSERT_TRUE(status == IMG_ST_NOMEM || bytes == whole) << module.extension << " " << n << " " << status;
         }
     }
+}
+
+// Some codec libraries crash without memory, so each attempt has a process of its own. What is called done must be whole.
+TEST_F(ModuleDamage, WithoutMemoryWritesAreWholeOrFail) {
+    enum { fine, wrong = 70, not_reached }; // sanitizers exit with 1
+    for (const Module &module : writers)
+        for (const img_format format : {FMT_PAL8, FMT_ARGB8888HE}) {
+            if (!module.takes(format)) continue;
+            Image image(format, 15, 11, format == FMT_PAL8 ? 40 : 0);
+            std::string whole;
+            ASSERT_EQ(write(module, image.record, whole), IMG_ST_OK);
+            for (size_t n = 1, outcome = fine; outcome != not_reached; n++) {
+                const pid_t child = fork();
+                if (!child) {
+                    close(STDERR_FILENO); // where the C library says how it crashed
+                    std::string bytes;
+                    const memory::Watch watch(n);
+                    const img_status status = write(module, image.record, bytes);
+                    _exit(!watch.failed() ? not_reached : status == IMG_ST_OK && bytes != whole ? wrong : fine);
+                }
+                int result = 0;
+                ASSERT_EQ(waitpid(child, &result, 0), child);
+                ASSERT_TRUE(WIFEXITED(result) || module.frail || format == FMT_ARGB8888HE) << module.extension << n;
+                outcome = WIFEXITED(result) ? static_cast<size_t>(WEXITSTATUS(result)) : size_t{fine};
+                EXPECT_NE(outcome, wrong) << module.extension << ' ' << n << (module.option ? module.option : "");
+            }
+        }
 }
 
 TEST_F(ModuleDamage, FailingWritesAndPicturesThatCannotBe) {

@@ -76,7 +76,10 @@ protected:
         callouts.set_value = [](void *data, img_record *, uintptr_t key, uintptr_t size, uintptr_t value, uintptr_t) {
             auto &self = *static_cast<ModuleTiff *>(data);
             const auto *text = reinterpret_cast<const char *>(value);
-            if (key == IMG_VALUE_OPTION) reinterpret_cast<img_option *>(value)->value = self.first;
+            if (key == IMG_VALUE_OPTION) {
+                auto &option = *reinterpret_cast<img_option *>(value);
+                if (option.name == "page"s) option.value = self.first;
+            }
             if (key == IMG_VALUE_ICC) self.values += "icc " + std::string(text, size) + ", ";
             if (key == IMG_VALUE_XMP) self.values += "xmp " + std::string(text, size) + ", ";
             if (key == IMG_VALUE_TEXT)
@@ -108,6 +111,9 @@ TEST_F(ModuleTiff, SamplesOfEveryKind) {
         const Words map16 = {0x1234, 0, 0, 0xff00, 0, 0, 0, 0xff00, 0, 0, 0, 0xff00};
         const Words map8 = {0x12, 0, 0, 0xff, 0, 0, 0, 0xff, 0, 0, 0, 0xff};
         const Words of_map = {0xff120000, 0xff000000, 0xff000000, 0xffffffff};
+        Words map256(768);
+        for (uint32_t i = 0; i < 768; i++) map256[i] = i % 256 * 0x101;
+        const img_format argb = little_endian(FMT_ARGB8888HE);
         const struct {
             std::vector<Entry> entries;
             std::string pixels;
@@ -134,7 +140,25 @@ TEST_F(ModuleTiff, SamplesOfEveryKind) {
              "\1\2\3\0\1\2\3\xff\x01\0\0\1"s,
              little_endian(FMT_ARGB8888HE),
              {0x8080ff40, 0, 0xff010203, 0x1ff0000}},
-            {page(8, 4, 2, {{338, 3, {0}}}), "abcxabcxabcxabcx", FMT_RGB888, Words(4, 0xff616263)},
+            // The fourth sample is alpha even if the file does not say so, a fifth is not.
+            {page(8, 4, 2, {{338, 3, {0}}}), "abcxabcxabcxabcx", argb, Words(4, 0x78616263)},
+            {page(8, 4, 2), "abcxabcxabcxabcx", argb, Words(4, 0x78616263)},
+            {page(8, 5, 2, {{338, 3, {0, 0}}}), "abcxyabcxyabcxyabcxy", FMT_RGB888, Words(4, 0xff616263)},
+            // A palette with alpha beside the index, and with something else.
+            {page(8, 2, 3, {{320, 3, map256}, {338, 3, {2}}}),
+             "a\x80"
+             "b\xff"
+             "c\xff"
+             "d\1",
+             argb,
+             {0x80616161, 0xff626262, 0xff636363, 0x1646464}},
+            {page(8, 2, 3, {{320, 3, map256}}), "axbxcxdx", FMT_PAL8, {0xff616161, 0xff626262, 0xff636363, 0xff646464}},
+            // With a sign: the lowest level is black.
+            {page(8, 1, 1, {{339, 3, {2}}}), "\x80\0\x7f\xff"s, FMT_G8, {0xff000000, 0xff808080, ~0u, 0xff7f7f7f}},
+            {page(16, 1, 1, {{339, 3, {2}}}),
+             wide({0x8000, 0, 0x7fff, 0xffff}),
+             FMT_G8,
+             {0xff000000, 0xff808080, ~0u, 0xff7f7f7f}},
             {page(8, 2, 1, {{338, 3, {2}}}),
              "a\x80"
              "b\xff"
@@ -205,6 +229,59 @@ TEST_F(ModuleTiff, WhatIsRefusedAndRowsBeforeACut) {
     record.flags = IMG_F_FORMAT | IMG_F_ACCESS;
     EXPECT_EQ(load(whole.substr(0, whole.size() - 1), record), 4u);
     EXPECT_EQ(rows, "ab");
+}
+
+// What libtiff reports and goes on after is a warning, or a refusal where the caller is strict: fax rows that it made up,
+// and a profile that is not there, of three gigabytes.
+TEST_F(ModuleTiff, WhatLibtiffReportsIsSaid) {
+    const Tiff file(false);
+    const Entry fax = {259, 3, {4}};
+    std::vector<Entry> profile = page(8, 1, 1);
+    profile.push_back({34675, 7, Words(5, 'x')});
+    std::string huge = file.make(profile, "abcd");
+    huge.replace(huge.find(file.number(34675, 2)) + 4, 4, file.number(3u << 30, 4));
+    const struct {
+        std::string bytes;
+        bool said;
+    } cases[] = {
+        {file.make(page(1, 1, 0, {fax}), "\xc0\x04\0\x40"s), false},        // two rows like the one above
+        {file.make(page(1, 1, 0, {fax}), "\x30\x1b\xc0\x04\0\x40"s), true}, // three pixels in a row of two
+        {huge, true},
+        {file.make(page(8, 1, 1, {{40000, 3, {1}}}), "abcd"), false}, // a tag of others
+    };
+    for (const auto &[bytes, said] : cases)
+        for (const bool strict : {false, true}) {
+            Loaded loaded;
+            Values told;
+            told.strict = strict;
+            EXPECT_EQ(load(bytes, loaded.record, &told.callouts), said && strict ? 4u : 0u) << &bytes - &cases[0].bytes;
+            EXPECT_EQ(told.told[IMG_VALUE_WARNING].size(), said && !strict ? 1u : 0u) << testing::PrintToString(bytes);
+        }
+}
+
+// Memory for rows is asked for once the page is set up, and no longer counts when the next page begins.
+TEST_F(ModuleTiff, LimitsOfPages) {
+    const Tiff file(false);
+    const auto tiles = [&](uint32_t side) {
+        return file.make(page(8, 1, 1, {{322, 4, {side}}, {323, 4, {side}}}), std::string(256, 'x'));
+    };
+    const struct {
+        std::string bytes;
+        uint64_t memory;
+        std::string limit;
+    } cases[] = {
+        {tiles(16), 0, ""},
+        {tiles(16), 70'000, ""},
+        {tiles(1024), 1'000'000, "memory 2162696 1000000"}, // the file's 64 KiB, a tile, a row of tiles, a line
+        {tiles(32768), 0, "tile 1073741824 268435456"},
+    };
+    for (const auto &[bytes, memory, limit] : cases) {
+        Loaded loaded;
+        Values told;
+        told.max_memory = memory;
+        EXPECT_EQ(load(bytes, loaded.record, &told.callouts), limit.empty() ? 0u : 10u) << limit;
+        EXPECT_EQ(told.limit, limit);
+    }
 }
 
 TEST_F(ModuleTiff, PagesValuesAndCompressions) {

@@ -77,13 +77,36 @@ TEST_F(ModuleWebp, AnimationsAreComposed) {
     }
 }
 
-TEST_F(ModuleWebp, WhatIsRefusedAndHow) {
+// Canvases, and what libwebp keeps of a lossless picture, count before they are allocated, and after setup: who stops there
+// learns what the picture is.
+TEST_F(ModuleWebp, LimitsAreNamedAndMemoryCounts) {
     std::string many = head;
     for (int i = 0; i < 10'001; i++) many += frame(0, 1, 1, 1, 0, none);
+    const std::string large = riff(extended(animated, 4000, 1000) + head.substr(18) + frames);
+    const struct {
+        std::string bytes;
+        uint64_t memory;
+        std::string limit;
+    } cases[] = {
+        {riff(many), 0, "frames 10001 10000"},
+        {riff(extended(animated, 1 << 15, 1 << 14) + head.substr(18) + frames), 0, "pixels 536870912 268435456"},
+        {"RIFF" + little(1u << 31, 4) + "WEBPVP8L", 0, "file size 2147483656 1073741824"},
+        {large, 40'000'000, "memory 48000" + std::to_string(large.size()) + " 40000000"},
+        {large, 60'000'000, ""},
+        {riff(solid(2000, 1000, red)), 8'000'000, "memory 8000034 8000000"},
+        {riff(solid(2000, 1000, red)), 8'000'034, ""},
+    };
+    for (const auto &[bytes, memory, limit] : cases) {
+        Loaded loaded;
+        Values told;
+        told.max_memory = memory;
+        EXPECT_EQ(load(bytes, loaded.record, &told.callouts), limit.empty() ? 0u : 10u) << limit;
+        EXPECT_EQ(told.limit, limit);
+    }
+}
+
+TEST_F(ModuleWebp, CutFramesAreRefused) {
     img_record record{};
-    EXPECT_EQ(load(riff(many), record), 10u);
-    EXPECT_EQ(load(riff(extended(animated, 1 << 15, 1 << 14) + head.substr(18) + frames), record), 10u);
-    EXPECT_EQ(load("RIFF" + little(1u << 31, 4) + "WEBPVP8L", record), 10u);
     EXPECT_EQ(load(riff(head + frames.substr(0, frames.size() - 4)), record), 4u) << "the last frame is cut";
 }
 

@@ -120,6 +120,7 @@ void Decoding::begin(const img_decode_callouts &callouts, img_record &record) {
     callouts_ = &callouts;
     description_ = &record;
     memory_asked_ = false;
+    next_call_ = 0;
     wanted_ = record.flags & IMG_F_SIZE_HINT ? Size{record.width, record.height} : Size{};
     // What the caller's record says of its own palette and key does not describe this picture.
     record.flags &= ~img_flags{IMG_F_TRANSP | IMG_F_PALETTE | IMG_F_PAL_ALPHA | IMG_F_CODEC_MARK};
@@ -211,24 +212,9 @@ img_status Decoding::keep_alive(uint32_t rows_done) {
     clock_gettime(CLOCK_MONOTONIC, &now);
     const int64_t time = now.tv_sec * second + now.tv_nsec;
     if (time < next_call_) return ok;
+    const bool first = !next_call_;
     next_call_ = time + interval;
-    return progress(rows_done);
-}
-
-img_status read_all(Decoding &picture, io_handle &stream, size_t most, Bytes &bytes, size_t &length) {
-    length = 0;
-    for (size_t size = large_buffer, held = 0;; size *= 2) {
-        size = std::min(size, most + 1); // one more tells that there is more
-        if (const img_status status = picture.hold(size - held)) return status;
-        held = size;
-        auto *larger = static_cast<uint8_t *>(realloc(bytes.get(), size));
-        if (!larger) return no_memory;
-        static_cast<void>(bytes.release());
-        bytes.reset(larger);
-        length += read_up_to(stream, larger + length, size - length);
-        if (length < size) return ok;
-        if (length > most) return picture.refuse({"file size", length, most});
-    }
+    return first ? img_status{ok} : progress(rows_done);
 }
 
 img_status Encoding::begin(const img_encode_callouts &callouts, img_record &image) {

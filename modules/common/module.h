@@ -149,6 +149,7 @@ public:
     // To be called before so many bytes are allocated that depend on the picture: refused if the caller does not allow to
     // hold them in addition to those held already. The count lasts from frame to frame; release takes bytes off it.
     img_status hold(uint64_t bytes);
+    uint64_t room() const { return may_hold_ ? may_hold_ - held_ : UINT64_MAX; } // that is left, once hold was called
     void release(uint64_t bytes) { held_ -= bytes; }
 
     // Describes the picture and has one of the formats chosen, which then is the record's.
@@ -182,9 +183,6 @@ private:
     bool memory_asked_ = false;
     int64_t next_call_ = 0; // of keep_alive, in nanoseconds of the monotonic clock
 };
-
-// Reads what is left of the stream, at most so many bytes. They are held by the picture.
-img_status read_all(Decoding &picture, io_handle &stream, size_t most, Bytes &bytes, size_t &length);
 
 // ---- Encoding ----
 

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// The codec module of JPEG: reading, at an eighth to the whole of the size. Writing is in jpeg_write.cpp.
+// The codec module of JPEG: reading, at an eighth to the whole of the size.
 #include "modules/jpeg/jpeg.h"
 
+#include "modules/common/buffer.h"
 #include "modules/common/text.h"
 
 #include <algorithm>
@@ -57,7 +58,10 @@ using namespace module;
 
 namespace {
 
+// Of a picture in several scans. A scan costs as much as the blocks that it visits, though a few bytes describe it; the
+// largest colour picture takes not half of this in the ten scans that encoders write.
 constexpr int max_scans = 500;
+constexpr uint64_t max_scan_blocks = uint64_t{1} << 27;
 constexpr size_t max_kept = 8 * 1024 * 1024; // bytes of all markers with metadata
 
 struct Reader : State {
@@ -68,16 +72,25 @@ struct Reader : State {
     bool strict;
     bool overfull; // more markers than are kept
     Bytes cmyk;    // a row of four channels
-    Bytes kept;    // markers with metadata: code, two bytes of length, content
-    size_t kept_size, kept_capacity;
+    Buffer kept;   // markers with metadata: code, two bytes of length, content
+    size_t kept_size;
+    int scan; // the last one whose blocks were counted
+    uint64_t scan_blocks;
 
     ~Reader() { jpeg_destroy_decompress(&codec); }
 };
+
+// Out of libjpeg.
+[[noreturn]] void stop(Reader &r, img_status status) {
+    r.failure = status;
+    longjmp(r.jump, 1);
+}
 
 // ---- Bytes ----
 
 boolean fill(j_decompress_ptr codec) {
     Reader &r = state_of<Reader>(codec);
+    if (const img_status status = r.picture.keep_alive(codec->output_scanline)) stop(r, status);
     size_t length = r.stream->read(r.stream->self, r.block, block_size);
     if (!length) { // the picture must end some time
         r.ended = true;
@@ -115,11 +128,27 @@ void copy_bytes(Reader &r, uint8_t *to, size_t count) {
 
 void nothing(j_decompress_ptr) {}
 
-void watch_scans(j_common_ptr codec) {
-    Reader &r = state_of<Reader>(codec);
-    if (r.codec.input_scan_number <= max_scans) return;
-    r.failure = over_limit;
-    longjmp(r.jump, 1);
+// Blocks of a component, as many as its whole scan visits and libjpeg keeps.
+uint64_t blocks_of(const jpeg_component_info &component) {
+    const auto padded = [](uint64_t count, int factor) {
+        const auto unit = static_cast<uint64_t>(factor);
+        return (count + unit - 1) / unit * unit;
+    };
+    return padded(component.width_in_blocks, component.h_samp_factor) *
+           padded(component.height_in_blocks, component.v_samp_factor);
+}
+
+// Called between the rows of a scan, so also before its first one.
+void watch_scans(j_common_ptr common) {
+    Reader &r = state_of<Reader>(common);
+    const jpeg_decompress_struct &codec = r.codec;
+    if (const img_status status = r.picture.keep_alive(codec.output_scanline)) stop(r, status);
+    if (codec.input_scan_number == r.scan) return;
+    r.scan = codec.input_scan_number;
+    if (r.scan > max_scans) stop(r, r.picture.refuse({"scans", static_cast<uint64_t>(r.scan), max_scans}));
+    for (int i = 0; i < codec.comps_in_scan; i++) r.scan_blocks += blocks_of(*codec.cur_comp_info[i]);
+    if (r.scan_blocks > max_scan_blocks && jpeg_has_multiple_scans(&r.codec))
+        stop(r, r.picture.refuse({"blocks in all scans", r.scan_blocks, max_scan_blocks}));
 }
 
 // ---- Metadata ----
@@ -137,14 +166,8 @@ boolean keep_marker(j_decompress_ptr codec) {
         skip(codec, static_cast<long>(length - 2));
         return TRUE;
     }
-    if (size > r.kept_capacity) {
-        r.kept_capacity = 2 * size;
-        auto *larger = static_cast<uint8_t *>(realloc(r.kept.get(), r.kept_capacity));
-        if (!larger) ERREXIT1(codec, JERR_OUT_OF_MEMORY, 0);
-        static_cast<void>(r.kept.release());
-        r.kept.reset(larger);
-    }
-    uint8_t *at = r.kept.get() + r.kept_size;
+    if (!r.kept.grow(size)) ERREXIT1(codec, JERR_OUT_OF_MEMORY, 0);
+    uint8_t *at = r.kept.data() + r.kept_size;
     *at++ = static_cast<uint8_t>(codec->unread_marker);
     *at++ = static_cast<uint8_t>((length - 2) >> 8);
     *at++ = static_cast<uint8_t>(length - 2);
@@ -168,7 +191,7 @@ struct Marker {
 };
 
 template <typename Visit> img_status for_each_marker(const Reader &r, Visit visit) {
-    for (const uint8_t *at = r.kept.get(), *end = at + r.kept_size; at < end;) {
+    for (const uint8_t *at = r.kept.data(), *end = at + r.kept_size; at < end;) {
         const size_t size = size_t{at[1]} << 8 | at[2];
         if (const img_status status = visit(Marker{at[0], at + 3, size})) return status;
         at += 3 + size;
@@ -273,11 +296,10 @@ uint32_t scaled(uint32_t a, uint32_t b) {
     return (product + (product >> 8)) >> 8;
 }
 
-// Programs that write Adobe's marker store how little ink there is.
-void inks_to_rgb(const uint8_t *inks, uint8_t *rgb, uint32_t count, bool adobe) {
-    const uint8_t flip = adobe ? 0 : 0xff;
+// Files hold how little ink there is: the programs that write such pictures agree on it, with or without a marker.
+void inks_to_rgb(const uint8_t *inks, uint8_t *rgb, uint32_t count) {
     for (uint32_t x = 0; x < count; x++, inks += 4, rgb += 3)
-        for (uint32_t i = 0; i < 3; i++) rgb[i] = static_cast<uint8_t>(scaled(inks[i] ^ flip, inks[3] ^ flip));
+        for (uint32_t i = 0; i < 3; i++) rgb[i] = static_cast<uint8_t>(scaled(inks[i], inks[3]));
 }
 
 img_status read_rows(Reader &r) {
@@ -287,11 +309,19 @@ img_status read_rows(Reader &r) {
         jpeg_read_scanlines(&r.codec, &row, 1);
         // A picture that comes in one scan ends here; of several scans the first ones show all of it.
         if (r.cut && !r.codec.progressive_mode && !jpeg_has_multiple_scans(&r.codec)) return damaged;
-        if (r.cmyk) inks_to_rgb(row, r.picture.row(y), width, r.codec.saw_Adobe_marker);
+        if (r.cmyk) inks_to_rgb(row, r.picture.row(y), width);
         r.picture.hand_over(y);
         if (const img_status status = r.picture.progress(y + 1)) return status;
     }
     return r.cut ? damaged : ok;
+}
+
+// libjpeg keeps the coefficients of all blocks of a picture in several scans.
+img_status hold_coefficients(Reader &r) {
+    if (!jpeg_has_multiple_scans(&r.codec)) return ok;
+    uint64_t blocks = 0;
+    for (int i = 0; i < r.codec.num_components; i++) blocks += blocks_of(r.codec.comp_info[i]);
+    return r.picture.hold(blocks * sizeof(JBLOCK));
 }
 
 img_status decode(Reader &r) {
@@ -308,6 +338,7 @@ img_status decode(Reader &r) {
     if (const img_status status = choose(r)) return status;
     choose_size(r);
     if (const img_status status = r.picture.setup()) return status;
+    if (const img_status status = hold_coefficients(r)) return status;
     if (r.codec.out_color_space == JCS_CMYK && !(r.cmyk = make_bytes(size_t{r.codec.output_width} * 4)))
         return no_memory;
     jpeg_start_decompress(&r.codec);

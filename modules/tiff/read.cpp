@@ -28,6 +28,7 @@ struct Reader {
     Page page;
     tiff_module::PageReader rows;
     uint32_t palette[max_colors];
+    bool strict;
 
     Reader() = default;
     Reader(const Reader &) = delete;
@@ -70,23 +71,21 @@ img_status decode_finish(io_handle *, void **state) {
 // In the first frame, because only frames can ask how much memory may be held.
 img_status open_file(Reader &r, io_handle &stream) {
     if (const img_status status = read_all(r.picture, stream, max_file, r.file.bytes, r.file.length)) return status;
-    r.tif = r.file.open("r");
+    r.tif = r.file.open("r", r.picture.room());
     return r.tif ? ok : r.failed();
 }
 
 // Goes to the next page; the first time to the one that the caller wants.
-img_status go_to_page(Reader &r) {
-    img_option option = number_option("page", "the first page to read, from 0", 0, max_pages - 1, 0);
-    if (const img_status status = r.picture.ask(option)) return status;
+img_status go_to_page(Reader &r, int32_t page) {
+    const auto first = static_cast<uint32_t>(page);
     if (r.pages) {
-        r.file.lost_palette = false;
+        r.file.begin_page();
         return TIFFLastDirectory(r.tif) ? wrong_format : TIFFReadDirectory(r.tif) ? ok : r.failed();
     }
     const uint32_t count = TIFFNumberOfDirectories(r.tif);
     if (count > max_pages) return r.picture.refuse({"pages", count, max_pages});
-    const auto first = static_cast<uint32_t>(option.value);
     if (first >= count) return wrong_format;
-    if (first) r.file.lost_palette = false;
+    if (first) r.file.begin_page(); // what the first page said is not of interest
     if (first && !TIFFSetDirectory(r.tif, first)) return r.failed();
     return r.picture.report(IMG_VALUE_FRAMES, count);
 }
@@ -105,14 +104,15 @@ uint16_t photometric_of(const Reader &r) {
 img_status classify(Reader &r) {
     Page &page = r.page;
     const bool whole_bytes = page.bits == 8 || page.bits == 16;
-    const bool index_bits = page.samples == 1 && (page.bits == 1 || page.bits == 2 || page.bits == 4 || page.bits == 8);
+    const bool few_bits = page.bits == 1 || page.bits == 2 || page.bits == 4 || page.bits == 8;
+    const bool index_bits = few_bits && (page.samples == 1 || page.separate || page.bits == 8);
     switch (page.photometric) {
     case PHOTOMETRIC_MINISWHITE:
     case PHOTOMETRIC_MINISBLACK:
         page.colors = 1;
         page.kind = page.bits == 1 ? Kind::indices : Kind::grey;
         page.white_is_0 = page.photometric == PHOTOMETRIC_MINISWHITE;
-        return whole_bytes || index_bits ? ok : unsupported;
+        return whole_bytes || (index_bits && page.samples == 1) ? ok : unsupported;
     case PHOTOMETRIC_PALETTE:
         page.colors = 1;
         page.kind = Kind::indices;
@@ -140,17 +140,24 @@ img_status classify(Reader &r) {
     }
 }
 
-// The first sample beyond the colours that is alpha.
+// The first sample beyond the colours that is alpha. A fourth one of which the file does not say what it is, is alpha to all
+// who read such files, and not multiplied in.
 void find_alpha(const Reader &r, Page &page) {
     uint16_t count = 0;
     const uint16_t *meanings = nullptr;
-    if (page.kind != Kind::grey && page.kind != Kind::rgb) return;
-    if (!TIFFGetFieldDefaulted(r.tif, TIFFTAG_EXTRASAMPLES, &count, &meanings) || !meanings) return;
+    const bool palette = page.photometric == PHOTOMETRIC_PALETTE && page.bits == 8;
+    if (page.kind != Kind::grey && page.kind != Kind::rgb && !palette) return;
+    if (!TIFFGetFieldDefaulted(r.tif, TIFFTAG_EXTRASAMPLES, &count, &meanings) || !meanings) count = 0;
     for (uint16_t i = 0; i < count && page.colors + i < page.samples; i++) {
         if (meanings[i] != EXTRASAMPLE_ASSOCALPHA && meanings[i] != EXTRASAMPLE_UNASSALPHA) continue;
         page.alpha = static_cast<uint16_t>(page.colors + i);
         page.premultiplied = meanings[i] == EXTRASAMPLE_ASSOCALPHA;
-        return;
+        break;
+    }
+    if (!page.alpha && page.kind == Kind::rgb && page.samples == 4) page.alpha = 3;
+    if (page.alpha && palette) {
+        page.kind = Kind::mapped;
+        page.premultiplied = false; // colours of a palette cannot be
     }
 }
 
@@ -184,6 +191,9 @@ img_status describe(Reader &r) {
         return TIFFRGBAImageOK(r.tif, ignored) ? ok : unsupported;
     }
     const auto sample_format = r.field<uint16_t>(TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT);
+    page.is_signed = sample_format == SAMPLEFORMAT_INT;
+    if (page.is_signed)
+        return page.bits >= 8 && page.kind != Kind::indices && page.kind != Kind::mapped ? ok : unsupported;
     return sample_format == SAMPLEFORMAT_UINT || sample_format == SAMPLEFORMAT_VOID ? ok : unsupported;
 }
 
@@ -250,12 +260,12 @@ Offer offer_for(const Page &page) {
 
 uint32_t grey_of(uint32_t level) { return 0xff000000u | level * 0x010101; }
 
-img_status hand_over_palette(Reader &r) {
+img_status read_palette(Reader &r) {
     const uint32_t ncolors = 1u << r.page.bits;
     if (r.page.photometric != PHOTOMETRIC_PALETTE) {
         r.palette[0] = grey_of(r.page.white_is_0 ? 0xff : 0);
         r.palette[1] = grey_of(r.page.white_is_0 ? 0 : 0xff);
-        return r.picture.set_palette(r.palette);
+        return ok;
     }
     uint16_t *red = nullptr, *green = nullptr, *blue = nullptr;
     if (!TIFFGetField(r.tif, TIFFTAG_COLORMAP, &red, &green, &blue) || !red || !green || !blue) return damaged;
@@ -267,7 +277,7 @@ img_status hand_over_palette(Reader &r) {
         const uint32_t r8 = red[i] >> shift & 0xff, g8 = green[i] >> shift & 0xff, b8 = blue[i] >> shift & 0xff;
         r.palette[i] = 0xff000000u | r8 << 16 | g8 << 8 | b8;
     }
-    return r.picture.set_palette(r.palette);
+    return ok;
 }
 
 img_status hand_over_rows(Reader &r) {
@@ -296,20 +306,44 @@ img_status decode_page(Reader &r) {
         return status;
     if (const img_status status = r.rows.begin(r.tif, r.file, page)) return status;
     if (const img_status status = r.picture.setup()) return status;
+    if (const img_status status = r.rows.allocate(r.picture, r.palette)) return status;
+    if (page.kind == Kind::indices || page.kind == Kind::mapped)
+        if (const img_status status = read_palette(r)) return status;
     if (ncolors)
-        if (const img_status status = hand_over_palette(r)) return status;
+        if (const img_status status = r.picture.set_palette(r.palette)) return status;
     return hand_over_rows(r);
+}
+
+// What libtiff reported though it went on, such as fax rows that it made up. What it refused to allocate has a name here.
+img_status conclude(Reader &r, img_status status) {
+    if (status == over_limit && r.file.failure == over_limit) {
+        r.file.limit.name = r.file.limit.allowed < tiff_module::max_allocation ? "memory"
+                            : r.page.tile_width                                ? "tile"
+                                                                               : "strip";
+        return r.picture.refuse(r.file.limit);
+    }
+    if (status || !r.file.message[0]) return status;
+    return r.strict ? damaged : r.picture.warn(r.file.message);
+}
+
+img_status decode_next(Reader &r, io_handle &stream) {
+    img_option page = number_option("page", "the first page to read, from 0", 0, max_pages - 1, 0);
+    img_option strict = switch_option("strict", "refuse files with damage that a picture can be made of");
+    for (img_option *option : {&page, &strict})
+        if (const img_status status = r.picture.ask(*option)) return status;
+    r.strict = strict.value;
+    if (!r.tif) r.ended = open_file(r, stream);
+    if (!r.ended) r.ended = go_to_page(r, page.value);
+    if (r.ended) return r.ended;
+    r.pages++;
+    return decode_page(r);
 }
 
 img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **state) {
     auto &reader = *static_cast<Reader *>(*state);
     if (reader.ended) return reader.ended;
     reader.picture.begin(*callouts, *record);
-    reader.file.failure = ok;
-    if (!reader.tif && (reader.ended = open_file(reader, *stream))) return reader.ended;
-    if ((reader.ended = go_to_page(reader))) return reader.ended;
-    reader.pages++;
-    return decode_page(reader);
+    return conclude(reader, decode_next(reader, *stream));
 }
 
 } // namespace

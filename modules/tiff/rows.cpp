@@ -37,6 +37,19 @@ void cmyk_to_rgb(uint8_t *pixels, uint32_t width) {
     }
 }
 
+// In place, from the last pixel on: four bytes a pixel follow from an index and alpha.
+void map_to_rgba(uint8_t *pixels, uint32_t width, const uint32_t *palette) {
+    for (size_t x = width; x-- > 0;) {
+        const uint32_t color = palette[pixels[2 * x]];
+        const uint8_t alpha = pixels[2 * x + 1];
+        uint8_t *out = pixels + 4 * x;
+        out[0] = static_cast<uint8_t>(color >> 16);
+        out[1] = static_cast<uint8_t>(color >> 8);
+        out[2] = static_cast<uint8_t>(color);
+        out[3] = alpha;
+    }
+}
+
 // One sample of each pixel of a row, as 8 bits, from every step-th sample of the file.
 void take_samples(const uint8_t *row, uint32_t bits, uint32_t step, uint32_t width, uint8_t *out, uint32_t out_step) {
     if (bits == 8) {
@@ -85,21 +98,21 @@ img_status PageReader::begin(TIFF *tif, const File &file, const Page &page) {
     const bool whole_strips = page.kind == Kind::other || planes_ > 1;
     rows_ = page.tile_width ? page.tile_height : whole_strips ? std::min(rows_per_strip, page.height) : 1;
     const size_t sample_bits = page.kind == Kind::other ? 32 : size_t{page.bits} * step_;
-    uint64_t tile_bytes = 0;
+    tile_bytes_ = 0;
     if (page.tile_width) {
         const size_t bits = page.tile_width * sample_bits;
         tiles_across_ = (page.width - 1) / page.tile_width + 1;
         if (bits % 8 && tiles_across_ > 1) return unsupported; // tiles that begin within a byte
         tile_row_bytes_ = (bits + 7) / 8;
-        tile_bytes = uint64_t{tile_row_bytes_} * page.tile_height;
+        tile_bytes_ = uint64_t{tile_row_bytes_} * page.tile_height;
         row_bytes_ = tile_row_bytes_ * tiles_across_;
-        if (page.kind != Kind::other && TIFFTileSize64(tif) != tile_bytes) return unsupported;
+        if (page.kind != Kind::other && TIFFTileSize64(tif) != tile_bytes_) return unsupported;
     } else {
         row_bytes_ = (page.width * sample_bits + 7) / 8;
         if (page.kind != Kind::other && TIFFScanlineSize64(tif) != row_bytes_) return unsupported;
         if (!whole_strips) keep_within_file();
     }
-    return allocate(tile_bytes);
+    return ok;
 }
 
 // libtiff refuses a strip that the file does not hold to its end. Told that it is shorter, it decodes the rows that are
@@ -113,14 +126,23 @@ void PageReader::keep_within_file() const {
             const_cast<uint64_t &>(counts[strip]) = file_->length - offsets[strip]; // memory of the handle
 }
 
-img_status PageReader::allocate(uint64_t tile_bytes) {
+img_status PageReader::allocate(Decoding &picture, const uint32_t *palette) {
+    picture_ = &picture;
+    palette_ = palette;
+    picture.release(held_); // of the page before
+    held_ = 0;
     const uint64_t plane_bytes = uint64_t{rows_} * row_bytes_;
-    if (tile_bytes > max_allocation || plane_bytes > max_allocation || plane_bytes * planes_ > max_allocation)
-        return over_limit;
+    if (tile_bytes_ > max_allocation) return picture.refuse({"tile", tile_bytes_, max_allocation});
+    if (plane_bytes > max_allocation || plane_bytes * planes_ > max_allocation)
+        return picture.refuse({tile_bytes_ ? "row of tiles" : "strip", plane_bytes * planes_, max_allocation});
+    const uint64_t line_bytes = uint64_t{page_.width} * std::max(page_.channels(), 4u);
+    const uint64_t all = plane_bytes * planes_ + line_bytes + tile_bytes_;
+    if (const img_status status = picture.hold(all)) return status;
+    held_ = all;
     band_ = make_bytes(plane_bytes * planes_);
-    line_ = make_bytes(size_t{page_.width} * std::max(page_.channels(), 4u));
-    if (tile_bytes) tile_ = make_bytes(tile_bytes);
-    return band_ && line_ && (tile_ || !tile_bytes) ? ok : no_memory;
+    line_ = make_bytes(line_bytes);
+    if (tile_bytes_) tile_ = make_bytes(tile_bytes_);
+    return band_ && line_ && (tile_ || !tile_bytes_) ? ok : no_memory;
 }
 
 const uint8_t *PageReader::row(uint32_t plane, uint32_t i) const {
@@ -135,12 +157,14 @@ img_status PageReader::read(uint32_t y) {
 // Row by row where libtiff can do that without decoding a strip again and again.
 img_status PageReader::read_strips(uint32_t y) {
     if (planes_ == 1) return TIFFReadScanline(tif_, band_.get(), y, 0) == 1 ? ok : failed();
-    const size_t rows = std::min(rows_, page_.height - y);
+    const uint32_t rows = std::min(rows_, page_.height - y);
     for (uint32_t c = 0; c < planes_; c++) {
         const auto sample = static_cast<uint16_t>(c < page_.colors ? c : page_.alpha);
-        const auto size = static_cast<tmsize_t>(rows * row_bytes_);
-        uint8_t *plane = band_.get() + size_t{c} * rows_ * row_bytes_;
-        if (TIFFReadEncodedStrip(tif_, TIFFComputeStrip(tif_, y, sample), plane, size) != size) return failed();
+        for (uint32_t i = 0; i < rows; i++) {
+            if (const img_status status = picture_->keep_alive(y)) return status;
+            uint8_t *out = band_.get() + (size_t{c} * rows_ + i) * row_bytes_;
+            if (TIFFReadScanline(tif_, out, y + i, sample) != 1) return failed();
+        }
     }
     return ok;
 }
@@ -149,6 +173,7 @@ img_status PageReader::read_strips(uint32_t y) {
 img_status PageReader::read_tiles(uint32_t y) {
     for (uint32_t c = 0; c < planes_; c++)
         for (uint32_t t = 0; t < tiles_across_; t++) {
+            if (const img_status status = picture_->keep_alive(y)) return status;
             const auto sample = static_cast<uint16_t>(planes_ == 1 || c < page_.colors ? c : page_.alpha);
             const uint32_t x = t * page_.tile_width;
             uint8_t *out = band_.get() + size_t{c} * rows_ * row_bytes_ + t * tile_row_bytes_;
@@ -192,7 +217,9 @@ const uint8_t *PageReader::pixels(uint32_t i) {
         return line_.get();
     }
     const bool as_stored = page_.bits == 8 && planes_ == 1 && step_ == channels;
-    if (as_stored && !page_.premultiplied && !page_.white_is_0 && page_.kind != Kind::cmyk) return row(0, i);
+    const bool as_it_is = !page_.premultiplied && !page_.white_is_0 && !page_.is_signed &&
+                          (page_.kind == Kind::grey || page_.kind == Kind::rgb);
+    if (as_stored && as_it_is) return row(0, i);
     if (as_stored)
         memcpy(out, row(0, i), size_t{width} * channels); // a row of tiles is longer
     else
@@ -201,16 +228,21 @@ const uint8_t *PageReader::pixels(uint32_t i) {
             const uint8_t *in = page_.separate ? row(c, i) : row(0, i) + sample * (page_.bits / 8);
             take_samples(in, page_.bits, step_, width, out + c, channels);
         }
+    if (page_.is_signed)
+        for (size_t x = 0; x < size_t{width} * channels; x++) out[x] ^= 0x80;
     if (page_.white_is_0)
         for (size_t x = 0; x < width; x++) out[x * channels] ^= 0xff;
     if (page_.premultiplied) unpremultiply(out, channels, width);
     if (page_.kind == Kind::cmyk) cmyk_to_rgb(out, width);
+    if (page_.kind == Kind::mapped) map_to_rgba(out, width, palette_);
     return out;
 }
 
 void PageReader::put_indices(uint32_t i, img_format format, uint8_t *out) const {
     const uint8_t *in = row(0, i);
-    if (bits_per_pixel(format) == page_.bits)
+    if (step_ > 1) // what is beside the index has no meaning
+        take_samples(in, 8, step_, page_.width, out, 1);
+    else if (bits_per_pixel(format) == page_.bits)
         memcpy(out, in, row_bytes(format, page_.width));
     else
         for (uint32_t x = 0; x < page_.width; x++) out[x] = static_cast<uint8_t>(index_at(in, page_.bits, x));
@@ -219,7 +251,7 @@ void PageReader::put_indices(uint32_t i, img_format format, uint8_t *out) const 
 void PageReader::put(uint32_t i, img_format format, uint8_t *out) {
     if (page_.kind == Kind::indices) return put_indices(i, format, out);
     const uint8_t *in = pixels(i);
-    const uint32_t channels = page_.kind == Kind::cmyk ? 3 : page_.channels();
+    const uint32_t channels = page_.kind == Kind::cmyk ? 3 : page_.kind == Kind::mapped ? 4 : page_.channels();
     const Layout *layout = layout_of(format);
     const bool same_bytes = layout ? !layout->blue_first && channels == (layout->fourth == Fourth::none ? 3 : 4) &&
                                          layout->fourth != Fourth::first

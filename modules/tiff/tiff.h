@@ -3,6 +3,7 @@
 // What the parts of the TIFF codec module share: files in memory, and the pages of a file that is read.
 #pragma once
 
+#include "modules/common/buffer.h"
 #include "modules/common/layout.h"
 #include "modules/common/text.h"
 
@@ -26,17 +27,26 @@ inline constexpr struct {
 
 // A file in memory, as libtiff reads and writes it. libtiff jumps about in a file, which a stream cannot.
 struct File {
-    Bytes bytes;
-    size_t length, capacity, position;
-    img_status failure; // what libtiff's last complaint means
+    Buffer bytes;
+    size_t length, position;
+    img_status failure; // what libtiff's last error means, if it is known
+    img_limit limit;    // that an allocation of libtiff exceeds; its name is left to the user
+    bool failed;        // libtiff reported an error, whatever its function returned
     bool lost_palette;  // of the page at hand
+    char message[256];  // the first one of the page at hand, warning or error
 
-    TIFF *open(const char *mode);
+    TIFF *open(const char *mode, uint64_t most_at_once = max_allocation);
+    void begin_page() {
+        failure = ok;
+        failed = lost_palette = false;
+        message[0] = '\0';
+    }
 };
 
 // How samples become pixels.
 enum class Kind : uint8_t {
     indices, // a palette, or black and white
+    mapped,  // a palette, and alpha beside the index
     grey,
     rgb,
     cmyk,
@@ -50,6 +60,7 @@ struct Page {
     Kind kind;
     bool separate;                    // each sample in a plane of its own
     bool white_is_0;                  // grey only
+    bool is_signed;                   // the lowest level is black all the same
     bool premultiplied;               // colours by alpha
     uint16_t alpha;                   // the sample that is alpha, 0 if none
     uint32_t colors;                  // samples of colour
@@ -62,12 +73,12 @@ struct Page {
 class PageReader {
 public:
     img_status begin(TIFF *tif, const File &file, const Page &page);
-    uint32_t rows() const { return rows_; }                // that one call of read gives, or fewer at the end
-    img_status read(uint32_t y);                           // those from row y on
-    void put(uint32_t i, img_format format, uint8_t *out); // the i-th of them
+    img_status allocate(Decoding &picture, const uint32_t *palette); // once the picture is set up, before read
+    uint32_t rows() const { return rows_; }                          // that one call of read gives, or fewer at the end
+    img_status read(uint32_t y);                                     // those from row y on
+    void put(uint32_t i, img_format format, uint8_t *out);           // the i-th of them
 
 private:
-    img_status allocate(uint64_t tile_bytes);
     img_status failed() const;
     void keep_within_file() const;
     img_status read_strips(uint32_t y);
@@ -79,10 +90,14 @@ private:
 
     TIFF *tif_;
     const File *file_;
+    Decoding *picture_;
+    const uint32_t *palette_;
     Page page_;
+    uint64_t held_; // of the picture's memory
     uint32_t rows_, planes_;
     uint32_t step_; // samples from a pixel to the next within a plane
     size_t row_bytes_, tile_row_bytes_;
+    uint64_t tile_bytes_; // 0 if it has strips
     uint32_t tiles_across_;
     Bytes band_; // rows_ rows of each plane
     Bytes tile_; // one tile, where there are several beside each other

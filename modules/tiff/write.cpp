@@ -63,7 +63,12 @@ img_status ask_for_metadata(const Encoding &picture, Metadata &m) {
     if (const img_status status = picture.ask(IMG_VALUE_XMP, &m.xmp)) return status;
     if (const img_status status = picture.ask(IMG_VALUE_TEXT, &m.texts)) return status;
     if (m.orientation < 1 || m.orientation > 8) return bad_record;
-    if (m.icc.size > max_allocation || m.xmp.size > max_allocation || m.texts.size > max_allocation) return over_limit;
+    const struct {
+        const char *name;
+        const img_bytes &bytes;
+    } blocks[] = {{"profile", m.icc}, {"XMP", m.xmp}, {"texts", m.texts}};
+    for (const auto &[name, bytes] : blocks)
+        if (bytes.size > max_allocation) return picture.refuse({name, bytes.size, max_allocation});
     return TIFFIsCODECConfigured(static_cast<uint16_t>(m.compression)) ? ok : unsupported;
 }
 
@@ -159,6 +164,26 @@ bool set_fields(const Writer &w, const Metadata &m) {
            (form.photometric != PHOTOMETRIC_PALETTE || set_palette(w)) && set_metadata(tif, m);
 }
 
+// libtiff keeps copies of what it is given by pointer. A copy that it has no memory for is missing without an error.
+bool fields_were_kept(TIFF *tif, const Metadata &m, const Form &form) {
+    uint16_t count, *words[3];
+    uint32_t size;
+    void *bytes = nullptr;
+    const char *text = nullptr;
+    const bool has_alpha = form.samples == 2 || form.samples == 4;
+    if (has_alpha && (!TIFFGetField(tif, TIFFTAG_EXTRASAMPLES, &count, &words[0]) || !words[0])) return false;
+    if (form.photometric == PHOTOMETRIC_PALETTE)
+        if (!TIFFGetField(tif, TIFFTAG_COLORMAP, &words[0], &words[1], &words[2]) || !words[0] || !words[1] ||
+            !words[2])
+            return false;
+    for (const auto &[tag, wanted] : {std::pair{TIFFTAG_ICCPROFILE, &m.icc}, std::pair{TIFFTAG_XMLPACKET, &m.xmp}})
+        if (wanted->size && (!TIFFGetField(tif, tag, &size, &bytes) || !bytes)) return false;
+    for (Texts texts(m.texts); texts.next();)
+        for (const auto &[tag, keyword] : text_fields)
+            if (!strcasecmp(keyword, texts.keyword()) && (!TIFFGetField(tif, tag, &text) || !text)) return false;
+    return true;
+}
+
 // The row as the file has it, in w.line: compression may change what it is given.
 void fill_line(const Writer &w, const uint8_t *row) {
     const img_record &image = w.picture.image();
@@ -192,7 +217,7 @@ img_status write_rows(Writer &w) {
         if (TIFFWriteScanline(w.tif, w.line.get(), y, 0) < 0) return w.failed();
         if (const img_status status = w.picture.progress(y + 1)) return status;
     }
-    return TIFFWriteDirectory(w.tif) ? ok : w.failed();
+    return TIFFWriteDirectory(w.tif) && !w.file.failed ? ok : w.failed();
 }
 
 // A picture that is refused before anything of it was written does no harm to the others.
@@ -205,7 +230,10 @@ img_status encode_page(Writer &w) {
     w.form = form_of(w);
     w.line = make_bytes((size_t{image.width} * w.form.bits * w.form.samples + 7) / 8);
     if (!w.line) return no_memory;
-    w.failure = set_fields(w, metadata) ? write_rows(w) : w.failed();
+    if (!set_fields(w, metadata))
+        w.failure = w.failed();
+    else
+        w.failure = fields_were_kept(w.tif, metadata, w.form) ? write_rows(w) : img_status{no_memory};
     w.pages++;
     return w.failure;
 }
@@ -234,10 +262,11 @@ img_status encode_finish(io_handle *, void **state) {
     const std::unique_ptr<Writer, Delete<Writer>> writer(static_cast<Writer *>(*state));
     *state = nullptr;
     if (writer->failure || !writer->pages) return ok; // the frame said it; half a file is of no use
+    const bool flushed = TIFFFlush(writer->tif);
     TIFFClose(writer->tif);
     writer->tif = nullptr;
-    if (writer->file.failure) return writer->file.failure;
-    return write_all(*writer->stream, writer->file.bytes.get(), writer->file.length) ? ok : write_failed;
+    if (!flushed || writer->file.failed) return writer->failed();
+    return write_all(*writer->stream, writer->file.bytes.data(), writer->file.length) ? ok : write_failed;
 }
 
 } // namespace tiff_module

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
 // The codec module of WebP: reading. A still picture is decoded while it is read, at the size that the caller wants; an
-// animation is held as it is in the file, and each frame gives the whole canvas. Writing is in webp_write.cpp.
+// animation is held as it is in the file, and each frame gives the whole canvas.
 #include "modules/webp/webp.h"
 
+#include "modules/common/buffer.h"
 #include "modules/common/bytes.h"
 #include "modules/common/exif.h"
 #include "modules/common/layout.h"
@@ -25,16 +26,17 @@ constexpr size_t riff_size = 12;
 // A file as far as it has been read, and no further than it says that it goes.
 class File {
 public:
-    img_status begin(io_handle &stream) {
+    img_status begin(io_handle &stream, Decoding &picture) {
         stream_ = &stream;
+        picture_ = &picture;
         uint8_t riff[riff_size];
         if (read_up_to(stream, riff, sizeof riff) != sizeof riff) return damaged;
         whole_ = uint64_t{little32(riff + 4)} + 8;
-        if (whole_ > max_file) return over_limit;
+        if (whole_ > max_file) return picture.refuse({"file size", whole_, max_file});
         if (whole_ < sizeof riff) return damaged;
         whole_ += whole_ & 1;
-        if (!reserve(portion)) return no_memory;
-        memcpy(bytes_.get(), riff, sizeof riff);
+        if (const img_status status = bytes_.grow(picture, std::min<uint64_t>(portion, whole_), whole_)) return status;
+        memcpy(bytes_.data(), riff, sizeof riff);
         size_ = sizeof riff;
         return ok;
     }
@@ -42,14 +44,17 @@ public:
     // One portion more. Memory grows with what is there, not with what the file says.
     img_status more() {
         const size_t wanted = std::min<uint64_t>(portion, whole_ - size_);
-        if (!reserve(size_ + wanted)) return no_memory;
-        const size_t got = read_up_to(*stream_, bytes_.get() + size_, wanted);
+        if (const img_status status = bytes_.grow(*picture_, size_ + wanted, whole_)) return status;
+        const size_t got = read_up_to(*stream_, bytes_.data() + size_, wanted);
         size_ += got;
         return got < wanted ? damaged : ok;
     }
     img_status all() {
         while (!complete())
-            if (const img_status status = more()) return status;
+            if (const img_status status = more())
+                return status;
+            else if (const img_status stopped = picture_->keep_alive(0))
+                return stopped;
         return ok;
     }
 
@@ -63,44 +68,42 @@ public:
             end += size + (size & 1);
         }
         whole_ = size_ = end;
-        put_little32(bytes_.get() + 4, static_cast<uint32_t>(end - chunk_header));
+        put_little32(bytes_.data() + 4, static_cast<uint32_t>(end - chunk_header));
         cut_ = true;
     }
 
     bool complete() const { return size_ == whole_; }
     bool cut() const { return cut_; }
-    const uint8_t *bytes() const { return bytes_.get(); }
+    const uint8_t *bytes() const { return bytes_.data(); }
     size_t size() const { return size_; }
 
 private:
-    bool reserve(size_t size) {
-        if (size <= capacity_) return true;
-        const size_t capacity = std::max(size, 2 * capacity_);
-        auto *larger = static_cast<uint8_t *>(realloc(bytes_.get(), capacity));
-        if (!larger) return false;
-        static_cast<void>(bytes_.release());
-        bytes_.reset(larger);
-        capacity_ = capacity;
-        return true;
-    }
-
     io_handle *stream_ = nullptr;
-    Bytes bytes_;
+    Decoding *picture_ = nullptr;
+    Buffer bytes_;
     uint64_t whole_ = 0;
-    size_t size_ = 0, capacity_ = 0;
+    size_t size_ = 0;
     bool cut_ = false;
+};
+
+struct DeleteDemuxer {
+    void operator()(WebPDemuxer *demuxer) const { WebPDemuxDelete(demuxer); }
 };
 
 // What lives between the frames of an animation.
 struct Reader {
     File file;
-    WebPAnimDecoder *animation = nullptr;
-    WebPAnimInfo info{};
-    int shown_until = 0; // milliseconds
+    std::unique_ptr<WebPDemuxer, DeleteDemuxer> frames; // of an animation
+    WebPAnimDecoder *animation = nullptr;               // once pixels are wanted
+    Size canvas_size{};
+    int next_frame = 1;
     Decoding picture;
     Bytes canvas; // a still picture that cannot be decoded in place
 
     ~Reader() { WebPAnimDecoderDelete(animation); }
+    bool more_frames() const {
+        return frames && static_cast<uint32_t>(next_frame) <= WebPDemuxGetI(frames.get(), WEBP_FF_FRAME_COUNT);
+    }
 };
 
 // What libwebp makes of a layout; MODE_LAST for those it does not.
@@ -129,8 +132,8 @@ Offer offer_for(bool alpha) {
 
 img_status report_chunks(const Reader &r) {
     const WebPData data{r.file.bytes(), r.file.size()};
-    const std::unique_ptr<WebPDemuxer, void (*)(WebPDemuxer *)> demuxer(WebPDemux(&data), WebPDemuxDelete);
-    if (!demuxer) return ok; // the decoder will say what is wrong
+    const std::unique_ptr<WebPDemuxer, DeleteDemuxer> demuxer(WebPDemux(&data));
+    if (!demuxer) return r.picture.warn("its metadata cannot be read");
     img_status status = ok;
     const auto report = [&](const char *name, auto tell) {
         WebPChunkIterator chunk;
@@ -187,14 +190,24 @@ void choose_size(Reader &r, const WebPBitstreamFeatures &features, WebPDecoderOp
     r.picture.deliver_at(size.width, size.height);
 }
 
+// libwebp keeps all pixels of a lossless picture, and the alpha of others.
+img_status hold_planes(Reader &r, const WebPBitstreamFeatures &features) {
+    constexpr int lossless = 2;
+    const uint64_t bytes = features.format == lossless ? 4 : features.has_alpha ? 1 : 0;
+    return r.picture.hold(bytes * static_cast<uint32_t>(features.width) * static_cast<uint32_t>(features.height));
+}
+
 // Where libwebp puts its rows: in the caller's buffer, or in one of our own.
 img_status set_output(Reader &r, WebPDecBuffer &output) {
     const img_record &record = r.picture.record();
     const size_t own_stride = row_bytes(record.format, record.width);
     const bool in_place = record.flags & IMG_F_DIRECT;
-    if (!in_place && !(r.canvas = make_bytes(own_stride * record.height))) return no_memory;
     const size_t stride = in_place ? record.stride : own_stride;
-    if (stride > INT32_MAX) return over_limit;
+    if (stride > INT32_MAX) return r.picture.refuse({"stride", stride, INT32_MAX});
+    if (!in_place) {
+        if (const img_status status = r.picture.hold(own_stride * record.height)) return status;
+        if (!(r.canvas = make_bytes(own_stride * record.height))) return no_memory;
+    }
     output.colorspace = mode_of(*layout_of(record.format));
     output.is_external_memory = 1;
     output.u.RGBA.rgba = in_place ? r.picture.row(0) : r.canvas.get();
@@ -250,6 +263,7 @@ img_status decode_still(Reader &r, const WebPBitstreamFeatures &features) {
     if (!WebPInitDecoderConfig(&config)) return unsupported;
     choose_size(r, features, config.options);
     if (const img_status status = r.picture.setup()) return status;
+    if (const img_status status = hold_planes(r, features)) return status;
     if (const img_status status = set_output(r, config.output)) return status;
     const std::unique_ptr<WebPIDecoder, DeleteDecoder> decoder(WebPIDecode(nullptr, 0, &config));
     if (!decoder) return no_memory;
@@ -259,47 +273,63 @@ img_status decode_still(Reader &r, const WebPBitstreamFeatures &features) {
 
 // ---- Animations ----
 
-img_status begin_animation(Reader &r) {
+img_status open_animation(Reader &r) {
     const img_status reading = r.file.all();
     if (reading == damaged)
         r.file.drop_cut_chunk(); // the frames before it can be shown
     else if (reading)
         return reading;
+    const WebPData data{r.file.bytes(), r.file.size()};
+    r.frames.reset(WebPDemux(&data));
+    if (!r.frames) return damaged;
+    const uint32_t count = WebPDemuxGetI(r.frames.get(), WEBP_FF_FRAME_COUNT);
+    if (count > max_frames) return r.picture.refuse({"frames", count, max_frames});
+    r.canvas_size = {WebPDemuxGetI(r.frames.get(), WEBP_FF_CANVAS_WIDTH),
+                     WebPDemuxGetI(r.frames.get(), WEBP_FF_CANVAS_HEIGHT)};
+    return r.picture.check_size(r.canvas_size.width, r.canvas_size.height);
+}
+
+img_status report_frame(Reader &r) {
+    if (r.next_frame == 1) {
+        const uint32_t count = WebPDemuxGetI(r.frames.get(), WEBP_FF_FRAME_COUNT);
+        if (const img_status status = r.picture.report(IMG_VALUE_FRAMES, count)) return status;
+        const uint32_t loops = WebPDemuxGetI(r.frames.get(), WEBP_FF_LOOP_COUNT);
+        if (const img_status status = r.picture.report(IMG_VALUE_LOOPS, loops)) return status;
+    }
+    WebPIterator frame;
+    if (!WebPDemuxGetFrame(r.frames.get(), r.next_frame, &frame)) return damaged;
+    const auto delay = static_cast<uint32_t>(std::max(frame.duration, 0));
+    WebPDemuxReleaseIterator(&frame);
+    return r.picture.report(IMG_VALUE_DELAY, delay);
+}
+
+// libwebp keeps two canvases, and all pixels of a lossless frame while it decodes that.
+img_status begin_animation(Reader &r) {
+    constexpr uint64_t canvases = 3;
+    const uint64_t pixels = uint64_t{r.canvas_size.width} * r.canvas_size.height;
+    if (const img_status status = r.picture.hold(canvases * 4 * pixels)) return status;
     WebPAnimDecoderOptions options;
     if (!WebPAnimDecoderOptionsInit(&options)) return unsupported;
     options.color_mode = MODE_BGRA;
     const WebPData data{r.file.bytes(), r.file.size()};
-    const std::unique_ptr<WebPDemuxer, void (*)(WebPDemuxer *)> demuxer(WebPDemux(&data), WebPDemuxDelete);
-    if (!demuxer) return damaged;
-    const uint32_t frames = WebPDemuxGetI(demuxer.get(), WEBP_FF_FRAME_COUNT);
-    if (frames > max_frames) return r.picture.refuse({"frames", frames, max_frames});
-    if (const img_status status = r.picture.check_size(WebPDemuxGetI(demuxer.get(), WEBP_FF_CANVAS_WIDTH),
-                                                       WebPDemuxGetI(demuxer.get(), WEBP_FF_CANVAS_HEIGHT)))
-        return status;
     r.animation = WebPAnimDecoderNew(&data, &options);
-    return r.animation && WebPAnimDecoderGetInfo(r.animation, &r.info) ? ok : no_memory;
+    return r.animation ? ok : no_memory;
 }
 
-img_status report_animation(const Reader &r, int until, bool first) {
-    if (first) {
-        if (const img_status status = r.picture.report(IMG_VALUE_FRAMES, r.info.frame_count)) return status;
-        if (const img_status status = r.picture.report(IMG_VALUE_LOOPS, r.info.loop_count)) return status;
-    }
-    return r.picture.report(IMG_VALUE_DELAY, static_cast<uint32_t>(std::max(until - r.shown_until, 0)));
-}
-
-img_status decode_canvas(Reader &r, bool first) {
+img_status decode_canvas(Reader &r) {
+    if (const img_status status = report_frame(r)) return status;
+    constexpr img_format format = word(FMT_ARGB8888HE);
+    if (const img_status status = r.picture.choose(r.canvas_size.width, r.canvas_size.height, 0, &format, 1))
+        return status;
+    if (const img_status status = r.picture.setup()) return status;
+    if (!r.animation)
+        if (const img_status status = begin_animation(r)) return status;
     uint8_t *canvas;
     int until;
     if (!WebPAnimDecoderGetNext(r.animation, &canvas, &until)) return damaged;
-    if (const img_status status = report_animation(r, until, first)) return status;
-    r.shown_until = until;
-    constexpr img_format format = word(FMT_ARGB8888HE);
-    if (const img_status status = r.picture.choose(r.info.canvas_width, r.info.canvas_height, 0, &format, 1))
-        return status;
-    if (const img_status status = r.picture.setup()) return status;
-    const size_t bytes = size_t{r.info.canvas_width} * 4;
-    for (uint32_t y = 0; y < r.info.canvas_height; y++) {
+    r.next_frame++;
+    const size_t bytes = size_t{r.canvas_size.width} * 4;
+    for (uint32_t y = 0; y < r.canvas_size.height; y++) {
         memcpy(r.picture.row(y), canvas + bytes * y, bytes);
         r.picture.hand_over(y);
         if (const img_status status = r.picture.progress(y + 1)) return status;
@@ -334,9 +364,9 @@ img_status read_header(Reader &r, WebPBitstreamFeatures &features) {
 
 img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **state) {
     auto *reader = static_cast<Reader *>(*state);
-    if (reader && reader->animation && WebPAnimDecoderHasMoreFrames(reader->animation)) {
+    if (reader && reader->more_frames()) {
         reader->picture.begin(*callouts, *record);
-        return decode_canvas(*reader, false);
+        return decode_canvas(*reader);
     }
     if (reader && reader->file.cut()) return damaged;
     forget(*state); // the file before
@@ -346,12 +376,12 @@ img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, 
     *state = reader;
     reader->picture.begin(*callouts, *record);
     WebPBitstreamFeatures features;
-    if (const img_status status = reader->file.begin(*stream)) return status;
+    if (const img_status status = reader->file.begin(*stream, reader->picture)) return status;
     if (const img_status status = read_header(*reader, features)) return status;
     if (const img_status status = report_values(*reader)) return status;
     if (!features.has_animation) return decode_still(*reader, features);
-    if (const img_status status = begin_animation(*reader)) return status;
-    return decode_canvas(*reader, true);
+    if (const img_status status = open_animation(*reader)) return status;
+    return decode_canvas(*reader);
 }
 
 img_status decode_finish(io_handle *, void **state) {

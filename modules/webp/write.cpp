@@ -6,7 +6,9 @@
 #include "modules/webp/webp.h"
 
 #include <algorithm>
+#include <bit>
 #include <string.h>
+#include <webp/decode.h>
 #include <webp/encode.h>
 #include <webp/mux.h>
 
@@ -38,6 +40,7 @@ private:
     img_status ask();
     img_status fill();
     img_status encode();
+    img_status verify() const;
     img_status finish();
 };
 
@@ -95,15 +98,38 @@ img_status Writer::encode() {
     pixels.user_data = this;
     if (WebPEncode(&config, &pixels)) return ok;
     if (stopped) return stopped;
+    constexpr uint64_t first_partition = 1 << 19, partition = 1 << 24, file_size = uint64_t{1} << 32;
     switch (pixels.error_code) {
-    case VP8_ENC_ERROR_BAD_DIMENSION:
     case VP8_ENC_ERROR_PARTITION0_OVERFLOW:
+        return picture.refuse({"first partition", first_partition + 1, first_partition});
     case VP8_ENC_ERROR_PARTITION_OVERFLOW:
+        return picture.refuse({"partition", partition + 1, partition});
     case VP8_ENC_ERROR_FILE_TOO_BIG:
-        return over_limit;
+        return picture.refuse({"file size", file_size + 1, file_size});
     default: // libwebp does not name every lack of memory, and nothing else is left
         return no_memory;
     }
+}
+
+// libwebp takes no notice where its lossless encoder, which also writes the alpha of lossy pictures, runs out of memory,
+// and the file is wrong. So what that encoder wrote is decoded and compared.
+img_status Writer::verify() const {
+    if (!config.lossless && !WebPPictureHasTransparency(&pixels)) return ok;
+    struct Free {
+        void operator()(uint8_t *bytes) const { WebPFree(bytes); }
+    };
+    constexpr bool little_endian = std::endian::native == std::endian::little;
+    const auto decode = little_endian ? WebPDecodeBGRA : WebPDecodeARGB;
+    int width = 0, height = 0;
+    const std::unique_ptr<uint8_t, Free> decoded(decode(file.mem, file.size, &width, &height));
+    if (!decoded || width != pixels.width || height != pixels.height) return no_memory;
+    const uint32_t compared = config.lossless ? 0xffffffff : 0xff000000;
+    const auto *got = reinterpret_cast<const uint32_t *>(decoded.get());
+    const uint32_t *want = pixels.argb;
+    for (int y = 0; y < height; y++, got += width, want += pixels.argb_stride)
+        for (int x = 0; x < width; x++)
+            if ((got[x] ^ want[x]) & compared) return no_memory;
+    return ok;
 }
 
 img_status Writer::finish() {
@@ -135,6 +161,7 @@ img_status Writer::write() {
     if (side > WEBP_MAX_DIMENSION) return picture.refuse({"side", side, WEBP_MAX_DIMENSION});
     if (const img_status status = fill()) return status;
     if (const img_status status = encode()) return status;
+    if (const img_status status = verify()) return status;
     return finish();
 }
 
