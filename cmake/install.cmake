@@ -34,8 +34,11 @@ endif()
 foreach(name CMAKE_INSTALL_INCLUDEDIR CMAKE_INSTALL_LIBDIR pictra_codec_dir pictra_config_file)
   cmake_path(ABSOLUTE_PATH ${name} BASE_DIRECTORY "\${prefix}" OUTPUT_VARIABLE pc_${name})
 endforeach()
-configure_file(cmake/pictra.pc.in ${PROJECT_BINARY_DIR}/generated/pictra.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/generated/pictra.pc DESTINATION ${pictra_pkgconfig_dir} COMPONENT libpictra-dev)
+function(pictra_install_pkgconfig name)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in ${PROJECT_BINARY_DIR}/generated/${name}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/generated/${name}.pc DESTINATION ${pictra_pkgconfig_dir} COMPONENT libpictra-dev)
+endfunction()
+pictra_install_pkgconfig(pictra)
 
 # Installs a module and, for packages, the section that describes it. Sections are put together in the order of their
 # files' names; the numbers leave room between the modules.

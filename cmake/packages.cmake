@@ -41,6 +41,15 @@ function(pictra_package component section summary text)
   install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${component} COMPONENT ${component} RENAME copyright)
 endfunction()
 
+# The other library: what depends on it, and that its name is known to the loader at once.
+set(pictra_kit_package libpictra-kit${PROJECT_VERSION_MAJOR})
+file(WRITE ${control_dir}/kit/shlibs
+  "libpictra-kit ${PROJECT_VERSION_MAJOR} ${pictra_kit_package} (>= ${PROJECT_VERSION})\n")
+file(WRITE ${control_dir}/kit/triggers "activate-noawait ldconfig\n")
+
+string(TOUPPER ${pictra_kit_package} kit_key)
+set(CPACK_DEBIAN_${kit_key}_PACKAGE_CONTROL_EXTRA ${control_dir}/kit/shlibs ${control_dir}/kit/triggers)
+set(CPACK_DEBIAN_${kit_key}_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 string(TOUPPER ${pictra_library_package} library_key)
 set(CPACK_DEBIAN_${library_key}_PACKAGE_CONTROL_EXTRA ${control_files})
 set(CPACK_DEBIAN_${library_key}_PACKAGE_CONTROL_STRICT_PERMISSION ON) # whatever the umask of the tree was
@@ -50,8 +59,11 @@ set(same "${pictra_library_package} (= ${PROJECT_VERSION})")
 set(about "pictra reads images from files, memory or streams into raw pixel buffers,\nwrites them, and transforms them.")
 pictra_package(${pictra_library_package} libs "images into raw pixel buffers, and back - library"
   "${about} It needs the C library alone; file formats\nare codec modules in packages of their own.")
+pictra_package(${pictra_kit_package} libs "images into raw pixel buffers, and back - resampling and colour"
+  "${about} This library scales them with real filters\nand knows colour profiles." ${same})
 pictra_package(libpictra-dev libdevel "images into raw pixel buffers, and back - development files"
-  "${about} This package has the headers for C and C++,\nthe files for CMake and pkg-config, and examples." ${same})
+  "${about} This package has the headers for C and C++,\nthe files for CMake and pkg-config, and examples."
+  ${same} "${pictra_kit_package} (= ${PROJECT_VERSION})")
 
 get_property(heavy_packages GLOBAL PROPERTY pictra_module_packages)
 list(REMOVE_DUPLICATES heavy_packages)

@@ -31,17 +31,26 @@ function(pictra_add_objects name)
                                            VISIBILITY_INLINES_HIDDEN ON)
 endfunction()
 
-# One object library per variant, pictra_<variant>, with IMG_TARGET naming the variant's namespace.
-set(PICTRA_KERNELS "")
+# pictra_add_variants(NAME LIST SOURCE...): an object library per variant, NAME_<variant>, with IMG_TARGET naming the
+# variant's namespace. The variable LIST gets their objects.
+function(pictra_add_variants name objects)
+  set(all "")
+  foreach(variant ${PICTRA_VARIANTS})
+    pictra_add_objects(${name}_${variant})
+    target_sources(${name}_${variant} PRIVATE ${ARGN})
+    list(TRANSFORM PICTRA_FEATURES_${variant} PREPEND -m OUTPUT_VARIABLE flags)
+    target_link_libraries(${name}_${variant} PRIVATE pictra_kernel_flags)
+    target_compile_options(${name}_${variant} PRIVATE ${flags} ${PICTRA_FLAGS_${variant}})
+    target_compile_definitions(${name}_${variant} PRIVATE IMG_TARGET=${variant})
+    list(APPEND all $<TARGET_OBJECTS:${name}_${variant}>)
+  endforeach()
+  set(${objects} ${all} PARENT_SCOPE)
+endfunction()
+pictra_add_variants(pictra PICTRA_KERNELS)
+
 set(each "")
 set(features "")
 foreach(variant ${PICTRA_VARIANTS})
-  pictra_add_objects(pictra_${variant})
-  list(TRANSFORM PICTRA_FEATURES_${variant} PREPEND -m OUTPUT_VARIABLE flags)
-  target_link_libraries(pictra_${variant} PRIVATE pictra_kernel_flags)
-  target_compile_options(pictra_${variant} PRIVATE ${flags} ${PICTRA_FLAGS_${variant}})
-  target_compile_definitions(pictra_${variant} PRIVATE IMG_TARGET=${variant})
-  list(APPEND PICTRA_KERNELS $<TARGET_OBJECTS:pictra_${variant}>)
   list(JOIN PICTRA_FEATURES_${variant} ", " names)
   string(APPEND each " EACH(${variant} __VA_OPT__(, ) __VA_ARGS__)")
   string(APPEND features "#define IMG_FEATURES_${variant} ${names}\n")
@@ -49,7 +58,7 @@ endforeach()
 file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/generated/core/variants.h
      CONTENT "#pragma once\n#define IMG_FOR_EACH_VARIANT(EACH, ...)${each}\n${features}" @ONLY)
 
-# Adds sources to every variant.
+# Adds sources to every variant of the core.
 function(pictra_add_kernels)
   foreach(variant ${PICTRA_VARIANTS})
     target_sources(pictra_${variant} PRIVATE ${ARGN})

@@ -50,6 +50,7 @@ img_status decode_frame(io_handle *, const img_decode_callouts *callouts, img_re
     if (script.chosen >= count) return IMG_ST_NOCONV;
     image->format = script.formats[script.chosen];
     image->flags |= IMG_F_FORMAT;
+    if (script.keeps_size) image->width = script.width, image->height = script.height;
     const img_status status = callouts->setup(callouts->data, image, script.setup_flags);
     EXPECT_EQ(callouts->setup(callouts->data, image, 0), script.setup_status) << "again";
     script.image = *image;

@@ -22,6 +22,7 @@ struct Script {
     std::optional<uint32_t> key{};
     uint32_t setup_flags = IMG_SETUP_TOPDOWN;
     img_flags flags = 0;              // further flags of its description
+    bool keeps_size = false;          // puts its own size back where the caller asked for another
     uint32_t run = 0;                 // pixels delivered at a time; 0 for whole rows
     bool empty_runs = false;          // further runs of 0 pixels, at the row's begin and end
     uint32_t extra_rows = 0;          // sent below the picture

@@ -3,6 +3,7 @@
 #include "pictra/backend.h"
 #include "pictra/codec.h"
 #include "pictra/image.h"
+#include "pictra/kit.h"
 #include "pictra/pictra.h"
 #include "pictra/routines.h"
 #include "pictra/stream.h"

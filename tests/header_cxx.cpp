@@ -4,6 +4,7 @@
 #include "pictra/routines.h"
 
 #include "pictra/backend.h"
+#include "pictra/kit.h"
 #include "pictra/values.h"
 
 #include <type_traits>

@@ -1,0 +1,230 @@
+// SPDX-License-Identifier: MIT
+#include "kit/resample/resampler.h"
+
+#include <string.h>
+
+namespace img::kit {
+
+namespace {
+
+// Beyond, weights of 14 bits would be too coarse.
+constexpr double largest_levels_ratio = 32;
+
+constexpr img_flags shape_flags = IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT;
+constexpr uint32_t known_flags = PICTRA_RESAMPLE_LINEAR | PICTRA_RESAMPLE_BACKGROUND | PICTRA_RESAMPLE_UPWARD;
+
+bool has_shape(const img_record &record) {
+    return (record.flags & shape_flags) == shape_flags && record.width && record.height;
+}
+
+// The part from `from` on, or false if it is not one.
+bool make_span(uint32_t source, double from, double length, uint32_t result, Span &span) {
+    if (!(from >= 0 && from < source && length >= 0)) return false; // also what is no number
+    span = {source, from, length > 0 ? length : source - from, result};
+    return span.from + span.length <= source;
+}
+
+bool convertible(img_format from, img_format to) {
+    if (is_palette(to)) return false;
+    return is_palette(from) ? img_convert_getfunc(work_format, to) : img_convert_getfunc(from, to);
+}
+
+constexpr uint32_t even(uint32_t count) { return (count + 1) & ~uint32_t{1}; }
+constexpr uint32_t larger(uint32_t a, uint32_t b) { return a > b ? a : b; }
+
+template <typename T> Owned<T> allocate_cleared(uint64_t count) {
+    Owned<T> made = allocate<T>(count);
+    if (made) memset(made.get(), 0, count * sizeof(T));
+    return made;
+}
+
+} // namespace
+
+// ---- Preparation -----------------------------------------------------------------------------------------------------
+
+img_status Resampler::make(const img_record &source, const img_record &target, const pictra_resample_options &options) {
+    if (!has_shape(source) || !has_shape(target) || !has(target, IMG_F_DIRECT | IMG_F_ACCESS)) return IMG_ST_BADARG;
+    if (options.filter > PICTRA_FILTER_BICUBIC || (options.flags & ~known_flags)) return IMG_ST_BADARG;
+    if (!make_span(source.width, options.x, options.width, target.width, columns_)) return IMG_ST_BADARG;
+    if (!make_span(source.height, options.y, options.height, target.height, lines_)) return IMG_ST_BADARG;
+    if (!convertible(source.format, target.format)) return IMG_ST_BADFMT;
+    source_ = source;
+    target_width_ = target.width;
+    target_height_ = target.height;
+    upward_ = options.flags & PICTRA_RESAMPLE_UPWARD;
+    linear_ = options.flags & PICTRA_RESAMPLE_LINEAR;
+    has_background_ = options.flags & PICTRA_RESAMPLE_BACKGROUND;
+    img_convert_data(FMT_ARGB8888HE, &options.background, work_format, &background_, 1);
+
+    filter_ = columns_.is_identity() && lines_.is_identity() ? uint32_t{PICTRA_FILTER_NEAREST} : options.filter;
+    levels_ = filter_ == PICTRA_FILTER_NEAREST ||
+              (!linear_ && columns_.ratio() <= largest_levels_ratio && lines_.ratio() <= largest_levels_ratio);
+    if (const img_status status = levels_ ? make_levels() : make_weighted()) return status;
+    if (const img_status status = in_.make(source, begin_, end_)) return status;
+    return out_.make(target, source.format);
+}
+
+// Takes over which columns and lines count. The ring has room for all the lines of a result row.
+template <typename Weight> void Resampler::use(const Axis<Weight> &across, const Axis<Weight> &down) {
+    first_row_ = down.first.get();
+    last_row_ = down.last.get();
+    begin_ = across.first[0];
+    end_ = across.last[across.result - 1] + 1;
+    ring_rows_ = down.rows;
+    row_pixels_ = even(larger(source_.width, across.first[across.result - 1] + across.taps));
+}
+
+img_status Resampler::make_levels() {
+    if (!across_.make(columns_, filter_, 2) || !down_.make(lines_, filter_, 1)) return IMG_ST_NOMEM;
+    use(across_, down_);
+    if (filter_ == PICTRA_FILTER_NEAREST) return IMG_ST_OK;
+    levels_row_ = allocate_cleared<int16_t>(uint64_t{row_pixels_} * 4);
+    levels_ring_ = allocate<int16_t>(uint64_t{ring_rows_} * target_width_ * 4);
+    levels_taps_ = allocate<const int16_t *>(even(ring_rows_));
+    return levels_row_ && levels_ring_ && levels_taps_ ? make_kinds() : img_status{IMG_ST_NOMEM};
+}
+
+img_status Resampler::make_weighted() {
+    if (!weighted_across_.make(columns_, filter_, 2) || !weighted_down_.make(lines_, filter_, 1)) return IMG_ST_NOMEM;
+    use(weighted_across_, weighted_down_);
+    weighted_row_ = allocate_cleared<float>(uint64_t{row_pixels_} * 4);
+    weighted_ring_ = allocate<float>(uint64_t{ring_rows_} * target_width_ * 4);
+    weighted_taps_ = allocate<const float *>(ring_rows_);
+    if (!weighted_row_ || !weighted_ring_ || !weighted_taps_) return IMG_ST_NOMEM;
+    if (const img_status status = kinds_ ? img_status{IMG_ST_OK} : make_kinds()) return status;
+    return make_sums();
+}
+
+img_status Resampler::make_kinds() {
+    kinds_ = allocate_cleared<uint8_t>(ring_rows_);
+    return kinds_ ? IMG_ST_OK : IMG_ST_NOMEM;
+}
+
+// What makes pixels of weighted values.
+img_status Resampler::make_sums() {
+    const auto *background = reinterpret_cast<const uint8_t *>(&background_);
+    if (const img_status status = tones_.make(linear_, has_background_ ? background : nullptr)) return status;
+    sums_ = allocate<float>(uint64_t{target_width_} * 4);
+    return sums_ ? IMG_ST_OK : IMG_ST_NOMEM;
+}
+
+// ---- Rows ------------------------------------------------------------------------------------------------------------
+
+img_status Resampler::take_row(const void *pixels) {
+    if (taken_ == source_.height) return IMG_ST_BADARG;
+    const uint32_t y = upward_ ? source_.height - 1 - taken_ : taken_;
+    if (made_ < target_height_ && is_needed(next_result(), y)) {
+        const uint8_t *row = in_.convert(pixels);
+        if (!row) return IMG_ST_BADARG;
+        if (const img_status status = picks() ? prepare_pick() : scale_across(row, y)) return status;
+        for (; made_ < target_height_ && is_complete(next_result(), y); made_++) {
+            const uint32_t i = next_result();
+            if (picks())
+                pick(row, out_.room(i));
+            else
+                scale_down(i, out_.room(i));
+            out_.deliver(i);
+        }
+    }
+    taken_++;
+    return IMG_ST_OK;
+}
+
+// Runs are put together. What is wrong is kept, because who calls an access function does not look at its result.
+img_status Resampler::take_run(uint32_t x, uint32_t y, uint32_t count, const void *pixels) {
+    if (status_) return status_;
+    const uint32_t expected = upward_ ? source_.height - 1 - taken_ : taken_;
+    if (taken_ == source_.height || y != expected || x != run_end_ || count > source_.width - x)
+        return status_ = IMG_ST_BADARG;
+    const uint64_t bits = bits_per_pixel(source_.format);
+    if (count < source_.width) {
+        if (!run_row_) run_row_ = allocate<uint8_t>((source_.width * bits + 7) / 8);
+        if (!run_row_) return status_ = IMG_ST_NOMEM;
+        if (x * bits % 8) return status_ = IMG_ST_BADARG; // it would begin within a byte
+        memcpy(run_row_.get() + x * bits / 8, pixels, (count * bits + 7) / 8);
+        run_end_ = x + count;
+        if (run_end_ < source_.width) return IMG_ST_OK;
+        run_end_ = 0;
+        pixels = run_row_.get();
+    }
+    return status_ = take_row(pixels);
+}
+
+img_status Resampler::end() const {
+    if (status_) return status_;
+    return made_ == target_height_ ? IMG_ST_OK : IMG_ST_BADARG;
+}
+
+// ---- Pixels picked ---------------------------------------------------------------------------------------------------
+
+img_status Resampler::prepare_pick() {
+    return has_background_ && in_.may_be_transparent() && !sums_ ? make_sums() : img_status{IMG_ST_OK};
+}
+
+void Resampler::pick(const uint8_t *pixels, uint8_t *out) {
+    if (columns_.is_identity())
+        memcpy(out, pixels, uint64_t{target_width_} * 4);
+    else
+        for (uint32_t i = 0; i < target_width_; i++)
+            memcpy(out + i * size_t{4}, pixels + across_.first[i] * size_t{4}, 4);
+    if (!sums_) return;
+    const ResampleKernels &kernels = resample_kernels.best();
+    kernels.weigh(out, target_width_, tones_.tone(), sums_.get());
+    kernels.finish(sums_.get(), target_width_, tones_.tone(), out);
+}
+
+// ---- Pixels mixed ----------------------------------------------------------------------------------------------------
+
+img_status Resampler::scale_across(const uint8_t *pixels, uint32_t y) {
+    const ResampleKernels &kernels = resample_kernels.best();
+    const uint8_t *counting = pixels + begin_ * size_t{4};
+    const uint32_t count = end_ - begin_;
+    if (levels_ && (!in_.may_be_transparent() || kernels.opaque(counting, count))) {
+        kernels.spread_levels(counting, count, levels_row_.get() + begin_ * size_t{4});
+        kernels.across_levels(levels_row_.get(), across_, levels_ring_.get() + ring_at(y));
+        kinds_[y % ring_rows_] = as_levels;
+        return IMG_ST_OK;
+    }
+    if (!weighted_ring_)
+        if (const img_status status = make_weighted()) return status;
+    kernels.weigh(counting, count, tones_.tone(), weighted_row_.get() + begin_ * size_t{4});
+    kernels.across_weighted(weighted_row_.get(), weighted_across_, weighted_ring_.get() + ring_at(y));
+    kinds_[y % ring_rows_] = as_weighted;
+    return IMG_ST_OK;
+}
+
+void Resampler::scale_down(uint32_t i, uint8_t *out) {
+    for (uint32_t y = first_row_[i]; y <= last_row_[i]; y++)
+        if (!(kinds_[y % ring_rows_] & as_levels)) return scale_weighted_down(i, out);
+    scale_levels_down(i, out);
+}
+
+void Resampler::scale_levels_down(uint32_t i, uint8_t *out) {
+    const uint32_t first = first_row_[i], rows = last_row_[i] - first + 1;
+    for (uint32_t k = 0; k < even(rows); k++) {
+        const uint32_t y = first + (k < rows ? k : 0); // one beyond counts nothing
+        levels_taps_[k] = levels_ring_.get() + ring_at(y);
+    }
+    resample_kernels.best().down_levels(levels_taps_.get(), down_.of(i), even(rows), size_t{target_width_} * 4, out);
+}
+
+void Resampler::scale_weighted_down(uint32_t i, uint8_t *out) {
+    const ResampleKernels &kernels = resample_kernels.best();
+    const uint32_t first = first_row_[i], rows = last_row_[i] - first + 1;
+    for (uint32_t k = 0; k < rows; k++) weighted_taps_[k] = weighted_row(first + k);
+    kernels.down_weighted(weighted_taps_.get(), weighted_down_.of(i), rows, size_t{target_width_} * 4, sums_.get());
+    kernels.finish(sums_.get(), target_width_, tones_.tone(), out);
+}
+
+// A row of the ring, weighted now if it is there as levels only.
+const float *Resampler::weighted_row(uint32_t y) {
+    uint8_t &kinds = kinds_[y % ring_rows_];
+    float *row = weighted_ring_.get() + ring_at(y);
+    if (!(kinds & as_weighted)) {
+        resample_kernels.best().weigh_levels(levels_ring_.get() + ring_at(y), size_t{target_width_} * 4, row);
+        kinds |= as_weighted;
+    }
+    return row;
+}
+
+} // namespace img::kit
