@@ -63,10 +63,9 @@ const uint8_t *readable_run(const img_record &record, const uint8_t *at, uint32_
         if (there * 8 / bits < count) count = static_cast<uint32_t>(there * 8 / bits);
         return at;
     }
-    const uint64_t in_row = run_bytes(record.format, record.width) - run_bytes(record.format, x);
-    // The codec's pixels are larger than these, so there is room for the run.
-    return padded_run(at, in_row < there ? in_row : there, run_bytes(record.format, count),
-                      static_cast<uint8_t *>(out));
+    // What follows the row is read as long as the buffer holds it. The codec's pixels are larger than these, so there is room
+    // for the run.
+    return padded_run(at, there, run_bytes(record.format, count), static_cast<uint8_t *>(out));
 }
 
 } // namespace

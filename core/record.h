@@ -22,8 +22,8 @@ constexpr uint64_t run_bits(img_format format, uint64_t n) { return bits_per_pix
 // Bytes that n pixels take, and where pixel n begins: pixels of 1 and 4 bits round up to a byte, also as an offset.
 constexpr uint64_t run_bytes(img_format format, uint64_t n) { return (run_bits(format, n) + 7) >> 3; }
 
-// A run of a row, from a byte with `there` bytes left in the row. A run of 1- or 4-bit pixels that starts inside a byte is
-// read from the next byte on and may need a byte more than the row has: that byte counts as 0. The run is then assembled in
+// A run of a row, from a byte with `there` bytes left to read. A run of 1- or 4-bit pixels that starts inside a byte is
+// read from the next byte on and may need a byte more than there is: that byte counts as 0. The run is then assembled in
 // room, which holds `needed` bytes.
 const uint8_t *padded_run(const uint8_t *run, uint64_t there, uint64_t needed, uint8_t *room);
 
