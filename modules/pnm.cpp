@@ -8,7 +8,7 @@
 #include <stdio.h>
 #include <string.h>
 
-using namespace module;
+using namespace codec;
 
 namespace {
 
@@ -269,8 +269,7 @@ img_status Reader::read_rows() {
     for (uint32_t y = 0; y < header.height; y++) {
         if (const img_status status = read_row(picture.row(y))) return status;
         if (input.ended() && y + 1 < header.height) return damaged; // the row's last number may have been cut
-        picture.hand_over(y);
-        if (const img_status status = picture.progress(y + 1)) return status;
+        if (const img_status status = picture.deliver(y)) return status;
     }
     return ok;
 }
@@ -386,14 +385,10 @@ img_status Writer::write() {
     const bool indexed = image.format & IMG_FMT_PAL;
     if (indexed) {
         if (const img_status status = picture.get_palette(palette)) return status;
-        if (!picture.has(IMG_F_PAL_ALPHA))
-            for (uint32_t &argb : palette) argb |= 0xff000000;
         flip = rgb_of(palette[0]) == 0 ? 0xff : 0;
     }
-    if (picture.has(IMG_F_TRANSP) && (indexed || keyed())) {
+    if (keyed())
         if (const img_status status = picture.get_transparency(key)) return status;
-        if (indexed) palette[key[0]] &= 0xffffff;
-    }
     if (transparent_palette())
         bytes = size_t{image.width} * 4;
     else if (keyed())
@@ -403,7 +398,7 @@ img_status Writer::write() {
     if (const img_status status = write_header()) return status;
     for (uint32_t y = 0; y < image.height; y++) {
         const uint8_t *row = picture.fetch(y);
-        if (indexed && !indices_below(row, bits_per_pixel(image.format), image.width, image.ncolors)) return bad_record;
+        if (!row) return bad_record;
         if (line) pack_row(row);
         if (!write_all(*stream, line ? line.get() : row, bytes)) return write_failed;
         if (const img_status status = picture.progress(y + 1)) return status;

@@ -6,7 +6,7 @@
 #include "modules/common/layout.h"
 #include "modules/common/transparency.h"
 
-using namespace module;
+using namespace codec;
 
 namespace {
 
@@ -149,8 +149,7 @@ img_status Reader::read() {
     const ReadRow read_row = row_reader(*layout_of(picture.record().format));
     for (uint32_t y = 0; y < height; y++) {
         if (!(this->*read_row)(picture.row(y), uint64_t{height - y} * width)) return damaged;
-        picture.hand_over(y);
-        if (const img_status status = picture.progress(y + 1)) return status;
+        if (const img_status status = picture.deliver(y)) return status;
     }
     if (!input.need(sizeof end_marker, 0)) return damaged;
     return memcmp(input.data(), end_marker, sizeof end_marker) == 0 ? ok : damaged;

@@ -6,7 +6,7 @@
 #include "modules/common/layout.h"
 #include "modules/common/transparency.h"
 
-using namespace module;
+using namespace codec;
 
 namespace {
 
@@ -98,7 +98,6 @@ struct Reader {
 
 private:
     img_status read_map();
-    img_status hand_over_palette();
     img_status read_rows();
     bool read_packets(uint8_t *out, uint64_t left);
 };
@@ -125,22 +124,6 @@ img_status Reader::read_map() {
         input.take(bytes);
     }
     if (header.type == indexed) ncolors = std::min(header.map_first + header.map_length, 256u);
-    return ok;
-}
-
-// A single fully transparent entry becomes the colour key, unless the caller wants alpha: the library makes alpha of a key
-// only in host byte order.
-img_status Reader::hand_over_palette() {
-    uint32_t *const end = palette + ncolors;
-    const auto seen = std::count_if(palette, end, [](uint32_t argb) { return argb >> 24 != 0xff; });
-    uint32_t *const clear = std::find_if(palette, end, [](uint32_t argb) { return argb >> 24 == 0; });
-    const bool as_key = seen == 1 && clear != end && !(picture.record().flags & IMG_F_WANT_ALPHA);
-    if (as_key)
-        *clear |= 0xff000000;
-    else if (seen)
-        picture.add_flags(IMG_F_PAL_ALPHA);
-    if (const img_status status = picture.set_palette(palette)) return status;
-    if (as_key) picture.set_transparency(static_cast<uint32_t>(clear - palette));
     return ok;
 }
 
@@ -199,9 +182,7 @@ img_status Reader::read_rows() {
         if (!(header.runs ? read_packets(in, left) : input.read(in, bytes))) return damaged;
         if (header.right_to_left) mirror(in, header.width, header.pixel_bytes());
         if (grey_alpha) expand_grey(in, header.width, header.attributes, row);
-        if (header.type == indexed && !indices_below(row, 8, header.width, ncolors)) return damaged;
-        picture.hand_over(y);
-        if (const img_status status = picture.progress(done + 1)) return status;
+        if (const img_status status = picture.deliver(y)) return status;
     }
     return ok;
 }
@@ -220,7 +201,7 @@ img_status Reader::read() {
     if (const img_status status = picture.setup(header.top_down ? IMG_SETUP_TOPDOWN : IMG_SETUP_BOTTOMUP))
         return status;
     if (header.type == indexed)
-        if (const img_status status = hand_over_palette()) return status;
+        if (const img_status status = picture.set_palette(palette)) return status;
     return read_rows();
 }
 
@@ -264,13 +245,7 @@ img_status Writer::choose() {
 
 // The palette with the transparency that belongs to it: alpha, a key, or none.
 img_status Writer::write_map(uint32_t ncolors, bool alpha) {
-    uint8_t map[256 * 4], key[4];
-    if (!picture.has(IMG_F_PAL_ALPHA))
-        for (uint32_t &argb : palette) argb |= 0xff000000;
-    if (picture.has(IMG_F_TRANSP)) {
-        if (const img_status status = picture.get_transparency(key)) return status;
-        palette[key[0]] &= 0xffffff;
-    }
+    uint8_t map[256 * 4];
     const size_t bytes = alpha ? 4 : 3;
     for (uint32_t i = 0; i < ncolors; i++)
         for (size_t byte = 0; byte < bytes; byte++)
@@ -330,7 +305,7 @@ img_status Writer::write_rows() {
     if (runs && !(line = make_bytes(image.width * (bytes + 1)))) return no_memory;
     for (uint32_t y = 0; y < image.height; y++) {
         const uint8_t *row = beside ? transparent.fetch(picture, y) : picture.fetch(y);
-        if (!row || (format == FMT_PAL8 && !indices_below(row, 8, image.width, image.ncolors))) return bad_record;
+        if (!row) return bad_record;
         const size_t length = runs ? pack[bytes - 1](row, image.width, line.get()) : image.width * bytes;
         if (!write_all(*stream, runs ? line.get() : row, length)) return write_failed;
         if (const img_status status = picture.progress(y + 1)) return status;

@@ -3,7 +3,7 @@
 // The two halves of the BMP module.
 #pragma once
 
-#include "modules/common/module.h"
+#include "modules/common/picture.h"
 
 inline constexpr size_t bmp_file_header_size = 14;
 

@@ -6,7 +6,7 @@
 
 #include <bit>
 
-namespace module {
+namespace codec {
 
 namespace {
 
@@ -195,4 +195,4 @@ void MaskedColors::expand(const uint8_t *pixels, uint32_t count, uint8_t *argb) 
     expand_pixels<4>(pixels, count, argb);
 }
 
-} // namespace module
+} // namespace codec

@@ -3,9 +3,9 @@
 // Device-independent bitmaps: the header, the palette and the colours of BMP files and of the pictures in icons.
 #pragma once
 
-#include "modules/common/module.h"
+#include "modules/common/picture.h"
 
-namespace module {
+namespace codec {
 
 struct Dib {
     enum Compression : uint32_t { plain, rle8, rle4, fields, jpeg, png, alpha_fields };
@@ -66,4 +66,4 @@ private:
     uint32_t bytes_ = 0; // a pixel
 };
 
-} // namespace module
+} // namespace codec

@@ -13,7 +13,7 @@
 #include <algorithm>
 #include <stdio.h>
 
-using namespace module;
+using namespace codec;
 
 namespace {
 
@@ -132,8 +132,7 @@ img_status Bitmap::read(Decoding &output) {
     if (const img_status status = output.setup()) return status;
     for (uint32_t y = 0; y < dib.height; y++) {
         expand(y, output.row(y));
-        output.hand_over(y);
-        if (const img_status status = output.progress(y + 1)) return status;
+        if (const img_status status = output.deliver(y)) return status;
     }
     return ok;
 }

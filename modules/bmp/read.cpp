@@ -8,7 +8,7 @@
 
 #include <algorithm>
 
-using namespace module;
+using namespace codec;
 
 namespace {
 
@@ -50,8 +50,9 @@ private:
     img_status end_early(uint32_t x);
     uint32_t y() const { return dib.top_down ? rows_done : dib.height - 1 - rows_done; }
     img_status hand_over() {
-        picture.hand_over(y());
-        return picture.progress(++rows_done);
+        const img_status status = picture.deliver(y());
+        rows_done++;
+        return status;
     }
 };
 

@@ -9,7 +9,7 @@
 #include "modules/common/layout.h"
 #include "modules/common/transparency.h"
 
-using namespace module;
+using namespace codec;
 
 namespace {
 
@@ -119,8 +119,6 @@ img_status Writer::write_rows(size_t stride, bool beside) {
         const uint32_t y = image.height - 1 - done;
         const uint8_t *row = beside ? transparent.fetch(picture, y) : picture.fetch(y);
         if (!row) return bad_record;
-        if ((format & IMG_FMT_PAL) && !indices_below(row, bits_per_pixel(format), image.width, ncolors))
-            return bad_record;
         memcpy(line.get(), row, bytes);
         if (used_bits) line.get()[bytes - 1] = static_cast<uint8_t>(line.get()[bytes - 1] & (0xff00 >> used_bits));
         if (!write_all(*stream, line.get(), stride)) return write_failed;

@@ -3,12 +3,12 @@
 // Bytes of a file: numbers in little-endian order, and a stream read in blocks.
 #pragma once
 
-#include "modules/common/module.h"
+#include "modules/common/picture.h"
 
 #include <algorithm>
 #include <string.h>
 
-namespace module {
+namespace codec {
 
 inline uint16_t little16(const uint8_t *at) { return static_cast<uint16_t>(at[0] | at[1] << 8); }
 inline uint32_t little32(const uint8_t *at) { return little16(at) | uint32_t{little16(at + 2)} << 16; }
@@ -28,6 +28,8 @@ class Input {
 public:
     static constexpr size_t most = 4096; // that can be needed at a time
 
+    Input() = default;
+    explicit Input(io_handle &stream) : stream_(&stream) {}
     void begin(io_handle &stream) { stream_ = &stream; }
 
     // Whether the next length bytes are at data(). certain: so many bytes, these included, belong to the picture.
@@ -74,4 +76,4 @@ private:
     uint8_t block_[most];
 };
 
-} // namespace module
+} // namespace codec

@@ -5,7 +5,7 @@
 
 #include <string.h>
 
-namespace module {
+namespace codec {
 
 namespace {
 
@@ -173,4 +173,4 @@ img_status Metadata::set_orientation(uint32_t orientation) {
     return ok;
 }
 
-} // namespace module
+} // namespace codec

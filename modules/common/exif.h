@@ -3,9 +3,9 @@
 // EXIF blocks, and the metadata that formats keep in blocks of bytes beside the pixels: reported, and asked for.
 #pragma once
 
-#include "modules/common/module.h"
+#include "modules/common/picture.h"
 
-namespace module {
+namespace codec {
 
 // Of EXIF, ICC and XMP alike. No honest file comes near it.
 inline constexpr size_t max_block = 4 * 1024 * 1024;
@@ -40,4 +40,4 @@ private:
     Bytes own_exif_; // the caller's block with another orientation, or a small one of our own
 };
 
-} // namespace module
+} // namespace codec

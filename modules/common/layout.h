@@ -3,13 +3,13 @@
 // Direct formats of bytes as a codec sees them: the order of their channels in memory. And lists of formats on offer.
 #pragma once
 
-#include "modules/common/module.h"
+#include "modules/common/picture.h"
 
 #include <algorithm>
 #include <array>
 #include <bit>
 
-namespace module {
+namespace codec {
 
 // Where the fourth byte of a pixel is, seen in memory.
 enum class Fourth : uint8_t { none, first, last };
@@ -76,4 +76,4 @@ private:
     uint32_t count_ = 0;
 };
 
-} // namespace module
+} // namespace codec

@@ -3,12 +3,12 @@
 // Texts: those of files, whose character set is not known for sure, and those that a caller wants to have written.
 #pragma once
 
-#include "modules/common/module.h"
+#include "modules/common/picture.h"
 
 #include <string.h>
 #include <strings.h>
 
-namespace module {
+namespace codec {
 
 // How many bytes the character at text takes in UTF-8; 0 if there is none, or one that UTF-8 forbids.
 inline size_t utf8_length(const uint8_t *text, size_t size) {
@@ -86,4 +86,4 @@ private:
     uint64_t left_;
 };
 
-} // namespace module
+} // namespace codec

@@ -4,11 +4,11 @@
 // alpha in pixels only, their rows are made FMT_ARGB8888HE or FMT_ARGB8888OE.
 #pragma once
 
-#include "modules/common/module.h"
+#include "modules/common/picture.h"
 
 #include <string.h>
 
-namespace module {
+namespace codec {
 
 class TransparentRows {
 public:
@@ -27,14 +27,9 @@ public:
         const img_record &image = picture.image();
         swapped_ = made & IMG_FMT_OE;
         uint8_t key[4] = {};
-        if (picture.has(IMG_F_TRANSP))
-            if (const img_status status = picture.get_transparency(key)) return status;
-        if (image.format & IMG_FMT_PAL) {
-            if (const img_status status = picture.get_palette(palette_)) return status;
-            if (!picture.has(IMG_F_PAL_ALPHA))
-                for (uint32_t &argb : palette_) argb |= 0xff000000;
-            if (picture.has(IMG_F_TRANSP)) palette_[key[0]] &= 0xffffff;
-        }
+        const img_status status =
+            image.format & IMG_FMT_PAL ? picture.get_palette(palette_) : picture.get_transparency(key);
+        if (status) return status;
         key_ = rgb(key);
         line_ = make_bytes(row_bytes(FMT_ARGB8888HE, image.width));
         return line_ ? ok : no_memory;
@@ -46,7 +41,7 @@ public:
         const uint32_t bits = bits_per_pixel(image.format);
         const bool indexed = image.format & IMG_FMT_PAL;
         const uint8_t *row = picture.fetch(y);
-        if (indexed && !indices_below(row, bits, image.width, image.ncolors)) return nullptr;
+        if (!row) return nullptr;
         uint8_t *out = line_.get();
         for (uint32_t x = 0; x < image.width; x++, out += 4) {
             const uint32_t color = indexed ? 0 : rgb(row + 3 * size_t{x});
@@ -68,4 +63,4 @@ private:
     Bytes line_;
 };
 
-} // namespace module
+} // namespace codec

@@ -3,7 +3,7 @@
 // The data of GIF pictures and extensions: a chain of blocks, and the LZW codes in those of a picture.
 #pragma once
 
-#include "modules/common/module.h"
+#include "modules/common/picture.h"
 
 namespace gif {
 
@@ -15,14 +15,14 @@ public:
     void begin(io_handle &stream) {
         stream_ = &stream;
         length_ = 0;
-        cut_ = !module::read_up_to(stream, bytes_, 1);
+        cut_ = !codec::read_up_to(stream, bytes_, 1);
     }
 
     // Goes to the next block if there is one. Of a block that the file cuts off there is what came, and nothing after it.
     bool next() {
         const size_t wanted = bytes_[length_];
         if (cut_ || !wanted) return false;
-        const size_t got = module::read_up_to(*stream_, bytes_, wanted + 1);
+        const size_t got = codec::read_up_to(*stream_, bytes_, wanted + 1);
         cut_ = got <= wanted;
         length_ = got < wanted ? got : wanted;
         return length_;

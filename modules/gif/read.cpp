@@ -18,7 +18,7 @@
 #include <string.h>
 #include <utility>
 
-using namespace module;
+using namespace codec;
 
 namespace {
 
@@ -80,7 +80,6 @@ private:
     bool covers_canvas() const {
         return !image_.left && !image_.top && image_.width >= width_ && image_.height >= height_;
     }
-    img_status hand_over_palette();
     img_status decode_indices();
 
     uint32_t *canvas_at(uint32_t x, uint32_t y) const { return canvas_.get() + size_t{y} * width_ + x; }
@@ -335,21 +334,11 @@ template <typename Use> img_status Reader::read_lines(Use use) {
 
 // ---- The first picture, as indices ----
 
-// The transparent index becomes the colour key, unless the caller wants alpha: the library makes alpha of a key only in
-// host byte order.
-img_status Reader::hand_over_palette() {
-    const bool as_key = control_.has_transparent && !(picture_.record().flags & IMG_F_WANT_ALPHA);
-    if (control_.has_transparent && !as_key) picture_.add_flags(IMG_F_PAL_ALPHA);
-    if (const img_status status = picture_.set_palette(palette_)) return status;
-    if (as_key) picture_.set_transparency(control_.transparent);
-    return ok;
-}
-
 img_status Reader::decode_indices() {
     constexpr img_format format = FMT_PAL8;
     if (const img_status status = picture_.choose(width_, height_, ncolors_, &format, 1)) return status;
     if (const img_status status = picture_.setup(interlaced_ ? 0 : IMG_SETUP_TOPDOWN)) return status;
-    if (const img_status status = hand_over_palette()) return status;
+    if (const img_status status = picture_.set_palette(palette_)) return status;
     const bool stays = control_.disposal != Disposal::background && control_.disposal != Disposal::previous;
     if (stays) {
         const size_t bytes = size_t{width_} * height_;
@@ -357,13 +346,11 @@ img_status Reader::decode_indices() {
         if (!(first_ = make_bytes(bytes))) return no_memory;
     }
     memcpy(first_palette_, palette_, sizeof first_palette_);
-    uint32_t done = 0;
     return read_lines([&](uint32_t y) {
         if (y >= height_) return img_status{ok};
         memcpy(picture_.row(y), line_, width_);
         if (stays) memcpy(first_.get() + size_t{y} * width_, line_, width_);
-        picture_.hand_over(y);
-        return picture_.progress(++done);
+        return picture_.deliver(y);
     });
 }
 
@@ -420,8 +407,7 @@ img_status Reader::take_area() {
 img_status Reader::hand_over_canvas(uint32_t begin, uint32_t end) {
     for (uint32_t y = begin; y < end; y++) {
         memcpy(picture_.row(y), canvas_at(0, y), size_t{width_} * sizeof(uint32_t));
-        picture_.hand_over(y);
-        if (const img_status status = picture_.progress(y + 1)) return status;
+        if (const img_status status = picture_.deliver(y)) return status;
     }
     return ok;
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Writing GIF.
-#include "modules/common/module.h"
+#include "modules/common/picture.h"
 #include "modules/common/text.h"
 #include "modules/gif/gif.h"
 
@@ -9,7 +9,7 @@
 #include <gif_lib.h>
 #include <string.h>
 
-using namespace module;
+using namespace codec;
 
 namespace {
 
@@ -56,19 +56,19 @@ img_status take_colors(Writer &w) {
     const img_record &image = w.picture.image();
     const bool grey = image.format == FMT_G8;
     if (grey)
-        for (uint32_t i = 0; i < max_colors; i++) w.palette[i] = i * 0x010101;
+        for (uint32_t i = 0; i < max_colors; i++) w.palette[i] = 0xff000000 | i * 0x010101;
     else if (const img_status status = w.picture.get_palette(w.palette))
         return status;
     w.ncolors = grey ? max_colors : std::min(image.ncolors, 1u << bits_per_pixel(image.format));
-    uint8_t key[4];
-    const bool has_key = w.picture.has(IMG_F_TRANSP), has_alpha = !grey && w.picture.has(IMG_F_PAL_ALPHA);
-    if (has_key)
+    if (grey && w.picture.has(IMG_F_TRANSP)) {
+        uint8_t key[4];
         if (const img_status status = w.picture.get_transparency(key)) return status;
-    if (has_key && key[0] >= w.ncolors) return bad_record;
+        w.palette[key[0]] &= 0xffffff;
+    }
     w.transparent = NO_TRANSPARENT_COLOR;
     for (uint32_t i = 0; i < w.ncolors; i++) {
         const uint32_t argb = w.palette[i];
-        const bool hidden = (has_key && key[0] == i) || (has_alpha && argb >> 24 <= most_alpha_of_transparent);
+        const bool hidden = argb >> 24 <= most_alpha_of_transparent;
         if (hidden && w.transparent == NO_TRANSPARENT_COLOR) w.transparent = static_cast<int>(i);
         w.index_of[i] = static_cast<uint8_t>(hidden ? w.transparent : static_cast<int>(i));
         w.colors[i] = {static_cast<GifByteType>(argb >> 16), static_cast<GifByteType>(argb >> 8),
@@ -152,7 +152,7 @@ img_status write_rows(Writer &w) {
     const uint32_t bits = bits_per_pixel(image.format);
     for (uint32_t y = 0; y < image.height; y++) {
         const uint8_t *row = w.picture.fetch(y);
-        if (!indices_below(row, bits, image.width, w.ncolors)) return bad_record;
+        if (!row) return bad_record;
         if (bits == 8)
             for (uint32_t x = 0; x < image.width; x++) w.line[x] = w.index_of[row[x]];
         else

@@ -3,7 +3,7 @@
 // The PNG codec module, on libpng: its entry.
 #include "modules/png/png.h"
 
-using namespace module;
+using namespace codec;
 
 namespace {
 

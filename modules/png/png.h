@@ -14,7 +14,7 @@
 
 namespace png {
 
-using namespace module;
+using namespace codec;
 
 class State {
 protected:
@@ -65,7 +65,6 @@ private:
     void hand_over_key(const Source &source) const;
     void set_transformations(const Source &source) const;
     void set_portion() const;
-    img_status hand_over(uint32_t y) const;
     img_status read_rows();
     uint8_t *held_row(uint32_t y) const;
     img_status read_passes(uint32_t passes);

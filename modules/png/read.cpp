@@ -71,25 +71,14 @@ img_status Reader::describe(Source &s) const {
     return ok;
 }
 
-// The palette and its alpha. A single fully transparent entry becomes the colour key, unless the caller wants alpha: the
-// library makes alpha of a key only in host byte order.
 img_status Reader::hand_over_palette(const Source &source) {
     for (uint32_t i = 0; i < source.ncolors; i++) {
         const png_color &color = source.colors[i];
         palette_[i] = 0xff000000u | uint32_t{color.red} << 16 | uint32_t{color.green} << 8 | color.blue;
     }
-    const png_bytep begin = source.entry_alpha, end = begin + source.entry_alphas;
-    const auto seen = std::count_if(begin, end, [](png_byte alpha) { return alpha != 0xff; });
-    const png_bytep clear = std::find(begin, end, 0);
-    const bool as_key = seen == 1 && clear != end && !(picture_->record().flags & IMG_F_WANT_ALPHA);
-    if (seen && !as_key) {
-        for (png_bytep alpha = begin; alpha != end; alpha++)
-            palette_[alpha - begin] = (palette_[alpha - begin] & 0xffffff) | uint32_t{*alpha} << 24;
-        picture_->add_flags(IMG_F_PAL_ALPHA);
-    }
-    if (const img_status status = picture_->set_palette(palette_)) return status;
-    if (as_key) picture_->set_transparency(static_cast<uint32_t>(clear - begin));
-    return ok;
+    for (uint32_t i = 0; i < source.entry_alphas; i++)
+        palette_[i] = (palette_[i] & 0xffffff) | uint32_t{source.entry_alpha[i]} << 24;
+    return picture_->set_palette(palette_);
 }
 
 // The colour key: a grey as a number, a colour as a pixel of the chosen format is in memory.
@@ -130,22 +119,11 @@ void Reader::set_transformations(const Source &source) const {
     if (alpha && layout->fourth == Fourth::first) png_set_swap_alpha(png_);
 }
 
-// Hands over the row decoded at row(y), unless it has indices beyond the palette.
-img_status Reader::hand_over(uint32_t y) const {
-    const img_record &record = picture_->record();
-    if ((record.format & IMG_FMT_PAL) &&
-        !indices_below(picture_->row(y), bits_per_pixel(record.format), record.width, record.ncolors))
-        return damaged;
-    picture_->hand_over(y);
-    return ok;
-}
-
 img_status Reader::read_rows() {
     const uint32_t height = picture_->record().height;
     for (uint32_t y = 0; y < height; y++) {
         png_read_row(png_, picture_->row(y), nullptr);
-        if (const img_status status = hand_over(y)) return status;
-        if (const img_status status = picture_->progress(y + 1)) return status;
+        if (const img_status status = picture_->deliver(y)) return status;
     }
     return ok;
 }
@@ -178,7 +156,7 @@ img_status Reader::hand_over_held() const {
     const img_record &record = picture_->record();
     for (uint32_t y = 0; y < record.height; y++) {
         if (whole_) memcpy(picture_->row(y), held_row(y), row_bytes(record.format, record.width));
-        if (const img_status status = hand_over(y)) return status;
+        if (const img_status status = picture_->hand_over(y)) return status;
     }
     return ok;
 }

@@ -31,7 +31,7 @@ img_status Reader::report_exif() {
     if (exif_reported_ || !png_get_eXIf_1(png_, info_, &size, &block)) return ok;
     exif_reported_ = true;
     img_resolution better;
-    return module::report_exif(*picture_, block, size, resolution(better));
+    return codec::report_exif(*picture_, block, size, resolution(better));
 }
 
 img_status Reader::report_profile() const {

@@ -30,13 +30,7 @@ img_status Writer::write_palette() {
     for (uint32_t i = 0; i < ncolors; i++) {
         colors[i] = {static_cast<png_byte>(palette_[i] >> 16), static_cast<png_byte>(palette_[i] >> 8),
                      static_cast<png_byte>(palette_[i])};
-        alpha_[i] = picture.has(IMG_F_PAL_ALPHA) ? static_cast<png_byte>(palette_[i] >> 24) : png_byte{0xff};
-    }
-    if (picture.has(IMG_F_TRANSP)) {
-        uint8_t key[4];
-        if (const img_status status = picture.get_transparency(key)) return status;
-        if (key[0] >= ncolors) return bad_record;
-        alpha_[key[0]] = 0;
+        alpha_[i] = static_cast<png_byte>(palette_[i] >> 24);
     }
     png_set_PLTE(png_, info_, colors, static_cast<int>(ncolors));
     uint32_t alphas = ncolors;
@@ -106,11 +100,8 @@ void Writer::set_options() const {
     png_set_compression_level(png_, level_);
 }
 
-// Indices are tested because readers refuse a file with some that have no entry.
 img_status Writer::write_row(const uint8_t *row) const {
-    const img_record &image = picture.image();
-    if ((image.format & IMG_FMT_PAL) && !indices_below(row, bits_per_pixel(image.format), image.width, image.ncolors))
-        return bad_record;
+    if (!row) return bad_record;
     png_write_row(png_, row);
     return ok;
 }
@@ -130,7 +121,11 @@ img_status Writer::write_passes() {
     const size_t bytes = row_bytes(image.format, image.width);
     if (!(image.flags & IMG_F_DIRECT)) {
         if (!(whole_ = make_bytes(bytes * image.height))) return no_memory;
-        for (uint32_t y = 0; y < image.height; y++) memcpy(whole_.get() + bytes * y, picture.fetch(y), bytes);
+        for (uint32_t y = 0; y < image.height; y++) {
+            const uint8_t *row = picture.fetch(y);
+            if (!row) return bad_record;
+            memcpy(whole_.get() + bytes * y, row, bytes);
+        }
     }
     const auto passes = static_cast<uint32_t>(png_set_interlace_handling(png_));
     for (uint32_t pass = 0; pass < passes; pass++)

@@ -7,7 +7,7 @@
 #include <stdio.h>
 #include <string.h>
 
-namespace tiff_module {
+namespace tif {
 
 namespace {
 
@@ -98,6 +98,12 @@ int on_warning(TIFF *, void *data, const char *, const char *format, va_list arg
 
 } // namespace
 
+void File::begin_page() {
+    failure = ok;
+    failed = lost_palette = false;
+    message[0] = '\0';
+}
+
 TIFF *File::open(const char *mode, uint64_t most_at_once) {
     TIFFOpenOptions *options = TIFFOpenOptionsAlloc();
     if (!options) {
@@ -113,4 +119,4 @@ TIFF *File::open(const char *mode, uint64_t most_at_once) {
     return tif;
 }
 
-} // namespace tiff_module
+} // namespace tif

@@ -1,17 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
-// The TIFF codec module, on libtiff. Pages are the pictures of a file.
-//
-// The whole file is read into memory, because its parts may lie in any order and the stream may be a pipe. Rows are
-// decoded from there, a row, a strip or a row of tiles at a time.
+// The reading side of the TIFF module.
 #include "modules/tiff/tiff.h"
 
 #include <math.h>
 #include <string.h>
 
-using namespace module;
-using tiff_module::Kind;
-using tiff_module::Page;
+namespace tif {
 
 namespace {
 
@@ -19,90 +14,55 @@ constexpr size_t max_file = size_t{1} << 30;
 constexpr uint32_t max_pages = 10'000;
 constexpr uint32_t max_profile = 4 << 20;
 
-struct Reader {
-    tiff_module::File file;
-    TIFF *tif;
-    Decoding picture;
-    img_status ended; // what every further frame gets
-    uint32_t pages;   // begun so far
-    Page page;
-    tiff_module::PageReader rows;
-    uint32_t palette[max_colors];
-    bool strict;
+uint32_t grey_of(uint32_t level) { return 0xff000000u | level * 0x010101; }
 
-    Reader() = default;
-    Reader(const Reader &) = delete;
-    Reader &operator=(const Reader &) = delete;
-    ~Reader() {
-        if (tif) TIFFClose(tif);
-    }
-    img_status failed() const { return file.failure ? file.failure : damaged; }
-    template <typename T> T field(uint32_t tag, T otherwise) const {
-        T value = otherwise;
-        return TIFFGetFieldDefaulted(tif, tag, &value) ? value : otherwise;
-    }
-};
+} // namespace
 
-img_status decode_validate(io_handle *stream) {
-    Signature signature;
-    if (const img_status status = peek(*stream, signature)) return status;
-    if (signature.length < 8) return wrong_format;
+bool Reader::recognises(const Signature &start) {
+    if (start.length < 8) return false;
     // Byte order, then 42, or 43 and the size of offsets.
-    constexpr const char *starts[] = {"II*\0", "MM\0*", "II+\0\x08\0\0\0", "MM\0+\0\x08\0\0"};
-    for (const char *start : starts) {
-        const bool big = start[2] == '+' || start[3] == '+';
-        if (memcmp(signature.bytes, start, big ? 8 : 4) == 0) return ok;
+    constexpr const char *beginnings[] = {"II*\0", "MM\0*", "II+\0\x08\0\0\0", "MM\0+\0\x08\0\0"};
+    for (const char *beginning : beginnings) {
+        const bool big = beginning[2] == '+' || beginning[3] == '+';
+        if (memcmp(start.bytes, beginning, big ? 8 : 4) == 0) return true;
     }
-    return wrong_format;
+    return false;
 }
 
-img_status decode_begin(io_handle *stream, void **state) {
-    *state = make<Reader>().release();
-    if (!*state) return no_memory;
-    return want_large_buffer(stream, nullptr);
-}
-
-img_status decode_finish(io_handle *, void **state) {
-    Delete<Reader>()(static_cast<Reader *>(*state));
-    *state = nullptr;
-    return ok;
-}
-
-// In the first frame, because only frames can ask how much memory may be held.
-img_status open_file(Reader &r, io_handle &stream) {
-    if (const img_status status = read_all(r.picture, stream, max_file, r.file.bytes, r.file.length)) return status;
-    r.tif = r.file.open("r", r.picture.room());
-    return r.tif ? ok : r.failed();
+// Not before the first frame, because only frames can ask how much memory may be held.
+img_status Reader::open_file() {
+    if (const img_status status = picture_.read_all(stream_, max_file, file_.bytes, file_.length)) return status;
+    tif_ = file_.open("r", picture_.room());
+    return tif_ ? ok : failed();
 }
 
 // Goes to the next page; the first time to the one that the caller wants.
-img_status go_to_page(Reader &r, int32_t page) {
-    const auto first = static_cast<uint32_t>(page);
-    if (r.pages) {
-        r.file.begin_page();
-        return TIFFLastDirectory(r.tif) ? wrong_format : TIFFReadDirectory(r.tif) ? ok : r.failed();
+img_status Reader::go_to_page(uint32_t first) {
+    if (pages_) {
+        file_.begin_page();
+        return TIFFLastDirectory(tif_) ? wrong_format : TIFFReadDirectory(tif_) ? ok : failed();
     }
-    const uint32_t count = TIFFNumberOfDirectories(r.tif);
-    if (count > max_pages) return r.picture.refuse({"pages", count, max_pages});
+    const uint32_t count = TIFFNumberOfDirectories(tif_);
+    if (count > max_pages) return picture_.refuse({"pages", count, max_pages});
     if (first >= count) return wrong_format;
-    if (first) r.file.begin_page(); // what the first page said is not of interest
-    if (first && !TIFFSetDirectory(r.tif, first)) return r.failed();
-    return r.picture.report(IMG_VALUE_FRAMES, count);
+    if (first) file_.begin_page(); // what the first page said is not of interest
+    if (first && !TIFFSetDirectory(tif_, first)) return failed();
+    return picture_.report(IMG_VALUE_FRAMES, count);
 }
 
 // ---- What a page is ----
 
 // Pages without one are what their compression or their number of samples says.
-uint16_t photometric_of(const Reader &r) {
+uint16_t Reader::photometric() const {
     uint16_t value;
-    if (TIFFGetField(r.tif, TIFFTAG_PHOTOMETRIC, &value)) return value;
-    const auto compression = r.field<uint16_t>(TIFFTAG_COMPRESSION, COMPRESSION_NONE);
+    if (TIFFGetField(tif_, TIFFTAG_PHOTOMETRIC, &value)) return value;
+    const auto compression = field<uint16_t>(TIFFTAG_COMPRESSION, COMPRESSION_NONE);
     if (compression >= COMPRESSION_CCITTRLE && compression <= COMPRESSION_CCITTFAX4) return PHOTOMETRIC_MINISWHITE;
-    return r.page.samples >= 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK;
+    return page_.samples >= 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK;
 }
 
-img_status classify(Reader &r) {
-    Page &page = r.page;
+img_status Reader::classify() {
+    Page &page = page_;
     const bool whole_bytes = page.bits == 8 || page.bits == 16;
     const bool few_bits = page.bits == 1 || page.bits == 2 || page.bits == 4 || page.bits == 8;
     const bool index_bits = few_bits && (page.samples == 1 || page.separate || page.bits == 8);
@@ -124,7 +84,7 @@ img_status classify(Reader &r) {
     case PHOTOMETRIC_SEPARATED:
         page.colors = 4;
         page.kind = Kind::cmyk;
-        return whole_bytes && page.samples >= 4 && r.field<uint16_t>(TIFFTAG_INKSET, INKSET_CMYK) == INKSET_CMYK
+        return whole_bytes && page.samples >= 4 && field<uint16_t>(TIFFTAG_INKSET, INKSET_CMYK) == INKSET_CMYK
                    ? ok
                    : unsupported;
     case PHOTOMETRIC_YCBCR:
@@ -142,12 +102,13 @@ img_status classify(Reader &r) {
 
 // The first sample beyond the colours that is alpha. A fourth one of which the file does not say what it is, is alpha to all
 // who read such files, and not multiplied in.
-void find_alpha(const Reader &r, Page &page) {
+void Reader::find_alpha() {
+    Page &page = page_;
     uint16_t count = 0;
     const uint16_t *meanings = nullptr;
     const bool palette = page.photometric == PHOTOMETRIC_PALETTE && page.bits == 8;
     if (page.kind != Kind::grey && page.kind != Kind::rgb && !palette) return;
-    if (!TIFFGetFieldDefaulted(r.tif, TIFFTAG_EXTRASAMPLES, &count, &meanings) || !meanings) count = 0;
+    if (!TIFFGetFieldDefaulted(tif_, TIFFTAG_EXTRASAMPLES, &count, &meanings) || !meanings) count = 0;
     for (uint16_t i = 0; i < count && page.colors + i < page.samples; i++) {
         if (meanings[i] != EXTRASAMPLE_ASSOCALPHA && meanings[i] != EXTRASAMPLE_UNASSALPHA) continue;
         page.alpha = static_cast<uint16_t>(page.colors + i);
@@ -161,36 +122,36 @@ void find_alpha(const Reader &r, Page &page) {
     }
 }
 
-img_status describe(Reader &r) {
-    Page &page = r.page;
+img_status Reader::describe() {
+    Page &page = page_;
     page = {};
-    page.width = r.field<uint32_t>(TIFFTAG_IMAGEWIDTH, 0);
-    page.height = r.field<uint32_t>(TIFFTAG_IMAGELENGTH, 0);
-    page.bits = r.field<uint16_t>(TIFFTAG_BITSPERSAMPLE, 1);
-    page.samples = r.field<uint16_t>(TIFFTAG_SAMPLESPERPIXEL, 1);
+    page.width = field<uint32_t>(TIFFTAG_IMAGEWIDTH, 0);
+    page.height = field<uint32_t>(TIFFTAG_IMAGELENGTH, 0);
+    page.bits = field<uint16_t>(TIFFTAG_BITSPERSAMPLE, 1);
+    page.samples = field<uint16_t>(TIFFTAG_SAMPLESPERPIXEL, 1);
     page.separate =
-        page.samples > 1 && r.field<uint16_t>(TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG) == PLANARCONFIG_SEPARATE;
-    page.photometric = photometric_of(r);
-    if (r.file.lost_palette && page.photometric == PHOTOMETRIC_MINISBLACK) return damaged;
-    if (TIFFIsTiled(r.tif)) {
-        page.tile_width = r.field<uint32_t>(TIFFTAG_TILEWIDTH, 0);
-        page.tile_height = r.field<uint32_t>(TIFFTAG_TILELENGTH, 0);
+        page.samples > 1 && field<uint16_t>(TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG) == PLANARCONFIG_SEPARATE;
+    page.photometric = photometric();
+    if (file_.lost_palette && page.photometric == PHOTOMETRIC_MINISBLACK) return damaged;
+    if (TIFFIsTiled(tif_)) {
+        page.tile_width = field<uint32_t>(TIFFTAG_TILEWIDTH, 0);
+        page.tile_height = field<uint32_t>(TIFFTAG_TILELENGTH, 0);
         if (!page.tile_width || !page.tile_height) return damaged;
     }
-    const auto compression = r.field<uint16_t>(TIFFTAG_COMPRESSION, COMPRESSION_NONE);
+    const auto compression = field<uint16_t>(TIFFTAG_COMPRESSION, COMPRESSION_NONE);
     if (!TIFFIsCODECConfigured(compression)) return unsupported;
-    if (const img_status status = classify(r)) return status;
-    find_alpha(r, page);
+    if (const img_status status = classify()) return status;
+    find_alpha();
     if (page.kind == Kind::other) {
         if (page.photometric == PHOTOMETRIC_YCBCR && compression == COMPRESSION_JPEG && !page.separate &&
-            page.bits == 8 && page.samples == 3 && TIFFSetField(r.tif, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB)) {
+            page.bits == 8 && page.samples == 3 && TIFFSetField(tif_, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB)) {
             page.kind = Kind::rgb;
             return ok;
         }
         char ignored[1024];
-        return TIFFRGBAImageOK(r.tif, ignored) ? ok : unsupported;
+        return TIFFRGBAImageOK(tif_, ignored) ? ok : unsupported;
     }
-    const auto sample_format = r.field<uint16_t>(TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT);
+    const auto sample_format = field<uint16_t>(TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT);
     page.is_signed = sample_format == SAMPLEFORMAT_INT;
     if (page.is_signed)
         return page.bits >= 8 && page.kind != Kind::indices && page.kind != Kind::mapped ? ok : unsupported;
@@ -199,52 +160,53 @@ img_status describe(Reader &r) {
 
 // ---- Values ----
 
-img_status report_resolution(const Reader &r) {
-    const auto unit = r.field<uint16_t>(TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
+img_status Reader::report_resolution() const {
+    const auto unit = field<uint16_t>(TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
     const double per_metre = unit == RESUNIT_INCH ? 1 / 0.0254 : unit == RESUNIT_CENTIMETER ? 100 : 0;
     const auto known = [&](uint32_t tag) {
-        const double value = r.field<float>(tag, 0) * per_metre;
+        const double value = field<float>(tag, 0) * per_metre;
         return isfinite(value) && value > 0 ? value : 0;
     };
     const img_resolution resolution = {known(TIFFTAG_XRESOLUTION), known(TIFFTAG_YRESOLUTION)};
     const bool any = resolution.x > 0 || resolution.y > 0;
-    return any ? r.picture.report(IMG_VALUE_RESOLUTION, &resolution, sizeof resolution) : ok;
+    return any ? picture_.report(IMG_VALUE_RESOLUTION, &resolution, sizeof resolution) : ok;
 }
 
-img_status report_bytes(const Reader &r, uint32_t tag, uint32_t key, const char *too_large) {
+img_status Reader::report_bytes(uint32_t tag, uint32_t key, const char *too_large) const {
     uint32_t size = 0;
     const void *bytes = nullptr;
-    if (!TIFFGetField(r.tif, tag, &size, &bytes) || !size || !bytes) return ok;
-    return size <= max_profile ? r.picture.report(key, bytes, size) : r.picture.warn(too_large);
+    if (!TIFFGetField(tif_, tag, &size, &bytes) || !size || !bytes) return ok;
+    return size <= max_profile ? picture_.report(key, bytes, size) : picture_.warn(too_large);
 }
 
-img_status report_texts(const Reader &r) {
-    for (const auto &[tag, keyword] : tiff_module::text_fields) {
+img_status Reader::report_texts() const {
+    for (const auto &[tag, keyword] : text_fields) {
         const char *text = nullptr;
-        if (!TIFFGetField(r.tif, tag, &text) || !text) continue;
-        if (const img_status status = report_text(r.picture, keyword, text, strlen(text))) return status;
+        if (!TIFFGetField(tif_, tag, &text) || !text) continue;
+        if (const img_status status = report_text(picture_, keyword, text, strlen(text))) return status;
     }
     return ok;
 }
 
-img_status report_values(const Reader &r) {
-    if (const img_status status = r.picture.report(IMG_VALUE_DEPTH, uint32_t{r.page.bits})) return status;
+img_status Reader::report_values() const {
+    if (const img_status status = picture_.report(IMG_VALUE_DEPTH, uint32_t{page_.bits})) return status;
     uint16_t orientation = 0;
-    if (TIFFGetField(r.tif, TIFFTAG_ORIENTATION, &orientation) && orientation >= 1 && orientation <= 8)
-        if (const img_status status = r.picture.report(IMG_VALUE_ORIENTATION, uint32_t{orientation})) return status;
-    if (const img_status status = report_resolution(r)) return status;
+    if (TIFFGetField(tif_, TIFFTAG_ORIENTATION, &orientation) && orientation >= 1 && orientation <= 8)
+        if (const img_status status = picture_.report(IMG_VALUE_ORIENTATION, uint32_t{orientation})) return status;
+    if (const img_status status = report_resolution()) return status;
     if (const img_status status =
-            report_bytes(r, TIFFTAG_ICCPROFILE, IMG_VALUE_ICC, "the colour profile is too large and was left out"))
+            report_bytes(TIFFTAG_ICCPROFILE, IMG_VALUE_ICC, "the colour profile is too large and was left out"))
         return status;
     if (const img_status status =
-            report_bytes(r, TIFFTAG_XMLPACKET, IMG_VALUE_XMP, "the XMP packet is too large and was left out"))
+            report_bytes(TIFFTAG_XMLPACKET, IMG_VALUE_XMP, "the XMP packet is too large and was left out"))
         return status;
-    return report_texts(r);
+    return report_texts();
 }
 
 // ---- Pixels ----
 
-Offer offer_for(const Page &page) {
+Offer Reader::offer() const {
+    const Page &page = page_;
     Offer offer;
     if (page.kind == Kind::indices) {
         if (page.bits == 1) offer.add(FMT_PAL1);
@@ -258,98 +220,80 @@ Offer offer_for(const Page &page) {
     return offer;
 }
 
-uint32_t grey_of(uint32_t level) { return 0xff000000u | level * 0x010101; }
-
-img_status read_palette(Reader &r) {
-    const uint32_t ncolors = 1u << r.page.bits;
-    if (r.page.photometric != PHOTOMETRIC_PALETTE) {
-        r.palette[0] = grey_of(r.page.white_is_0 ? 0xff : 0);
-        r.palette[1] = grey_of(r.page.white_is_0 ? 0 : 0xff);
+img_status Reader::read_palette() {
+    const uint32_t ncolors = 1u << page_.bits;
+    if (page_.photometric != PHOTOMETRIC_PALETTE) {
+        palette_[0] = grey_of(page_.white_is_0 ? 0xff : 0);
+        palette_[1] = grey_of(page_.white_is_0 ? 0 : 0xff);
         return ok;
     }
     uint16_t *red = nullptr, *green = nullptr, *blue = nullptr;
-    if (!TIFFGetField(r.tif, TIFFTAG_COLORMAP, &red, &green, &blue) || !red || !green || !blue) return damaged;
+    if (!TIFFGetField(tif_, TIFFTAG_COLORMAP, &red, &green, &blue) || !red || !green || !blue) return damaged;
     // 16 bits each, of which some writers use the lower eight only.
     uint32_t all = 0;
     for (uint32_t i = 0; i < ncolors; i++) all |= uint32_t{red[i]} | green[i] | blue[i];
     const uint32_t shift = all > 0xff ? 8 : 0;
     for (uint32_t i = 0; i < ncolors; i++) {
         const uint32_t r8 = red[i] >> shift & 0xff, g8 = green[i] >> shift & 0xff, b8 = blue[i] >> shift & 0xff;
-        r.palette[i] = 0xff000000u | r8 << 16 | g8 << 8 | b8;
+        palette_[i] = 0xff000000u | r8 << 16 | g8 << 8 | b8;
     }
     return ok;
 }
 
-img_status hand_over_rows(Reader &r) {
-    const Page &page = r.page;
-    for (uint32_t y = 0; y < page.height; y += r.rows.rows()) {
-        if (const img_status status = r.rows.read(y)) return status;
-        const uint32_t end = std::min(r.rows.rows(), page.height - y);
+img_status Reader::deliver_rows() {
+    for (uint32_t y = 0; y < page_.height; y += rows_.rows()) {
+        if (const img_status status = rows_.read(y)) return status;
+        const uint32_t end = std::min(rows_.rows(), page_.height - y);
         for (uint32_t i = 0; i < end; i++) {
-            r.rows.put(i, r.picture.record().format, r.picture.row(y + i));
-            r.picture.hand_over(y + i);
-            if (const img_status status = r.picture.progress(y + i + 1)) return status;
+            rows_.put(i, picture_.record().format, picture_.row(y + i));
+            if (const img_status status = picture_.deliver(y + i)) return status;
         }
     }
     return ok;
 }
 
-img_status decode_page(Reader &r) {
-    if (const img_status status = describe(r)) return status;
-    if (const img_status status = report_values(r)) return status;
+img_status Reader::decode_page() {
+    if (const img_status status = describe()) return status;
+    if (const img_status status = report_values()) return status;
     // Rows come as they are stored, also from libtiff's own conversion, which would turn them.
-    TIFFSetField(r.tif, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
-    const Page &page = r.page;
-    const Offer offer = offer_for(page);
-    const uint32_t ncolors = page.kind == Kind::indices ? 1u << page.bits : 0;
-    if (const img_status status = r.picture.choose(page.width, page.height, ncolors, offer.formats(), offer.count()))
+    TIFFSetField(tif_, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
+    const Offer formats = offer();
+    const uint32_t ncolors = page_.kind == Kind::indices ? 1u << page_.bits : 0;
+    if (const img_status status =
+            picture_.choose(page_.width, page_.height, ncolors, formats.formats(), formats.count()))
         return status;
-    if (const img_status status = r.rows.begin(r.tif, r.file, page)) return status;
-    if (const img_status status = r.picture.setup()) return status;
-    if (const img_status status = r.rows.allocate(r.picture, r.palette)) return status;
-    if (page.kind == Kind::indices || page.kind == Kind::mapped)
-        if (const img_status status = read_palette(r)) return status;
+    if (const img_status status = rows_.begin(tif_, file_, page_)) return status;
+    if (const img_status status = picture_.setup()) return status;
+    if (const img_status status = rows_.allocate(picture_, palette_)) return status;
+    if (page_.kind == Kind::indices || page_.kind == Kind::mapped)
+        if (const img_status status = read_palette()) return status;
     if (ncolors)
-        if (const img_status status = r.picture.set_palette(r.palette)) return status;
-    return hand_over_rows(r);
+        if (const img_status status = picture_.set_palette(palette_)) return status;
+    return deliver_rows();
 }
 
-// What libtiff reported though it went on, such as fax rows that it made up. What it refused to allocate has a name here.
-img_status conclude(Reader &r, img_status status) {
-    if (status == over_limit && r.file.failure == over_limit) {
-        r.file.limit.name = r.file.limit.allowed < tiff_module::max_allocation ? "memory"
-                            : r.page.tile_width                                ? "tile"
-                                                                               : "strip";
-        return r.picture.refuse(r.file.limit);
-    }
-    if (status || !r.file.message[0]) return status;
-    return r.strict ? damaged : r.picture.warn(r.file.message);
-}
-
-img_status decode_next(Reader &r, io_handle &stream) {
+img_status Reader::decode_next() {
     img_option page = number_option("page", "the first page to read, from 0", 0, max_pages - 1, 0);
     img_option strict = switch_option("strict", "refuse files with damage that a picture can be made of");
     for (img_option *option : {&page, &strict})
-        if (const img_status status = r.picture.ask(*option)) return status;
-    r.strict = strict.value;
-    if (!r.tif) r.ended = open_file(r, stream);
-    if (!r.ended) r.ended = go_to_page(r, page.value);
-    if (r.ended) return r.ended;
-    r.pages++;
-    return decode_page(r);
+        if (const img_status status = picture_.ask(*option)) return status;
+    strict_ = strict.value;
+    if (!ended_ && !tif_) ended_ = open_file();
+    if (!ended_) ended_ = go_to_page(static_cast<uint32_t>(page.value));
+    if (ended_) return ended_;
+    pages_++;
+    return decode_page();
 }
 
-img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **state) {
-    auto &reader = *static_cast<Reader *>(*state);
-    if (reader.ended) return reader.ended;
-    reader.picture.begin(*callouts, *record);
-    return conclude(reader, decode_next(reader, *stream));
+img_status Reader::frame() {
+    if (ended_) return ended_;
+    const img_status status = decode_next();
+    if (status == over_limit && file_.failure == over_limit) { // an allocation of libtiff
+        file_.limit.name = file_.limit.allowed < max_allocation ? "memory" : page_.tile_width ? "tile" : "strip";
+        return picture_.refuse(file_.limit);
+    }
+    if (status || !file_.message[0]) return status;
+    return strict_ ? damaged : picture_.warn(file_.message); // libtiff went on, such as after fax rows that it made up
 }
 
-} // namespace
-
-img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) {
-    return fill_table(table, size,
-                      {decode_validate, decode_begin, decode_frame, decode_finish, tiff_module::encode_begin,
-                       tiff_module::encode_frame, tiff_module::encode_finish});
-}
+} // namespace tif

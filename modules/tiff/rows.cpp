@@ -5,7 +5,7 @@
 
 #include <string.h>
 
-namespace tiff_module {
+namespace tif {
 
 namespace {
 
@@ -161,7 +161,7 @@ img_status PageReader::read_strips(uint32_t y) {
     for (uint32_t c = 0; c < planes_; c++) {
         const auto sample = static_cast<uint16_t>(c < page_.colors ? c : page_.alpha);
         for (uint32_t i = 0; i < rows; i++) {
-            if (const img_status status = picture_->keep_alive(y)) return status;
+            if (const img_status status = picture_->keep_alive()) return status;
             uint8_t *out = band_.get() + (size_t{c} * rows_ + i) * row_bytes_;
             if (TIFFReadScanline(tif_, out, y + i, sample) != 1) return failed();
         }
@@ -173,7 +173,7 @@ img_status PageReader::read_strips(uint32_t y) {
 img_status PageReader::read_tiles(uint32_t y) {
     for (uint32_t c = 0; c < planes_; c++)
         for (uint32_t t = 0; t < tiles_across_; t++) {
-            if (const img_status status = picture_->keep_alive(y)) return status;
+            if (const img_status status = picture_->keep_alive()) return status;
             const auto sample = static_cast<uint16_t>(planes_ == 1 || c < page_.colors ? c : page_.alpha);
             const uint32_t x = t * page_.tile_width;
             uint8_t *out = band_.get() + size_t{c} * rows_ * row_bytes_ + t * tile_row_bytes_;
@@ -268,4 +268,4 @@ void PageReader::put(uint32_t i, img_format format, uint8_t *out) {
         put_pixels<4>(in, page_.width, *layout, out);
 }
 
-} // namespace tiff_module
+} // namespace tif

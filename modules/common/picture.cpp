@@ -1,91 +1,11 @@
 // SPDX-License-Identifier: MIT
-//
-// What codec modules share. Each module links its own copy.
-#include "modules/common/module.h"
-
-#include "pictra/backend.h"
+#include "modules/common/picture.h"
 
 #include <algorithm>
-#include <stdint.h>
 #include <string.h>
 #include <time.h>
 
-namespace module {
-
-namespace {
-
-constexpr uint32_t large_buffer = 64 * 1024;
-
-// The stream's record, if the handle is the face of one. A handle that somebody made by hand has none.
-const io_stream *record_of(const io_handle &handle) {
-    const auto expected = reinterpret_cast<uintptr_t>(handle.self) + offsetof(io_stream, face);
-    return reinterpret_cast<uintptr_t>(&handle) == expected ? handle.self : nullptr;
-}
-
-uint32_t request(size_t length) { return static_cast<uint32_t>(std::min<size_t>(length, UINT32_MAX)); }
-
-} // namespace
-
-Bytes make_bytes(size_t size) { return Bytes(static_cast<uint8_t *>(calloc(size, 1))); }
-
-size_t read_up_to(io_handle &stream, void *dst, size_t length) {
-    auto *out = static_cast<uint8_t *>(dst);
-    size_t total = 0;
-    while (total < length) {
-        const uint32_t got = stream.read(stream.self, out + total, request(length - total));
-        if (!got) break;
-        total += got;
-    }
-    return total;
-}
-
-bool write_all(io_handle &stream, const void *src, size_t length) {
-    auto *from = static_cast<const uint8_t *>(src);
-    // A flush that wrote only part of the buffer accepts nothing new, but the next call finds room.
-    for (int refusals = 0; length;) {
-        const uint32_t taken = stream.write(stream.self, from, request(length));
-        refusals = taken ? 0 : refusals + 1;
-        if (refusals == 2) return false;
-        from += taken;
-        length -= taken;
-    }
-    return true;
-}
-
-img_status peek(io_handle &stream, Signature &signature) {
-    want_large_buffer(&stream, nullptr); // so that reads of a few bytes pass through the buffer
-    signature.length = read_up_to(stream, signature.bytes, signature_size);
-    return give_back(stream, signature.bytes, signature.length);
-}
-
-img_status give_back(io_handle &stream, const uint8_t *bytes, size_t length) {
-    if (!length) return ok;
-    const io_stream *record = record_of(stream);
-    uint32_t count = request(length);
-    Bytes all;
-    // A stream that keeps bytes given back apart adds more behind those that still wait, so these come out and follow.
-    if (const uint32_t waiting = record ? record->pushback_count : 0) {
-        if (!(all = make_bytes(size_t{count} + waiting))) return no_memory;
-        memcpy(all.get(), bytes, count);
-        count += static_cast<uint32_t>(read_up_to(stream, all.get() + count, waiting));
-        bytes = all.get();
-    }
-    // One unread does it, unless reads were short and only the last bytes are still in the buffer: then such a stream
-    // would deliver those a second time, so they go back first and by themselves.
-    const uint32_t buffered = record ? std::min(record->position, count) : 0;
-    const uint32_t before = count - buffered;
-    if (buffered && stream.unread(stream.self, bytes + before, buffered) != 0) return no_memory;
-    if (before && stream.unread(stream.self, bytes, before) != 0) return no_memory;
-    return ok;
-}
-
-img_status want_large_buffer(io_handle *stream, void **) {
-    const io_stream *record = record_of(*stream);
-    if (record && record->buffer_size >= large_buffer) return ok;
-    uint32_t size = large_buffer;
-    stream->ctl(stream->self, IO_CTL_SETBUF, &size); // a refusal costs speed only
-    return ok;
-}
+namespace codec {
 
 bool indices_below(const uint8_t *row, uint32_t bits, uint32_t width, uint32_t ncolors) {
     if (ncolors >> bits) return true;
@@ -121,6 +41,7 @@ void Decoding::begin(const img_decode_callouts &callouts, img_record &record) {
     description_ = &record;
     memory_asked_ = false;
     next_call_ = 0;
+    rows_done_ = 0;
     wanted_ = record.flags & IMG_F_SIZE_HINT ? Size{record.width, record.height} : Size{};
     // What the caller's record says of its own palette and key does not describe this picture.
     record.flags &= ~img_flags{IMG_F_TRANSP | IMG_F_PALETTE | IMG_F_PAL_ALPHA | IMG_F_CODEC_MARK};
@@ -189,24 +110,49 @@ img_status Decoding::setup(uint32_t order) {
     return status ? status : attach(*description_);
 }
 
-img_status Decoding::set_palette(const uint32_t *argb) const {
-    return callouts_->set_palette(callouts_->data, description_, argb, FMT_ARGB8888HE);
+img_status Decoding::set_palette(const uint32_t *argb) {
+    const auto count = std::min(record().ncolors, max_colors);
+    uint32_t colors[max_colors], transparent = 0, clear = max_colors;
+    for (uint32_t i = 0; i < count; i++) {
+        colors[i] = argb[i];
+        transparent += argb[i] >> 24 != 0xff;
+        if (clear == max_colors && !(argb[i] >> 24)) clear = i;
+    }
+    const bool as_key = transparent == 1 && clear != max_colors && !(record().flags & IMG_F_WANT_ALPHA);
+    if (as_key)
+        colors[clear] |= 0xff000000;
+    else if (transparent)
+        add_flags(IMG_F_PAL_ALPHA);
+    if (const img_status status = callouts_->set_palette(callouts_->data, description_, colors, FMT_ARGB8888HE))
+        return status;
+    if (as_key) set_transparency(clear);
+    return ok;
 }
 
 void Decoding::set_transparency(uint32_t key) const { callouts_->set_transparency(callouts_->data, description_, key); }
 
-void Decoding::hand_over(uint32_t y) const {
-    const uint32_t used = record().width * bits_per_pixel(record().format) & 7; // bits of the last byte
-    if (used) row(y)[row_bytes(record().format, record().width) - 1] &= static_cast<uint8_t>(0xff00 >> used);
-    if (line_) record().access(record().access_arg, 0, y, record().width, line_.get());
+img_status Decoding::hand_over(uint32_t y) {
+    const img_record &picture = record();
+    const uint32_t bits = bits_per_pixel(picture.format);
+    if ((picture.format & IMG_FMT_PAL) && !indices_below(row(y), bits, picture.width, picture.ncolors)) return damaged;
+    const uint32_t used = picture.width * bits & 7; // bits of the last byte
+    if (used) row(y)[row_bytes(picture.format, picture.width) - 1] &= static_cast<uint8_t>(0xff00 >> used);
+    if (line_) picture.access(picture.access_arg, 0, y, picture.width, line_.get());
+    return ok;
 }
 
-img_status Decoding::progress(uint32_t rows_done) const {
+img_status Decoding::deliver(uint32_t y) {
+    const img_status status = hand_over(y);
+    return status ? status : progress(rows_done_ + 1);
+}
+
+img_status Decoding::progress(uint32_t rows_done) {
+    rows_done_ = rows_done;
     if (!callouts_->scanline) return ok;
     return callouts_->scanline(callouts_->data, description_, rows_done, description_->height, 0, 0);
 }
 
-img_status Decoding::keep_alive(uint32_t rows_done) {
+img_status Decoding::keep_alive() {
     constexpr int64_t second = 1'000'000'000, interval = second / 20;
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
@@ -214,7 +160,26 @@ img_status Decoding::keep_alive(uint32_t rows_done) {
     if (time < next_call_) return ok;
     const bool first = !next_call_;
     next_call_ = time + interval;
-    return first ? img_status{ok} : progress(rows_done);
+    return first ? img_status{ok} : progress(rows_done_);
+}
+
+img_status Decoding::grow(Buffer &buffer, size_t size, size_t most) {
+    const size_t capacity = buffer.next_capacity(size, most);
+    if (const img_status status = hold(capacity - buffer.capacity())) return status;
+    return buffer.grow(size, most) ? ok : no_memory;
+}
+
+img_status Decoding::read_all(io_handle &stream, size_t most, Buffer &buffer, size_t &length) {
+    constexpr size_t first = 64 * 1024, portion = 4 * 1024 * 1024;
+    for (length = 0;;) {
+        const size_t wanted = std::clamp(buffer.capacity() - length, size_t{1}, portion);
+        if (const img_status status = grow(buffer, std::max(first, length + wanted), most + 1)) return status;
+        const size_t got = read_up_to(stream, buffer.data() + length, wanted);
+        length += got;
+        if (got < wanted) return ok;
+        if (length > most) return refuse({"file size", length, most});
+        if (const img_status status = keep_alive()) return status;
+    }
 }
 
 img_status Encoding::begin(const img_encode_callouts &callouts, img_record &image) {
@@ -252,7 +217,15 @@ img_status Encoding::choose_and_set_up(const img_format *formats, uint32_t count
 
 img_status Encoding::get_palette(uint32_t (&argb)[max_colors]) const {
     if (!has(IMG_F_PALETTE) || !image_->ncolors || image_->ncolors > max_colors) return bad_record;
-    return callouts_->get_palette(callouts_->data, image_, argb, FMT_ARGB8888HE);
+    std::fill_n(argb, max_colors, 0u);
+    if (const img_status status = callouts_->get_palette(callouts_->data, image_, argb, FMT_ARGB8888HE)) return status;
+    for (uint32_t i = 0; i < image_->ncolors && !has(IMG_F_PAL_ALPHA); i++) argb[i] |= 0xff000000;
+    if (!has(IMG_F_TRANSP)) return ok;
+    uint8_t key[4];
+    if (const img_status status = get_transparency(key)) return status;
+    if (key[0] >= image_->ncolors) return bad_record;
+    argb[key[0]] &= 0xffffff;
+    return ok;
 }
 
 img_status Encoding::get_transparency(uint8_t (&pixel)[4]) const {
@@ -261,7 +234,8 @@ img_status Encoding::get_transparency(uint8_t (&pixel)[4]) const {
 
 const uint8_t *Encoding::fetch(uint32_t y) const {
     if (line_) image_->access(image_->access_arg, 0, y, image_->width, line_.get());
-    return row(y);
+    if (!(image_->format & IMG_FMT_PAL)) return row(y);
+    return indices_below(row(y), bits_per_pixel(image_->format), image_->width, image_->ncolors) ? row(y) : nullptr;
 }
 
 img_status Encoding::progress(uint32_t rows_done) const {
@@ -269,4 +243,4 @@ img_status Encoding::progress(uint32_t rows_done) const {
     return callouts_->scanline(callouts_->data, image_, rows_done, image_->height, 0, 0);
 }
 
-} // namespace module
+} // namespace codec

@@ -1,91 +1,19 @@
 // SPDX-License-Identifier: MIT
 //
-// What codec modules share: streams whose reads are short, limits, statuses, and the record and its rows on either side
-// of a decode and an encode. No file format is known here.
-//
-// Modules are called from C and use codec libraries that unwind with longjmp, so nothing here throws.
+// The record of a picture and its rows on either side of a decode and an encode. No file format is known here.
 #pragma once
 
-#include "pictra/pictra.h"
-#include "pictra/values.h"
+#include "modules/common/memory.h"
+#include "modules/common/stream.h"
 
-#include <memory>
-#include <new>
-#include <stddef.h>
-#include <stdint.h>
-#include <stdlib.h>
+namespace codec {
 
-namespace module {
-
-// The statuses of modules, as docs/codec-modules.md explains them.
-inline constexpr img_status ok = IMG_ST_OK;
-inline constexpr img_status wrong_format = IMG_ST_RESERVED1;
-inline constexpr img_status no_common_format = IMG_ST_NOCONV;
-inline constexpr img_status damaged = IMG_ST_RESERVED4;
-inline constexpr img_status unsupported = IMG_ST_BADFMT;
-inline constexpr img_status no_memory = IMG_ST_NOMEM;
-inline constexpr img_status write_failed = IMG_ST_FILE;
-inline constexpr img_status over_limit = IMG_ST_RESERVED10;
-inline constexpr img_status bad_record = IMG_ST_BADARG;
-
-// Tested before anything of an image's size is allocated.
-inline constexpr uint32_t max_side = 1'000'000;
-inline constexpr uint64_t max_pixels = uint64_t{1} << 28;
-
-// The limit that a size exceeds; its name is null if none.
-constexpr img_limit exceeded_limit(uint64_t width, uint64_t height) {
-    const uint64_t side = width > height ? width : height;
-    if (side > max_side) return {"side", side, max_side};
-    if (width * height > max_pixels) return {"pixels", width * height, max_pixels};
-    return {};
-}
+inline constexpr uint32_t max_colors = 256;
 
 constexpr uint32_t bits_per_pixel(img_format format) { return format & IMG_FMT_BPP_MASK; }
 constexpr size_t row_bytes(img_format format, uint32_t width) {
     return (size_t{width} * bits_per_pixel(format) + 7) >> 3;
 }
-
-// ---- Memory: plain malloc, so that a module needs no C++ run time ----
-
-template <typename T> struct Delete {
-    void operator()(T *object) const {
-        object->~T();
-        free(object);
-    }
-};
-
-// A new object, zero-filled before it is made, or null. Its address never changes, so it may be known to a codec library.
-template <typename T> std::unique_ptr<T, Delete<T>> make() {
-    void *memory = calloc(1, sizeof(T));
-    return std::unique_ptr<T, Delete<T>>(memory ? new (memory) T : nullptr);
-}
-
-using Bytes = std::unique_ptr<uint8_t, Delete<uint8_t>>;
-Bytes make_bytes(size_t size); // zero-filled, or null
-
-// ---- Streams ----
-
-// Reads up to length bytes, over any number of short reads; fewer only at the end of the data.
-size_t read_up_to(io_handle &stream, void *dst, size_t length);
-
-// Writes all of length bytes, or fails.
-bool write_all(io_handle &stream, const void *src, size_t length);
-
-// What the stream begins with. The stream is left where it was.
-inline constexpr size_t signature_size = 64;
-struct Signature {
-    uint8_t bytes[signature_size];
-    size_t length; // less than signature_size only if the data ends there
-};
-img_status peek(io_handle &stream, Signature &signature);
-
-// Puts back the last length bytes of one read, or of several in a row that were shorter than the stream's buffer.
-img_status give_back(io_handle &stream, const uint8_t *bytes, size_t length);
-
-// Asks for a buffer that suits whole images, never for a smaller one than there is. For a module's begin functions.
-img_status want_large_buffer(io_handle *stream, void **state);
-
-// ---- Pixels ----
 
 // The index of pixel x in a row of 1, 4 or 8 bits a pixel.
 inline uint32_t index_at(const uint8_t *row, uint32_t bits, uint32_t x) {
@@ -96,7 +24,7 @@ inline uint32_t index_at(const uint8_t *row, uint32_t bits, uint32_t x) {
 // Whether every index of a row has a palette entry. Expansion trusts the indices, so a decoder must not.
 bool indices_below(const uint8_t *row, uint32_t bits, uint32_t width, uint32_t ncolors);
 
-// Where the rows of a record are: at its own buffer, or one at a time behind its access function.
+// Where the rows of a record are: in its own buffer, or one at a time in a line for its access function.
 class Rows {
 public:
     img_status attach(const img_record &record); // once the record is set up
@@ -149,8 +77,15 @@ public:
     // To be called before so many bytes are allocated that depend on the picture: refused if the caller does not allow to
     // hold them in addition to those held already. The count lasts from frame to frame; release takes bytes off it.
     img_status hold(uint64_t bytes);
-    uint64_t room() const { return may_hold_ ? may_hold_ - held_ : UINT64_MAX; } // that is left, once hold was called
     void release(uint64_t bytes) { held_ -= bytes; }
+    void release_all() { held_ = 0; }
+    uint64_t room() const { // that is left, once hold was called
+        return !may_hold_ ? UINT64_MAX : may_hold_ > held_ ? may_hold_ - held_ : 0;
+    }
+    img_status grow(Buffer &buffer, size_t size, size_t most); // Buffer::grow, held
+
+    // Reads what is left of the stream, at most so many bytes. They are held.
+    img_status read_all(io_handle &stream, size_t most, Buffer &buffer, size_t &length);
 
     // Describes the picture and has one of the formats chosen, which then is the record's.
     img_status choose(uint32_t width, uint32_t height, uint32_t ncolors, const img_format *formats, uint32_t count);
@@ -163,14 +98,20 @@ public:
     // order: IMG_SETUP_TOPDOWN or IMG_SETUP_BOTTOMUP if all rows come so, else 0.
     img_status setup(uint32_t order = IMG_SETUP_TOPDOWN);
 
-    img_status set_palette(const uint32_t *argb) const;
+    // argb: with alpha. A single entry that is fully transparent, among opaque ones, becomes the colour key unless the caller
+    // wants alpha: the library makes alpha of a key only in host byte order.
+    img_status set_palette(const uint32_t *argb);
     void set_transparency(uint32_t key) const;
-    // Delivers the row decoded at row(y). Its unused bits become 0, so that equal pictures are equal in memory.
-    void hand_over(uint32_t y) const;
-    img_status progress(uint32_t rows_done) const; // not 0: stop with this status
+
+    // Delivers the row decoded at row(y), unless it has an index without a palette entry: the library expands indices
+    // unchecked. Unused bits become 0, so that equal pictures are equal in memory.
+    img_status hand_over(uint32_t y);
+    // The same and progress, for rows that are delivered one by one as they are decoded.
+    img_status deliver(uint32_t y);
+    img_status progress(uint32_t rows_done); // not 0: stop with this status
     // For work that finishes no row for long, which calls it at least every few milliseconds: tells the caller the rows
     // done so far, unless it was told less than 50 ms ago.
-    img_status keep_alive(uint32_t rows_done);
+    img_status keep_alive();
 
     const img_record &record() const { return *description_; }
     void add_flags(img_flags flags) { description_->flags |= flags; }
@@ -182,11 +123,10 @@ private:
     uint64_t held_ = 0, may_hold_ = 0;
     bool memory_asked_ = false;
     int64_t next_call_ = 0; // of keep_alive, in nanoseconds of the monotonic clock
+    uint32_t rows_done_ = 0;
 };
 
 // ---- Encoding ----
-
-inline constexpr uint32_t max_colors = 256;
 
 class Encoding : public Rows {
 public:
@@ -202,10 +142,12 @@ public:
     // Has one of the formats chosen and the image prepared to be read from the top down in it, or as order says.
     img_status choose_and_set_up(const img_format *formats, uint32_t count, uint32_t order = IMG_SETUP_TOPDOWN);
 
-    img_status get_palette(uint32_t (&argb)[max_colors]) const; // as many entries as the image's ncolors, at least 1
-    img_status get_transparency(uint8_t (&pixel)[4]) const;     // in the image's format
-    const uint8_t *fetch(uint32_t y) const;
-    img_status progress(uint32_t rows_done) const; // not 0: stop with this status
+    // With alpha as the palette is to be seen: an entry that is the colour key is clear. As many entries as the image's
+    // ncolors, at least 1, and zeros.
+    img_status get_palette(uint32_t (&argb)[max_colors]) const;
+    img_status get_transparency(uint8_t (&pixel)[4]) const; // in the image's format
+    const uint8_t *fetch(uint32_t y) const;                 // null for a row with an index that has no palette entry
+    img_status progress(uint32_t rows_done) const;          // not 0: stop with this status
 
     const img_record &image() const { return *image_; }
     bool has(img_flags flags) const { return image_->flags & flags; }
@@ -215,7 +157,12 @@ private:
     img_record *image_ = nullptr;
 };
 
-// ---- The table of functions ----
+// ---- The table of functions, of formats that do not use entry.h yet ----
+
+inline img_status want_large_buffer(io_handle *stream, void **) {
+    want_large_buffer(*stream);
+    return ok;
+}
 
 inline img_status fill_table(img_codec_funcs *table, size_t size, const img_codec_funcs &functions) {
     if (size < sizeof functions) return unsupported;
@@ -223,8 +170,8 @@ inline img_status fill_table(img_codec_funcs *table, size_t size, const img_code
     return ok;
 }
 
-// A frame function of formats in which each picture is a file of its own. Validates, because what follows a picture and is
-// no further one stays in the stream. Reader: has input to begin with a stream, picture, and read.
+// A frame function of formats in which each picture is a file of its own. Reader: has input to begin with a stream, picture,
+// and read.
 template <typename Reader, img_status (*validate)(io_handle *)>
 img_status decode_file(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **) {
     if (const img_status status = validate(stream)) return status;
@@ -245,4 +192,4 @@ img_status encode_file(io_handle *stream, const img_encode_callouts *callouts, i
     return writer->write();
 }
 
-} // namespace module
+} // namespace codec
