@@ -7,15 +7,23 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
 endif()
 set(PICTRA_VARIANTS ${PICTRA_ALL_VARIANTS} CACHE STRING "Instruction sets to build the inner loops for")
 
+# The file of the vocabulary (simd/) that a variant is compiled with; plain.h has no registers.
+set(PICTRA_WORDS_base plain)
+set(PICTRA_WORDS_avx2 avx2)
+set(PICTRA_WORDS_avx512 avx512)
+
 set(PICTRA_FEATURES_avx2 avx2 bmi2)
 set(PICTRA_FEATURES_avx512 ${PICTRA_FEATURES_avx2} avx512f avx512bw avx512dq avx512vl avx512vbmi avx512vnni)
 
 # Linked after pictra_flags, so that the later of two contrary options is the one here.
-# -O3 would unroll the plain loops of base to three times their length, for hardly any speed. Unwind tables would be a tenth
+# -O3 would unroll the plain loops of base to three times their length, for hardly any speed. Loops over registers are a few
+# instructions long, and up to half slower where they straddle a line of the instruction cache. Unwind tables would be a tenth
 # of these objects, and neither exceptions nor callouts pass through these loops. The alignment keeps a loop's speed from
 # changing, by up to a fifth, with the length of the functions before it. -fstack-protector-strong would check each loop
 # that takes the address of a pixel, 20 KB of it; the plain kind checks those with arrays.
 set(PICTRA_FLAGS_base $<$<CONFIG:Release>:-O2>)
+set(PICTRA_FLAGS_avx2 $<$<CONFIG:Release>:-falign-loops=32>)
+set(PICTRA_FLAGS_avx512 $<$<CONFIG:Release>:-falign-loops=32>)
 add_library(pictra_kernel_flags INTERFACE)
 target_compile_options(pictra_kernel_flags INTERFACE
   $<$<CONFIG:Release>:-fno-asynchronous-unwind-tables> $<$<CONFIG:Release>:-falign-functions=32>
@@ -41,7 +49,9 @@ function(pictra_add_variants name objects)
     list(TRANSFORM PICTRA_FEATURES_${variant} PREPEND -m OUTPUT_VARIABLE flags)
     target_link_libraries(${name}_${variant} PRIVATE pictra_kernel_flags)
     target_compile_options(${name}_${variant} PRIVATE ${flags} ${PICTRA_FLAGS_${variant}})
-    target_compile_definitions(${name}_${variant} PRIVATE IMG_TARGET=${variant})
+    target_compile_definitions(${name}_${variant} PRIVATE
+      IMG_TARGET=${variant} IMG_SIMD="simd/${PICTRA_WORDS_${variant}}.h"
+      IMG_VECTORS=$<NOT:$<STREQUAL:${PICTRA_WORDS_${variant}},plain>>)
     list(APPEND all $<TARGET_OBJECTS:${name}_${variant}>)
   endforeach()
   set(${objects} ${all} PARENT_SCOPE)

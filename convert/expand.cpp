@@ -8,7 +8,7 @@
 
 #define EXPAND(index_bits, depth, pixel_bits)                                                                          \
     void img_expand_##index_bits##_##pixel_bits(const void *src, void *dst, uint32_t count, const void *palette) {     \
-        img::convert_kernels.best().expand[depth][pixel_bits / 8 - 1](src, dst, count, palette);                       \
+        img::palette_kernels.best().expand[depth][pixel_bits / 8 - 1](src, dst, count, palette);                       \
     }
 #define EXPAND_ALL(index_bits, depth)                                                                                  \
     EXPAND(index_bits, depth, 8)                                                                                       \

@@ -5,6 +5,7 @@
 
 #include "convert/indices.h"
 #include "convert/repack.h"
+#include "simd/simd.h"
 
 #include <stddef.h>
 #include <string.h>
@@ -12,38 +13,9 @@
 namespace img::IMG_TARGET {
 namespace {
 
+using namespace simd;
+
 constexpr size_t block = 32;
-
-INLINE void stream(uint8_t *dst, const uint8_t *src, size_t bytes) { memcpy(dst, src, bytes); }
-INLINE void end_streaming() {}
-
-// Copies at least `size` bytes, in two moves of that size if they suffice.
-template <size_t size> void copy_overlapping(uint8_t *dst, const uint8_t *src, size_t bytes) {
-    struct Piece {
-        uint8_t bytes[size];
-    } first, last;
-    memcpy(&first, src, size);
-    memcpy(&last, src + bytes - size, size);
-    for (size_t i = size; i + size < bytes; i += size) memcpy(dst + i, src + i, size);
-    memcpy(dst, &first, size);
-    memcpy(dst + bytes - size, &last, size);
-}
-
-// The call to memcpy would take longer than all the rest of a short run.
-void copy_short(uint8_t *dst, const uint8_t *src, size_t bytes) {
-    if (bytes >= 16) return copy_overlapping<16>(dst, src, bytes);
-    if (bytes >= 8) return copy_overlapping<8>(dst, src, bytes);
-    if (bytes >= 4) return copy_overlapping<4>(dst, src, bytes);
-    if (bytes >= 2) return copy_overlapping<2>(dst, src, bytes);
-    if (bytes) *dst = *src;
-}
-
-// Less than a block into a buffer, filled up with zeros, and out of it.
-INLINE void load_short(uint8_t *in, const uint8_t *src, size_t bytes, size_t filled) {
-    memset(in, 0, filled);
-    copy_short(in, src, bytes);
-}
-INLINE void store_short(uint8_t *dst, const uint8_t *out, size_t bytes) { copy_short(dst, out, bytes); }
 
 template <Layout S> INLINE uint32_t load_pixel(const uint8_t *p) {
     if constexpr (S.bytes == 1) {

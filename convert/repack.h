@@ -4,9 +4,7 @@
 #pragma once
 
 #include "convert/layout.h"
-
-// The steps of a block pass vectors to each other; a call between them would pass these through memory.
-#define INLINE [[gnu::always_inline]] inline
+#include "simd/registers.h"
 
 namespace img::IMG_TARGET {
 namespace {

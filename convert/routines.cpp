@@ -11,8 +11,8 @@
 #include "convert/routines.inc"
 
 void img_cvt_pal1_pal8(const void *src, void *dst, uint32_t count) {
-    img::convert_kernels.best().pal1_pal8(src, dst, count);
+    img::palette_kernels.best().pal1_pal8(src, dst, count);
 }
 void img_cvt_pal4_pal8(const void *src, void *dst, uint32_t count) {
-    img::convert_kernels.best().pal4_pal8(src, dst, count);
+    img::palette_kernels.best().pal4_pal8(src, dst, count);
 }

@@ -5,4 +5,4 @@ target_sources(pictra_objects PRIVATE
   convert/routines.cpp
   convert/transform.cpp
 )
-pictra_add_kernels(convert/kernels.cpp)
+pictra_add_kernels(convert/kernels.cpp convert/palette_kernels.cpp)

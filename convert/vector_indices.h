@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Palette indices in vectors: a byte shuffle looks up one byte of 32 pixels at once, in tables of 16 entries, and of 256
-// with AVX-512. Part of kernels.cpp.
+// Palette indices in registers: a shuffle looks up one byte of each pixel in a table of 16 entries, and where there is a
+// Table256, in one of 256. Part of palette_kernels.cpp.
 #pragma once
 
 #include "convert/indices.h"
@@ -12,12 +12,12 @@ namespace {
 
 // Among whole bytes of indices. Of a byte of single bits, any that is set makes the highest index 1.
 template <uint32_t bits> uint32_t highest_index(const uint8_t *src, size_t bytes) {
-    U8 most{};
+    Bytes most{};
     size_t i = 0;
     for (; i + sizeof most <= bytes; i += sizeof most) {
-        const U8 v = load(src + i);
-        most = U8(_mm256_max_epu8(Any(most), Any(bits == 4 ? v & 0x0f : v)));
-        if constexpr (bits == 4) most = U8(_mm256_max_epu8(Any(most), Any(v >> 4)));
+        const Bytes v = load(src + i);
+        most = larger(most, bits == 4 ? v & 0x0f : v);
+        if constexpr (bits == 4) most = larger(most, v >> 4);
     }
     uint32_t highest = 0;
     const auto see = [&highest](uint32_t index) { highest = index > highest ? index : highest; };
@@ -30,19 +30,19 @@ template <uint32_t bits> uint32_t highest_index(const uint8_t *src, size_t bytes
 }
 
 // The indices of a block, a byte each.
-template <uint32_t bits> INLINE U8 load_indices(const uint8_t *src) {
+template <uint32_t bits> INLINE Bytes load_indices(const uint8_t *src) {
     if constexpr (bits == 1) {
-        static constexpr Mask eight_times = [] {
-            Mask mask{};
-            for (uint8_t i = 0; i < 32; i++) mask.at[i] = i / 8;
-            return mask;
+        static constexpr Pattern<> eight_times = [] {
+            Pattern<> order{};
+            for (uint8_t i = 0; i < block; i++) order.at[i] = i / 8;
+            return order;
         }();
-        const U8 bit = U8(_mm256_set1_epi64x(0x0102040810204080));
-        const U8 bytes = shuffle(U8(_mm256_set1_epi32(load<int>(src))), eight_times);
-        return U8((bytes & bit) == bit) & 1;
+        const auto bit = Bytes(Words64{} + 0x0102040810204080);
+        const Bytes bytes = shuffle(Bytes(Words32{} + load<uint32_t>(src)), load(eight_times.at));
+        return Bytes((bytes & bit) == bit) & 1;
     } else if constexpr (bits == 4) {
-        const auto pairs = U16(_mm256_cvtepu8_epi16(load<__m128i>(src)));
-        return U8(pairs >> 4 | pairs << 8) & 0x0f;
+        const Words16 pairs = load_widened(src);
+        return Bytes(pairs >> 4 | pairs << 8) & 0x0f;
     } else {
         return load(src);
     }
@@ -55,92 +55,53 @@ template <uint32_t bits> void unpack_indices(const uint8_t *src, uint8_t *dst, s
     unpack_singly<bits>(src + whole / per_byte, dst + whole, count - whole);
 }
 
-// Bytes and pairs of bytes of two vectors put in turn, from the low or the high half of every 16 bytes.
-INLINE Any low_bytes(Any a, Any b) { return _mm256_unpacklo_epi8(a, b); }
-INLINE Any high_bytes(Any a, Any b) { return _mm256_unpackhi_epi8(a, b); }
-INLINE Any low_pairs(Any a, Any b) { return _mm256_unpacklo_epi16(a, b); }
-INLINE Any high_pairs(Any a, Any b) { return _mm256_unpackhi_epi16(a, b); }
-
-// The order in which indices are looked up, so that putting the bytes of the entries in turn leaves them in place.
-template <uint32_t bytes> INLINE Any arranged(Any indices) {
-    typedef int Ints __attribute__((vector_size(32)));
+// Permutes indices so that store_planes(), which unpacks within parts, yields pixels in order.
+template <uint32_t bytes, class V> INLINE V arranged(V indices) {
     if constexpr (bytes == 1) return indices;
-    if constexpr (bytes == 2) return exchange_middle(indices);
-    return Any(__builtin_shufflevector(Ints(indices), Ints(indices), 0, 2, 4, 6, 1, 3, 5, 7));
+    return deinterleave_parts < bytes == 2 ? 8 : 4 > (indices);
 }
-
-INLINE void store_24_bits(uint8_t *dst, const Any *words) {
-    store_squeezed<layout::xrgb8888he, layout::bgr888>(dst, {{U8(words[0]), U8(words[1]), U8(words[2]), U8(words[3])}});
-}
-
-#if defined(__AVX512VBMI__)
-typedef __m512i Wide;
-
-constexpr __mmask64 every_byte = ~__mmask64{0};
-constexpr __mmask32 every_pair = ~__mmask32{0};
-
-INLINE Wide low_bytes(Wide a, Wide b) { return _mm512_maskz_unpacklo_epi8(every_byte, a, b); }
-INLINE Wide high_bytes(Wide a, Wide b) { return _mm512_maskz_unpackhi_epi8(every_byte, a, b); }
-INLINE Wide low_pairs(Wide a, Wide b) { return _mm512_maskz_unpacklo_epi16(every_pair, a, b); }
-INLINE Wide high_pairs(Wide a, Wide b) { return _mm512_maskz_unpackhi_epi16(every_pair, a, b); }
-
-template <uint32_t bytes> INLINE Wide arranged(Wide indices) {
-    typedef int Ints __attribute__((vector_size(64)));
-    if constexpr (bytes == 1) return indices;
-    if constexpr (bytes == 2) return __builtin_shufflevector(indices, indices, 0, 4, 1, 5, 2, 6, 3, 7);
-    return Wide(
-        __builtin_shufflevector(Ints(indices), Ints(indices), 0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15));
-}
-
-INLINE void store_24_bits(uint8_t *dst, const Wide *words) {
-    Any halves[8];
-    for (size_t k = 0; k < 4; k++) {
-        halves[2 * k] = __builtin_shufflevector(words[k], words[k], 0, 1, 2, 3);
-        halves[2 * k + 1] = __builtin_shufflevector(words[k], words[k], 4, 5, 6, 7);
-    }
-    store_24_bits(dst, halves);
-    store_24_bits(dst + block * 3, halves + 4);
-}
-#endif
 
 // Stores pixels from their planes: all first bytes, all second bytes and so on.
-template <uint32_t bytes, typename Vector> INLINE void store_planes(uint8_t *dst, const Vector *plane) {
-    constexpr size_t size = sizeof(Vector);
+template <uint32_t bytes, class V> INLINE void store_planes(uint8_t *dst, const V *plane) {
+    constexpr size_t size = sizeof(V);
     if constexpr (bytes == 1) {
         store(dst, plane[0]);
     } else {
-        const Vector low = low_bytes(plane[0], plane[1]), high = high_bytes(plane[0], plane[1]);
+        const V low = unpack_low<1>(plane[0], plane[1]), high = unpack_high<1>(plane[0], plane[1]);
         if constexpr (bytes == 2) {
             store(dst, low);
             store(dst + size, high);
         } else {
-            const Vector fourth = bytes == 4 ? plane[bytes - 1] : Vector{};
-            const Vector low_top = low_bytes(plane[2], fourth), high_top = high_bytes(plane[2], fourth);
-            const Vector words[4] = {low_pairs(low, low_top), high_pairs(low, low_top), low_pairs(high, high_top),
-                                     high_pairs(high, high_top)};
-            if constexpr (bytes == 3)
-                store_24_bits(dst, words);
-            else
+            const V fourth = bytes == 4 ? plane[bytes - 1] : V{};
+            const V low_top = unpack_low<1>(plane[2], fourth), high_top = unpack_high<1>(plane[2], fourth);
+            V words[4] = {unpack_low<2>(low, low_top), unpack_high<2>(low, low_top), unpack_low<2>(high, high_top),
+                          unpack_high<2>(high, high_top)};
+            if constexpr (bytes == 3) {
+                static constexpr Pattern<> order = placing(layout::xrgb8888he, layout::bgr888);
+                for (V &v : words) v = shuffle(v, repeat_part<V>(order.at));
+                store_low12(dst, words);
+            } else {
                 for (size_t k = 0; k < 4; k++) store(dst + k * size, words[k]);
+            }
         }
     }
 }
 
 // The first, second, ... bytes of a block of entries.
-template <uint32_t bytes> INLINE void split(const uint8_t *entries, U8 *plane) {
+template <uint32_t bytes> INLINE void split(const uint8_t *entries, Bytes *plane) {
     if constexpr (bytes == 1) {
         plane[0] = load(entries);
     } else if constexpr (bytes == 2) {
-        const Halves h{{load<U16>(entries), load<U16>(entries + 32)}};
-        plane[0] = pack_halves({{h.v[0] & 0xff, h.v[1] & 0xff}});
-        plane[1] = pack_halves({{h.v[0] >> 8, h.v[1] >> 8}});
+        const Words16 low = load<Words16>(entries), high = load<Words16>(entries + vector_bytes);
+        plane[0] = low_bytes({{low & 0xff, high & 0xff}});
+        plane[1] = low_bytes({{low >> 8, high >> 8}});
     } else {
         constexpr Layout packed = bytes == 3 ? layout::bgr888 : layout::xrgb8888he;
-        const Words words = placed<packed, layout::xrgb8888he>(load_bytes<bytes>(entries));
-        plane[0] = byte_of_words<0>(words);
-        plane[1] = byte_of_words<1>(words);
-        plane[2] = byte_of_words<2>(words);
-        if constexpr (bytes == 4) plane[3] = byte_of_words<3>(words);
+        const Pixels32 words = placed<packed, layout::xrgb8888he>(load_pixels<bytes>(entries));
+        plane[0] = pick_byte<0>(words.v);
+        plane[1] = pick_byte<1>(words.v);
+        plane[2] = pick_byte<2>(words.v);
+        if constexpr (bytes == 4) plane[3] = pick_byte<3>(words.v);
     }
 }
 
@@ -152,7 +113,7 @@ template <uint32_t bytes, uint32_t entries> struct Planes {
         uint8_t read[entries * bytes] = {};
         memcpy(read, palette, (highest + 1) * bytes);
         for (size_t i = 0; i < entries; i += block) {
-            U8 plane[bytes];
+            Bytes plane[bytes];
             split<bytes>(read + i * bytes, plane);
             for (uint32_t k = 0; k < bytes; k++) store(at[k] + i, plane[k]);
         }
@@ -162,45 +123,38 @@ template <uint32_t bytes, uint32_t entries> struct Planes {
 template <uint32_t bits, uint32_t bytes>
 size_t expand_16_colours(const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *palette, uint32_t highest) {
     const Planes<bytes, block> planes(palette, highest);
-    Any table[bytes];
-    for (uint32_t k = 0; k < bytes; k++) table[k] = _mm256_broadcastsi128_si256(load<__m128i>(planes.at[k]));
+    Bytes table[bytes];
+    for (uint32_t k = 0; k < bytes; k++) table[k] = repeat_half(planes.at[k]);
     size_t i = 0;
     for (; i + block <= count; i += block) {
-        const Any indices = arranged<bytes>(Any(load_indices<bits>(src + i * bits / 8)));
-        Any plane[bytes];
-        for (uint32_t k = 0; k < bytes; k++) plane[k] = _mm256_shuffle_epi8(table[k], indices);
+        const Bytes indices = arranged<bytes>(load_indices<bits>(src + i * bits / 8));
+        Bytes plane[bytes];
+        for (uint32_t k = 0; k < bytes; k++) plane[k] = shuffle(table[k], indices);
         store_planes<bytes>(dst + i * bytes, plane);
     }
     return i;
 }
 
-#if defined(__AVX512VBMI__)
-// The byte of each of 64 indices from a table of 256.
-INLINE Wide look_up(const Wide *table, Wide indices) {
-    return _mm512_mask_blend_epi8(_mm512_movepi8_mask(indices), _mm512_permutex2var_epi8(table[0], indices, table[1]),
-                                  _mm512_permutex2var_epi8(table[2], indices, table[3]));
-}
-
-template <uint32_t bytes>
-size_t expand_256_colours(const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *palette, uint32_t highest) {
+template <uint32_t bytes, class V>
+size_t look_up_256_colours(const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *palette, uint32_t highest) {
     const Planes<bytes, 256> planes(palette, highest);
-    Wide table[bytes][4];
-    for (uint32_t k = 0; k < bytes; k++)
-        for (uint32_t part = 0; part < 4; part++) table[k][part] = load<Wide>(planes.at[k] + 64 * part);
+    Table256<V> table[bytes];
+    for (uint32_t k = 0; k < bytes; k++) table[k].fill(planes.at[k]);
     size_t i = 0;
-    for (; i + sizeof(Wide) <= count; i += sizeof(Wide)) {
-        const Wide indices = arranged<bytes>(load<Wide>(src + i));
-        Wide plane[bytes];
-        for (uint32_t k = 0; k < bytes; k++) plane[k] = look_up(table[k], indices);
+    for (; i + sizeof(V) <= count; i += sizeof(V)) {
+        const V indices = arranged<bytes>(load<V>(src + i));
+        V plane[bytes];
+        for (uint32_t k = 0; k < bytes; k++) plane[k] = table[k][indices];
         store_planes<bytes>(dst + i * bytes, plane);
     }
     return i;
 }
-#else
-// Entries of 24 bits as words: a pixel is one load and one store, whose fourth byte the next pixel overwrites. Entries of
-// other sizes are looked up singly.
+
+// Without tables of 256, entries of 24 bits are made words: a pixel is one load and one store, whose fourth byte the next
+// pixel overwrites. Entries of other sizes are looked up singly.
 template <uint32_t bytes>
 size_t expand_256_colours(const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *palette, uint32_t highest) {
+    if constexpr (looks_up_256) return look_up_256_colours<bytes, WideBytes>(src, dst, count, palette, highest);
     size_t i = 0;
     if constexpr (bytes == 3) {
         uint32_t words[256];
@@ -213,7 +167,6 @@ size_t expand_256_colours(const uint8_t *src, uint8_t *dst, size_t count, const 
     }
     return i;
 }
-#endif
 
 template <uint32_t bits, uint32_t bytes>
 void expand_indices(const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *palette) {

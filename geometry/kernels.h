@@ -17,8 +17,8 @@ using MirrorRows = void(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, pt
                         uint32_t rows);
 
 // Copies rows to columns: pixel x of row y becomes pixel y of row x.
-using TurnRows = void(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, uint32_t width,
-                      uint32_t height);
+using TransposeRows = void(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, uint32_t width,
+                           uint32_t height);
 
 // Copies rows of so many bytes. None of them overlaps one of the other side.
 using CopyRows = void(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, size_t bytes,
@@ -27,7 +27,7 @@ using CopyRows = void(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrd
 // Two of them by the bytes of a pixel, less one.
 struct GeometryKernels {
     MirrorRows *mirror[4];
-    TurnRows *turn[4];
+    TransposeRows *transpose[4];
     CopyRows *copy;
 };
 

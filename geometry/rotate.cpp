@@ -18,7 +18,7 @@ constexpr uint32_t band_rows = 64;
 img_status turn_into_buffer(Frame &frame, const img_record &dst, const Cut &cut, bool clockwise) {
     if (const img_status status = frame.begin(cut, band_rows, 0)) return status;
     const uint32_t pixel = frame.pixel_bytes();
-    TurnRows &turn = *geometry_kernels.best().turn[pixel - 1];
+    TransposeRows &transpose = *geometry_kernels.best().transpose[pixel - 1];
     uint8_t *first = row_at(dst, clockwise ? 0 : cut.width - 1); // where the leftmost column goes
     const ptrdiff_t dst_step = clockwise ? ptrdiff_t{dst.stride} : -ptrdiff_t{dst.stride};
     for (uint32_t y = 0; y < cut.height;) {
@@ -27,9 +27,9 @@ img_status turn_into_buffer(Frame &frame, const img_record &dst, const Cut &cut,
         // Clockwise the last row of the source is the first column.
         const uint8_t *last = band.first + (band.count - 1) * band.step;
         if (clockwise)
-            turn(last, -band.step, first + size_t{cut.height - y} * pixel, dst_step, cut.width, band.count);
+            transpose(last, -band.step, first + size_t{cut.height - y} * pixel, dst_step, cut.width, band.count);
         else
-            turn(band.first, band.step, first + size_t{y - band.count} * pixel, dst_step, cut.width, band.count);
+            transpose(band.first, band.step, first + size_t{y - band.count} * pixel, dst_step, cut.width, band.count);
     }
     return frame.done();
 }

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// Scaling in plain C++, for every CPU. Part of kernels.cpp.
+// Scaling without registers: pixel by pixel, but for the mean of two lines. Part of kernels.cpp.
 #pragma once
 
-#include "scale/mean.h"
+#include "scale/pixels.h"
 
 namespace img::IMG_TARGET {
 namespace {
@@ -35,6 +35,13 @@ template <Kind K>
     average_block<K>(first, second, first, rule);
     memcpy(out, first, bytes);
 }
+
+template <Kind K> constexpr auto halve = halve_pixels<K>;
+template <Kind K> constexpr auto thin = thin_pixels<K>;
+template <Kind K> constexpr auto step = step_pixels<K>;
+template <Kind K> constexpr img_scl_planner planner = nullptr;
+template <Kind K> constexpr uint32_t least_quartered = 0;
+template <Kind K> constexpr auto quarter = nullptr;
 
 } // namespace
 } // namespace img::IMG_TARGET

@@ -288,9 +288,9 @@ TEST(Geometry, KernelsOfAllVariantsStayWithinTheImages) {
                 for (size_t x = 0; x < w; x++)
                     memcpy(&want[((up ? x : w - 1 - x) * h + y) * bytes], src + ((up ? h - 1 - y : y) * w + x) * bytes,
                            bytes);
-            img::geometry_kernels.best().turn[bytes - 1](up ? src + (h - 1) * step : src, up ? -step : step,
-                                                         up ? dst : dst + (w - 1) * dst_step, up ? dst_step : -dst_step,
-                                                         w, h);
+            img::geometry_kernels.best().transpose[bytes - 1](up ? src + (h - 1) * step : src, up ? -step : step,
+                                                              up ? dst : dst + (w - 1) * dst_step,
+                                                              up ? dst_step : -dst_step, w, h);
             ASSERT_EQ(Bytes(dst, dst + all), want) << name << " " << bytes << " " << w << "x" << h;
         }
     });
