@@ -33,11 +33,11 @@ constexpr Operation operations[] = {
 };
 
 struct Image {
-    Image(img_format format, uint32_t side) : pixels(img::row_bytes(format, side) * side, 0x5a) {
+    Image(img_format format, uint32_t side) : pixels(img::stride_of(format, side) * side, 0x5a) {
         record.format = format;
         record.width = record.height = side;
         record.data = pixels.data();
-        record.stride = uint32_t(img::row_bytes(format, side));
+        record.stride = uint32_t(img::stride_of(format, side));
         record.flags = IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | IMG_F_DIRECT;
     }
     std::vector<uint8_t> pixels;

@@ -3,7 +3,7 @@
 include(cmake/variants.cmake)
 pictra_add_objects(pictra_objects)
 target_sources(pictra_objects INTERFACE ${PICTRA_KERNELS})
-foreach(folder core io convert codec geometry scale)
+foreach(folder core io convert codec geometry scale loading)
   include(${folder}/sources.cmake)
 endforeach()
 

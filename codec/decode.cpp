@@ -66,7 +66,7 @@ int img_decode_access(void *data, uint32_t x, uint32_t y, uint32_t count, void *
     if (end > record.width) count = record.width - x;
     if (!has(record, IMG_F_DIRECT)) count = smaller(count, context.line_width);
     if (!count) return 0; // an empty run neither consumes a row nor reaches the caller
-    if (!context.convert || (context.state & expands_palette && !context.palette)) return 0;
+    if (!(context.state & converts_rows)) return 0;
 
     if (has(record, IMG_F_DIRECT)) {
         uint8_t *out = row_at(record, y);
@@ -76,11 +76,11 @@ int img_decode_access(void *data, uint32_t x, uint32_t y, uint32_t count, void *
             if (--context.lines_left) context.next_line += context.line_step;
         }
         if (x) out += run_bytes(record.format, x);
-        convert_line(context, line, out, count);
+        img_dtransform_apply(&context.transform, line, out, count);
         if (context.state & key_becomes_alpha) key_to_alpha(record.format, context.key, out, count);
     } else if (has(record, IMG_F_ACCESS)) {
         if (!context.scratch) return 0; // after the codec's end of the frame
-        convert_line(context, line, context.scratch, count);
+        img_dtransform_apply(&context.transform, line, context.scratch, count);
         if (context.state & key_becomes_alpha && !key_to_alpha(record.format, context.key, context.scratch, count))
             return 0;
         record.access(record.access_arg, x, y, count, context.scratch);

@@ -3,7 +3,7 @@
 // One frame being decoded: what the driver in decode.cpp and its default callouts share.
 #pragma once
 
-#include "core/owned.h"
+#include "convert/transform.h"
 #include "core/record.h"
 
 namespace img {
@@ -12,7 +12,7 @@ enum DecodeState : uint32_t {
     pixels_allocated = IMG_ALLOC_PIXELS,
     palette_allocated = IMG_ALLOC_PALETTE,
     decode_set_up = 0x4,
-    expands_palette = 0x8, // line function is expand
+    converts_rows = 0x8, // with transform
     key_becomes_alpha = 0x10
 };
 
@@ -21,16 +21,13 @@ struct DecodeContext {
     img_record image;             // the codec's record
     uint32_t state;               // DecodeState bits
     const img_decode_callouts *caller;
-    img_record *record; // the caller's
-    uint8_t *scratch;   // owned: one line, and behind it the palette
-    uint8_t *palette;   // in the caller's format
-    union {
-        img_cvt_func convert;
-        img_expand_func expand;
-    };
-    uint8_t *next_line; // where the next row goes, whatever its number; null if the number decides
-    int32_t line_step;  // bytes from one row to the next
-    uint32_t key;       // key_becomes_alpha
+    img_record *record;             // the caller's
+    uint8_t *scratch;               // owned: one line, followed by the palette
+    uint8_t *palette;               // in the caller's format; null unless the transform expands
+    img_dtransform_state transform; // from the codec's format to the caller's
+    uint8_t *next_line;             // where the next row goes, whatever its number; null if the number decides
+    int32_t line_step;              // bytes from one row to the next
+    uint32_t key;                   // key_becomes_alpha
 
     uint32_t lines_left;      // rows that next_line may still take
     uint32_t line_width;      // pixels that the scratch line holds
@@ -45,13 +42,5 @@ bool key_to_alpha(img_format format, uint32_t key, uint8_t *pixels, uint32_t cou
 
 // The access function of the codec's record: converts a run and puts it where the caller's record has it.
 int img_decode_access(void *context, uint32_t x, uint32_t y, uint32_t count, void *line);
-
-// Runs the line function.
-inline void convert_line(const DecodeContext &context, const void *src, void *dst, uint32_t count) {
-    if (context.state & expands_palette)
-        context.expand(src, dst, count, context.palette);
-    else
-        context.convert(src, dst, count);
-}
 
 } // namespace img

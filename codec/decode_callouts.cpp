@@ -5,7 +5,6 @@
 #include "codec/decode.h"
 
 #include "codec/negotiate.h"
-#include "convert/transform.h"
 
 #include <string.h>
 
@@ -43,24 +42,16 @@ uint32_t dflt_choose_format(void *data, img_record *image, const img_format *for
     return closest_format(target, formats, count, [&](img_format format) { return convertible(format, target); });
 }
 
-// Chooses the line function and makes the buffers that it needs.
-img_status prepare_conversion(DecodeContext &context, img_record &image, uint32_t setup_flags) {
+// Decides where rows go: one after the other into the caller's buffer, or through a line of scratch memory, whose size in
+// bytes is returned.
+uint64_t place_rows(DecodeContext &context, const img_record &image, uint32_t setup_flags) {
     const img_record &record = *context.record;
-    const bool expands = is_palette(image.format) && !is_palette(record.format);
-    if (expands) {
-        context.state |= expands_palette;
-        context.expand = img_expand_getfunc(image.format, record.format);
-    } else {
-        context.convert = img_convert_getfunc(image.format, record.format);
-    }
-
-    uint64_t line_bytes = 0;
     if (has(record, IMG_F_ACCESS)) {
         context.line_width = smaller(record.width, image.width);
-        line_bytes = row_bytes(record.format, context.line_width);
-    } else if (!has(record, IMG_F_DIRECT)) {
-        // no pixel will be stored
-    } else if (setup_flags & IMG_SETUP_TOPDOWN) {
+        return stride_of(record.format, context.line_width);
+    }
+    if (!has(record, IMG_F_DIRECT)) return 0; // no pixel will be stored
+    if (setup_flags & IMG_SETUP_TOPDOWN) {
         context.next_line = static_cast<uint8_t *>(record.data);
         context.line_step = static_cast<int32_t>(record.stride);
         context.lines_left = record.height;
@@ -69,24 +60,35 @@ img_status prepare_conversion(DecodeContext &context, img_record &image, uint32_
         if (context.lines_left) context.next_line = row_at(record, context.lines_left - 1);
         context.line_step = static_cast<int32_t>(0 - record.stride);
     }
+    return 0;
+}
+
+// Chooses the routine and makes the memory that it needs.
+img_status prepare_conversion(DecodeContext &context, img_record &image, uint32_t setup_flags) {
+    const img_record &record = *context.record;
+    const bool found = find_routine(image.format, record.format, context.transform);
+    const bool expands = context.transform.kind & transform_expands;
+    const uint64_t line_bytes = place_rows(context, image, setup_flags);
     if (context.lines_left > 1 && record.stride > INT32_MAX) return IMG_ST_NOMEM;
 
     // Indices beyond the codec's palette find entries of 0.
-    const bool has_palette = expands && context.expand && image.ncolors;
+    const bool has_palette = expands && found && image.ncolors;
     const uint64_t entries = has_palette ? full_palette(image.format, image.ncolors) : 0;
-    const uint64_t palette_bytes = run_bytes(record.format, entries);
-    if (line_bytes + palette_bytes > UINT32_MAX) return IMG_ST_NOMEM;
-    if (line_bytes + palette_bytes) {
-        context.scratch = static_cast<uint8_t *>(calloc(1, line_bytes + palette_bytes));
+    const uint64_t bytes = line_bytes + run_bytes(record.format, entries);
+    if (bytes > UINT32_MAX) return IMG_ST_NOMEM;
+    if (bytes) {
+        context.scratch = static_cast<uint8_t *>(calloc(1, bytes));
         if (!context.scratch) return IMG_ST_NOMEM;
     }
     if (has_palette) {
         context.palette = context.scratch + line_bytes;
+        context.transform.palette = context.palette;
         context.palette_entries = static_cast<uint32_t>(entries);
         image.flags |= IMG_F_PALETTE;
     }
-    if (expands) return context.palette && context.expand ? IMG_ST_OK : IMG_ST_NOCONV;
-    return context.convert ? IMG_ST_OK : IMG_ST_NOCONV;
+    if (!found || (expands && !has_palette)) return IMG_ST_NOCONV;
+    context.state |= converts_rows;
+    return IMG_ST_OK;
 }
 
 img_status dflt_setup(void *data, img_record *image, uint32_t setup_flags) {
@@ -143,14 +145,13 @@ void store_key(const DecodeContext &context, img_format codec_format, uint32_t k
     record.transparency = key;
     if (bits_per_pixel(record.format) <= 8) record.transparency8 = static_cast<uint8_t>(key);
     if (bits_per_pixel(record.format) == 16) record.transparency16 = static_cast<uint16_t>(key);
-    const bool expands = context.state & expands_palette;
     const KeyPixel pixel = key_pixel(codec_format, key);
     const bool wide = bits_per_pixel(record.format) > 16;
     constexpr img_format argb = FMT_ARGB8888HE;
-    if (!expands) {
+    if (!(context.transform.kind & transform_expands)) {
         img_convert_data(codec_format, pixel.bytes, wide ? argb : record.format, &record.transparency, 1);
-    } else if (context.palette && context.expand) {
-        context.expand(pixel.bytes, &record.transparency, 1, context.palette);
+    } else if (context.palette) {
+        img_dtransform_apply(&context.transform, pixel.bytes, &record.transparency, 1);
         if (wide) img_convert_data(record.format, &record.transparency, argb, &record.transparency, 1);
     }
 }
@@ -207,6 +208,7 @@ void free_scratch(DecodeContext &context) {
     free(context.scratch);
     context.scratch = nullptr;
     context.palette = nullptr;
+    if (context.transform.kind & transform_expands) context.state &= ~uint32_t{converts_rows};
 }
 
 void dflt_frame(void *data, img_record *) {
@@ -226,7 +228,7 @@ void dflt_abort(void *data, img_record *) {
         if (has(context.image, IMG_F_DIRECT)) context.image.data = nullptr;
     }
     free_scratch(context);
-    context.convert = nullptr; // rows that still come are dropped
+    context.state &= ~uint32_t{converts_rows}; // rows that still come are dropped
 }
 
 // Replaces the pixels that equal match.

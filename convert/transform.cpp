@@ -11,30 +11,21 @@ using namespace img;
 
 namespace {
 
-img_status create_conversion(const img_record &src, const img_record &dst, Transform &state) {
-    const img_cvt_func convert = img_convert_getfunc(src.format, dst.format);
-    if (!convert) return IMG_ST_BADFMT;
-    state = allocate_zeroed<img_dtransform_state>();
-    if (!state) return IMG_ST_NOMEM;
-    state->convert = convert;
-    return IMG_ST_OK;
+// A state with the routine and with room for more bytes after it.
+Transform make_state(const img_dtransform_state &routine, uint64_t bytes) {
+    Transform state{static_cast<img_dtransform_state *>(calloc(1, sizeof(img_dtransform_state) + bytes))};
+    if (state) *state.get() = routine;
+    return state;
 }
 
-img_status create_expansion(const img_record &src, const img_record &dst, Transform &state) {
-    if (!is_palette(src.format)) return IMG_ST_BADFMT;
-    if (!has(src, IMG_F_PALETTE)) return IMG_ST_BADARG;
-    const img_expand_func expand = img_expand_getfunc(src.format, dst.format);
-    if (!expand) return IMG_ST_BADFMT;
+img_status create_expansion(const img_record &src, const img_record &dst, const img_dtransform_state &routine,
+                            Transform &state) {
     const img_cvt_func convert = img_convert_getfunc(FMT_ARGB8888HE, dst.format);
     if (!convert) return IMG_ST_BADFMT;
-
-    // The record's own palette serves where it is in the format wanted, whatever the record says of its length.
+    // The record's own palette serves where it has the destination's format, whatever the record says of its length.
     const bool own = dst.format == FMT_ARGB8888HE;
-    const uint64_t palette_bytes = own ? 0 : run_bytes(dst.format, full_palette(src.format, src.ncolors));
-    state = Transform{static_cast<img_dtransform_state *>(calloc(1, sizeof(img_dtransform_state) + palette_bytes))};
+    state = make_state(routine, own ? 0 : run_bytes(dst.format, full_palette(src.format, src.ncolors)));
     if (!state) return IMG_ST_NOMEM;
-    state->kind = transform_expands;
-    state->expand = expand;
     state->palette = src.palette;
     if (!own) {
         void *palette = state.get() + 1;
@@ -97,6 +88,17 @@ img_status move_rows(const img_record &src_record, const img_record &dst_record,
 
 namespace img {
 
+bool find_routine(img_format src, img_format dst, img_dtransform_state &state) {
+    if (is_palette(src) && !is_palette(dst)) {
+        state.kind = transform_expands;
+        state.expand = img_expand_getfunc(src, dst);
+        return state.expand;
+    }
+    state.kind = 0;
+    state.convert = img_convert_getfunc(src, dst);
+    return state.convert;
+}
+
 img_status copy_image(const img_record &src, img_record &dst, bool upside_down) {
     if (!has_all(src, shape_flags)) return IMG_ST_BADARG;
     take_format(dst, src);
@@ -121,9 +123,17 @@ img_status copy_image(const img_record &src, img_record &dst, bool upside_down) 
 img_status img_dtransform_create(const img_record *src, const img_record *dst, img_dtransform_state **state) {
     *state = nullptr;
     if (!has(*src, IMG_F_FORMAT) || !has(*dst, IMG_F_FORMAT)) return IMG_ST_BADARG;
+    if (!is_palette(src->format) && is_palette(dst->format)) return IMG_ST_BADFMT;
+    img_dtransform_state routine{};
+    const bool found = find_routine(src->format, dst->format, routine), expands = routine.kind & transform_expands;
+    if (expands && !has(*src, IMG_F_PALETTE)) return IMG_ST_BADARG;
+    if (!found) return IMG_ST_BADFMT;
     Transform made;
-    const bool same_kind = is_palette(src->format) == is_palette(dst->format);
-    const img_status status = same_kind ? create_conversion(*src, *dst, made) : create_expansion(*src, *dst, made);
+    img_status status = IMG_ST_OK;
+    if (expands)
+        status = create_expansion(*src, *dst, routine, made);
+    else if (!(made = make_state(routine, 0)))
+        status = IMG_ST_NOMEM;
     *state = made.release();
     return status;
 }

@@ -19,6 +19,10 @@ namespace img {
 
 inline constexpr uint32_t transform_expands = 0x1;
 
+// Sets kind and routine for runs of one format into another: indices that become colours are expanded, all else is
+// converted. False if there is no routine. A state that expands needs a palette as well, in dst's format.
+bool find_routine(img_format src, img_format dst, img_dtransform_state &state);
+
 // Releases the state that img_dtransform_create gave.
 using Transform = Owned<img_dtransform_state>;
 

@@ -28,7 +28,7 @@ constexpr uint64_t run_bytes(img_format format, uint64_t n) { return (run_bits(f
 const uint8_t *padded_run(const uint8_t *run, uint64_t there, uint64_t needed, uint8_t *room);
 
 // Bytes of a row that the library allocates: the one stride rule.
-constexpr uint64_t row_bytes(img_format format, uint64_t n) { return (run_bytes(format, n) + 3) & ~uint64_t{3}; }
+constexpr uint64_t stride_of(img_format format, uint64_t n) { return (run_bytes(format, n) + 3) & ~uint64_t{3}; }
 
 constexpr uint32_t smaller(uint32_t a, uint32_t b) { return a < b ? a : b; }
 constexpr uint64_t larger(uint64_t a, uint64_t b) { return a > b ? a : b; }

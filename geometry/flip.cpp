@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Mirror images: in place, or into another record.
-#include "geometry/frame.h"
+// Flips, in place or into another record.
 #include "geometry/kernels.h"
+#include "geometry/rect_copier.h"
 
 #include <string.h>
 
@@ -17,24 +17,24 @@ uint8_t reversed(uint8_t byte) {
     return static_cast<uint8_t>(reverse_table[byte & 15] << 4 | reverse_table[byte >> 4]);
 }
 
-// In place: chunks from both ends change places. One waits in a buffer while the other takes its place.
+// In place: swaps chunks from both ends of the row, one of them through a buffer.
 template <size_t bytes> void mirror_pixels(uint8_t *row, uint32_t width) {
     constexpr size_t chunk = 1024;
-    uint8_t waiting[chunk * bytes];
+    uint8_t saved[chunk * bytes];
     MirrorRows &mirror = *geometry_kernels.best().mirror[bytes - 1];
     uint8_t *left = row, *end = row + size_t{width} * bytes;
     for (size_t half = width / 2; half > 0;) {
         const size_t count = half < chunk ? half : chunk, count_bytes = count * bytes;
-        memcpy(waiting, left, count_bytes);
+        memcpy(saved, left, count_bytes);
         mirror(end - count_bytes, 0, left, 0, count, 1);
-        mirror(waiting, 0, end - count_bytes, 0, count, 1);
+        mirror(saved, 0, end - count_bytes, 0, count, 1);
         left += count_bytes;
         end -= count_bytes;
         half -= count;
     }
 }
 
-// Bits: the bytes are mirrored, then moved to the top by what the last one is short of. Bits beyond the width become 0.
+// 1 bit per pixel: reverses the bytes, then shifts left by the number of unused bits in the last byte, which become 0.
 void mirror_bits(uint8_t *row, uint32_t width) {
     const size_t bytes = (size_t{width} + 7) / 8;
     mirror_pixels<1>(row, static_cast<uint32_t>(bytes));
@@ -73,7 +73,7 @@ img_status img_flip_vertical(img_record *image) {
     const Owned<uint8_t> row = allocate<uint8_t>(image->stride);
     if (!row) return IMG_ST_NOMEM;
     auto *top = static_cast<uint8_t *>(image->data);
-    uint8_t *bottom = top + uint32_t{(image->height - 1) * image->stride}; // Kept: counted in 32 bits.
+    uint8_t *bottom = top + uint32_t{(image->height - 1) * image->stride}; // Kept: the offset wraps at 32 bits.
     for (; top < bottom; top += image->stride, bottom -= image->stride) {
         memcpy(row.get(), top, image->stride);
         memcpy(top, bottom, image->stride);
@@ -87,7 +87,7 @@ img_status img_flip_horizontal(img_record *image) {
     if (!has(*image, IMG_F_DIRECT)) return IMG_ST_BADFMT;
     if (!image->height) return IMG_ST_OK;
     const uint32_t depth = bits_per_pixel(image->format);
-    if (!depth) return IMG_ST_NOCODEC; // Kept: no depth at all is told apart from a depth that cannot be mirrored.
+    if (!depth) return IMG_ST_NOCODEC; // Kept: a depth of 0 has a status of its own.
     Mirror *mirror = mirror_of(depth);
     if (!mirror) return IMG_ST_BADFMT;
     for (uint32_t y = 0; y < image->height; y++) mirror(row_at(*image, y), image->width);
@@ -96,14 +96,14 @@ img_status img_flip_horizontal(img_record *image) {
 
 img_status img_flip(const img_record *src, img_record *dst, uint32_t direction) {
     if (!has_all(*src, shape_flags)) return IMG_ST_BADARG;
-    Frame frame{*src, *dst};
+    RectCopier copier{*src, *dst};
     take_format(*dst, *src);
     if (direction > IMG_FLIP_VERTICAL) return IMG_ST_BADFMT;
     imgcpy(*dst, *src, size_flags);
-    if (const img_status status = frame.prepare(IMG_F_PAL_ALPHA)) return status;
-    // A smaller destination gets the right and bottom part.
+    if (const img_status status = copier.prepare(IMG_F_PAL_ALPHA)) return status;
+    // A smaller destination receives the right and bottom part.
     const uint32_t width = smaller(src->width, dst->width), height = smaller(src->height, dst->height);
     const bool vertical = direction == IMG_FLIP_VERTICAL;
-    // Kept: rows are handed over from the bottom in either direction, so a function gets a horizontal flip as a half turn.
-    return frame.copy_rows({src->width - width, src->height - height, width, height}, {!vertical, vertical, true});
+    // Kept: an access function receives the rows from the bottom up in either direction.
+    return copier.copy_rows({src->width - width, src->height - height, width, height}, {!vertical, vertical, true});
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Reading: bytes come from the pushback buffer first, then from the buffer, then from the backend.
-#include "io/stream.h"
+#include "io/buffer.h"
 
 #include <stdlib.h>
 #include <string.h>

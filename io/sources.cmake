@@ -1,4 +1,5 @@
 target_sources(pictra_objects PRIVATE
+  io/buffer.cpp
   io/fd_backend.cpp
   io/mem_backend.cpp
   io/read.cpp

@@ -1,48 +1,16 @@
 // SPDX-License-Identifier: MIT
 //
-// Opening, closing and controlling streams. The two directions are in read.cpp and write.cpp.
-#include "io/stream.h"
+// Opening, closing and controlling streams. The two directions are in read.cpp and write.cpp, what they share in
+// buffer.cpp.
+#include "io/buffer.h"
 
 #include "core/owned.h"
 
 #include <errno.h>
 #include <stdarg.h>
 #include <stdlib.h>
-#include <string.h>
 
 using namespace img;
-
-namespace img {
-
-bool has_mode(const io_stream &stream, uint32_t mode) {
-    if (stream.mode & mode) return true;
-    errno = EBADF;
-    return false;
-}
-
-bool have_buffer(io_stream &stream) {
-    if (stream.buffer) return true;
-    if (!stream.buffer_size) return false;
-    stream.buffer = static_cast<uint8_t *>(malloc(stream.buffer_size));
-    if (!stream.buffer) return false;
-    memset(stream.buffer, 0, stream.buffer_size); // A position that was set before can be gone back from.
-    stream.position = smaller(stream.position, stream.buffer_size);
-    stream.count = 0;
-    return true;
-}
-
-uint32_t transfer(io_stream &stream, void *bytes, uint32_t length) {
-    uint32_t moved = 0;
-    if (stream.mode & IO_WRITE)
-        moved = stream.backend_write(stream.handle, bytes, length);
-    else if (stream.backend_read) // an area of memory has none
-        moved = stream.backend_read(stream.handle, bytes, length);
-    stream.limit -= moved;
-    stream.transferred += moved;
-    return moved;
-}
-
-} // namespace img
 
 namespace {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Writing: small pieces wait in the buffer, large ones go straight to the backend.
-#include "io/stream.h"
+#include "io/buffer.h"
 
 #include <errno.h>
 #include <string.h>
@@ -31,22 +31,6 @@ uint32_t io_ostream_write(io_stream *self, const void *src, uint32_t length) {
     }
     // A backend's write operation only reads what it is given.
     return accepted + transfer(*self, const_cast<uint8_t *>(in), smaller(self->limit, rest));
-}
-
-int io_ostream_flush(io_stream *self) {
-    if (!self->position) return 0;
-    if (!self->buffer) { // a skip counted bytes as consumed before there was one
-        errno = EFBIG;
-        return -1;
-    }
-    const uint32_t waiting = self->position;
-    const uint32_t moved = smaller(transfer(*self, self->buffer, smaller(self->limit, waiting)), waiting);
-    self->count += moved;
-    self->position -= moved;
-    if (!self->position) return 0;
-    if (moved) memmove(self->buffer, self->buffer + moved, self->position);
-    errno = EFBIG;
-    return -1;
 }
 
 int64_t io_ostream_seek(io_stream *self, int32_t offset, int whence) {

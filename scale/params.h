@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// How one line is scaled: steps and counts worked out once per resize. There is no filter: reductions halve the line as
-// often as it stays above the width wanted, and a stepper in the manner of Bresenham then takes the nearest pixel, or the
-// mean of it and its neighbour in the second half of each step.
+// How a line is scaled: steps and counts that are computed once per resize. There is no filter. A reduction halves the line
+// while it is more than twice as long as it should become; a stepper in the manner of Bresenham then takes the nearest pixel
+// or, in the second half of each step, the average of it and its neighbour.
 #pragma once
 
 #include "scale/family.h"
@@ -11,15 +11,15 @@ namespace img {
 
 struct img_scl_parms;
 
-// Scales src, or its mean with the line below unless that is null, to dst. Halved lines pass through room, which is long
-// enough for src. All but below may be the same line if it is long enough for src and dst.
-using img_scl_func = void (*)(const void *src, const void *below, void *room, void *dst, const img_scl_parms *parms);
+// Scales src, or its average with the line below if that is not null, to dst. Halved lines pass through scratch, which is
+// long enough for src. src, scratch and dst may be the same line if it is long enough for both widths.
+using img_scl_func = void (*)(const void *src, const void *below, void *scratch, void *dst, const img_scl_parms *parms);
 
-// Works out beforehand what is the same for all lines that are scaled like this, in plan_words(). False if that would not
-// help.
+// Computes once what is the same for all lines that are scaled with these parameters, in plan_words() words of memory. False
+// if that would not help.
 using img_scl_planner = bool (*)(const img_scl_parms &parms, uint32_t *memory);
 
-// Offsets and steps count words of the format's family (scale/family.h).
+// Offsets and steps are in words of the format's family (scale/family.h).
 struct img_scl_parms {
     img_scl_func scaler;
     int32_t dir;        // from one pixel to the next: forward when reducing, backward when enlarging
@@ -27,9 +27,9 @@ struct img_scl_parms {
     uint64_t dst_start; // the first pixel written
     uint32_t src_width; // in pixels, before halving
     uint32_t dst_width;
-    uint32_t half;       // of dst_width: from here on the mean with the neighbour is taken
-    int32_t int_step;    // words to go on for each pixel written
-    uint32_t frac_step;  // and parts of dst_width
+    uint32_t half;       // dst_width / 2: from this fraction on the average with the neighbour is taken
+    int32_t int_step;    // whole words to advance for each pixel written
+    uint32_t frac_step;  // plus this fraction of a pixel, in units of 1 / dst_width
     uint32_t edge_count; // enlarging: pixels at the left edge that repeat the first one
     uint32_t main_count; // pixels that the stepper writes
     uint32_t halvings;   // passes of exact halving before the stepper
@@ -37,22 +37,22 @@ struct img_scl_parms {
     MeanRule rule;
     uint32_t edge_src;       // enlarging: the pixel that the edge repeats
     img_scl_planner planner; // null where nothing is planned
-    const uint32_t *plan;    // null: each line is counted through, slowly
+    const uint32_t *plan;    // null: every line computes its steps again, which is slower
 };
 
-// A plan's windows, of 8 pixels at least, and its pixels, by 16.
+// Words in a plan: one per window (windows hold at least 8 pixels), then one per pixel, each count rounded up to 16.
 constexpr uint64_t plan_starts(uint32_t width) { return (uint64_t{width} / 8 + 16) & ~uint64_t{15}; }
 constexpr uint64_t plan_words(uint32_t width) { return plan_starts(width) + ((uint64_t{width} + 15) & ~uint64_t{15}); }
 
-// Halvings after which a size is at most twice the other; it is halved on the way.
+// Halves `from` until it is at most twice `to`. Returns how often.
 uint32_t count_halvings(uint32_t &from, uint32_t to);
 
-// How often an enlargement repeats the last row, or the first pixel, of its source.
+// How often an enlargement repeats the last row, or the first pixel, of the source.
 constexpr uint32_t repeated_at_edge(uint32_t from, uint32_t to) {
     return static_cast<uint32_t>(to / (2 * uint64_t{from})) + 1;
 }
 
-// Fills the record. 0, or -1 for a format without scaler. Widths are not 0.
+// Fills the record. Returns 0, or -1 if the format cannot be scaled. The widths must not be 0.
 int img_scl_calc_parms(img_format format, uint32_t src_width, uint32_t dst_width, img_scl_parms *parms);
 
 } // namespace img

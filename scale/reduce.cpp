@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Folding 2^k rows into one by a balanced tree of means.
+// Averages 2^k rows into one, in a balanced tree of pairs.
 #include "scale/reduce.h"
 
 #include "convert/rows.h"
@@ -14,9 +14,9 @@ img_status Reducer::prepare(const img_record &src, const img_record &dst, img_fo
     work_ = work;
     shift_ = shift;
     average_ = img_avg_getfunc(work);
-    // A row of an access function lies in the line before it is converted.
+    // A row from an access function is converted in place, so the line must hold it in either format.
     const uint32_t raw_bits = has(src, IMG_F_ACCESS) ? bits_per_pixel(src.format) : 0;
-    line_bytes_ = row_bytes(static_cast<img_format>(larger(bits_per_pixel(work), raw_bits)), src.width);
+    line_bytes_ = stride_of(static_cast<img_format>(larger(bits_per_pixel(work), raw_bits)), src.width);
     lines_ = allocate<uint8_t>((shift + 1) * line_bytes_);
     if (!lines_) return IMG_ST_NOMEM;
     if (work == src.format) return IMG_ST_OK;
@@ -27,11 +27,11 @@ img_status Reducer::prepare(const img_record &src, const img_record &dst, img_fo
 }
 
 img_record Reducer::shape() const {
-    img_record folded = *src_;
-    folded.flags = shape_flags;
-    folded.height = src_->height >> shift_;
-    folded.format = work_;
-    return folded;
+    img_record reduced = *src_;
+    reduced.flags = shape_flags;
+    reduced.height = src_->height >> shift_;
+    reduced.format = work_;
+    return reduced;
 }
 
 const uint8_t *Reducer::fetch(uint32_t row, uint8_t *line) const {
@@ -43,10 +43,10 @@ const uint8_t *Reducer::fetch(uint32_t row, uint8_t *line) const {
     return line;
 }
 
-// The rows are a stack: whenever an even number of them lies at one level, two become one of the next.
-Reducer::Pair Reducer::fold(uint32_t row) const {
+// The lines form a stack: whenever two of them are averages of equally many rows, they are averaged into one.
+Reducer::Pair Reducer::average(uint32_t row) const {
     const uint32_t count = uint32_t{1} << shift_;
-    if (pairs_lie_ready()) return {row_at(*src_, 2 * uint64_t{row}), row_at(*src_, 2 * uint64_t{row} + 1)};
+    if (reads_pairs_in_place()) return {row_at(*src_, 2 * uint64_t{row}), row_at(*src_, 2 * uint64_t{row} + 1)};
     const uint8_t *rows[33];
     uint32_t depth = 0;
     if (sequence_) sequence_->expect(sequence_->source, row * count, count);

@@ -1,5 +1,4 @@
 target_sources(pictra_objects PRIVATE
-  scale/load_resize.cpp
   scale/params.cpp
   scale/reduce.cpp
   scale/resize.cpp

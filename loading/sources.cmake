@@ -1,0 +1,1 @@
+target_sources(pictra_objects PRIVATE loading/load_resize.cpp)
