@@ -15,8 +15,6 @@ namespace tool {
 
 namespace {
 
-constexpr uint32_t most_pictures = 100'000; // of a file; a codec that has been taken over never comes to an end
-
 // Adds all that are not there yet. The codecs of the extension are asked first, so that the others need not be opened if
 // one of them takes the file.
 void add_others(const Library &library, std::vector<img_codec *> &asked) {
@@ -41,26 +39,6 @@ confine::Task task_of(const Reading &reading) {
 }
 
 bool stop_wanted() { return stop_signal(); }
-
-// The record of a picture whose pixels are there already. Its palette is the shape's.
-img_record record_of(confine::Shape &shape, uint8_t *pixels) {
-    img_record record{};
-    record.data = pixels;
-    record.stride = static_cast<uint32_t>(shape.stride());
-    record.width = shape.width;
-    record.height = shape.height;
-    record.format = shape.format;
-    record.flags = shape.flags | IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | (pixels ? IMG_F_DIRECT : 0);
-    record.transparency = shape.transparency;
-    const uint32_t depth = shape.format & IMG_FMT_BPP_MASK;
-    if (depth == 16) record.transparency16 = static_cast<uint16_t>(shape.transparency);
-    if (depth < 16) record.transparency8 = static_cast<uint8_t>(shape.transparency);
-    if (!shape.ncolors) return record;
-    record.ncolors = shape.ncolors;
-    record.palette = shape.palette.data();
-    record.flags |= IMG_F_PALETTE;
-    return record;
-}
 
 std::string explain(const confine::Limit &limit) {
     const auto [what, needed, allowed] = limit;
@@ -208,9 +186,9 @@ Decoder::Found Decoder::find() {
 }
 
 std::unique_ptr<Picture> Decoder::next() {
-    if (pictures_ == most_pictures)
-        throw Failure(input_.name() + ": it has more than " + std::to_string(most_pictures) +
-                          " pictures; take it apart with another program",
+    if (pictures_ == reading_.most_pictures)
+        throw Failure(input_.name() + ": it has more pictures than --max-pictures " +
+                          std::to_string(reading_.most_pictures) + "; raise that",
                       IMG_ST_LIMIT);
     auto [report, picture] = find();
     const bool again = pictures_++ > 0;

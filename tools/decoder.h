@@ -33,6 +33,7 @@ struct Reading {
     uint32_t thumbnail = 0;             // not 0: resize to so many pixels a side while decoding
     std::vector<GivenOption> options{};
     Limits limits{};
+    uint32_t most_pictures = 100'000; // of a file: a codec that was taken over never comes to an end
     Confinement confinement = Confinement::automatic;
 };
 

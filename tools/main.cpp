@@ -245,6 +245,10 @@ int run(int argc, char **argv) {
     frames->add_option("--to", common.to, "Extension whose codec writes, instead of that of the output");
     add_sync(*frames, common);
     add_reading(*frames, common);
+    frames->add_option("--max-pictures", common.reading.most_pictures, "Refuse files with more pictures")
+        ->capture_default_str()
+        ->type_name("N")
+        ->group("Reading");
 
     CLI::App *show = app.add_subcommand("show", "Shows pictures in the terminal");
     std::string way;

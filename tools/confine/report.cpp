@@ -70,6 +70,25 @@ const char *flaw_of(const Shape &shape, const Task &task) {
 
 } // namespace
 
+img_record record_of(Shape &shape, uint8_t *pixels) {
+    img_record record{};
+    record.data = pixels;
+    record.stride = static_cast<uint32_t>(shape.stride());
+    record.width = shape.width;
+    record.height = shape.height;
+    record.format = shape.format;
+    record.flags = shape.flags | IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT | (pixels ? IMG_F_DIRECT : 0);
+    record.transparency = shape.transparency;
+    const uint32_t depth = shape.format & IMG_FMT_BPP_MASK;
+    if (depth == 16) record.transparency16 = static_cast<uint16_t>(shape.transparency);
+    if (depth < 16) record.transparency8 = static_cast<uint8_t>(shape.transparency);
+    if (!shape.ncolors) return record;
+    record.ncolors = shape.ncolors;
+    record.palette = shape.palette.data();
+    record.flags |= IMG_F_PALETTE;
+    return record;
+}
+
 bool is_format(img_format format) {
     if (format == FMT_PAL1 || format == FMT_PAL4 || format == FMT_A8) return true;
     return img_convert_getfunc(format, format); // every other one can be copied

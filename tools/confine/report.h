@@ -44,6 +44,9 @@ struct Shape {
     uint64_t bytes() const { return stride() * height; }
 };
 
+// The record of a picture whose pixels are there already, or null. Its palette is the shape's.
+img_record record_of(Shape &shape, uint8_t *pixels);
+
 struct Report {
     static constexpr uint32_t no_codec = ~0u;
 
