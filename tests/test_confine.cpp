@@ -29,9 +29,7 @@ Task task() {
     return task;
 }
 
-template <typename T> std::string bytes_of(T value) {
-    return {reinterpret_cast<const char *>(&value), sizeof value};
-}
+template <typename T> std::string bytes_of(T value) { return {reinterpret_cast<const char *>(&value), sizeof value}; }
 
 // What an honest worker says of a picture with a palette of one.
 Report report() {
@@ -88,22 +86,38 @@ TEST(Confine, EveryFieldOfAReportIsComparedWithWhatIsAllowed) {
         {"its colour key", [](Report &r) { r.picture->flags = IMG_F_TRANSP, r.picture->transparency = 256; }},
         {"its status", [](Report &r) { r.picture.reset(); }},
         {"its status", [](Report &r) { r.refusal = Refusal::time; }},
-        {"its status", [](Report &r) { r.limit = {"pixels", 2, 1}; }},
-        {"its form", [](Report &r) { r.limit = {std::string(100, 'x'), 2, 1}, r.status = IMG_ST_LIMIT; }},
+        {"its status",
+         [](Report &r) {
+             r.limit = {"pixels", 2, 1};
+         }},
+        {"its form",
+         [](Report &r) {
+             r.limit = {std::string(100, 'x'), 2, 1}, r.status = IMG_ST_LIMIT;
+         }},
         {"its form", [](Report &r) { r.refusal = Refusal::stopped, r.status = IMG_ST_LIMIT; }},
-        {"its options",
-         [](Report &r) { r.refusal = Refusal::option, r.status = IMG_ST_BADARG, r.wrong_option = 1; }},
+        {"its options", [](Report &r) { r.refusal = Refusal::option, r.status = IMG_ST_BADARG, r.wrong_option = 1; }},
         {"its size", [](Report &r) { r.full_width = 1'000'001; }},
         {"its size", [](Report &r) { r.full_height = ~0u; }},
         {"its values", [](Report &r) { r.values[0].bytes = bytes_of(uint32_t{9}); }},
         {"its values", [](Report &r) { r.values[0].bytes += 'x'; }},
         {"its values", [](Report &r) { r.values[0].key = 99; }},
         {"its values",
-         [](Report &r) { r.values[1].bytes = bytes_of(img_resolution{std::numeric_limits<double>::infinity(), 1}); }},
-        {"its values", [](Report &r) { r.values[1].bytes = bytes_of(img_resolution{1, nan("")}); }},
+         [](Report &r) {
+             r.values[1].bytes = bytes_of(img_resolution{std::numeric_limits<double>::infinity(), 1});
+         }},
+        {"its values",
+         [](Report &r) {
+             r.values[1].bytes = bytes_of(img_resolution{1, nan("")});
+         }},
         {"its values", [](Report &r) { r.values[3].bytes.resize(most_warning + 1, 'x'); }},
-        {"its warnings", [](Report &r) { r.values.resize(most_warnings + 4, {IMG_VALUE_WARNING, "again"}); }},
-        {"its form", [](Report &r) { r.values.resize(most_values + 1, {IMG_VALUE_TEXT, ""}); }},
+        {"its warnings",
+         [](Report &r) {
+             r.values.resize(most_warnings + 4, {IMG_VALUE_WARNING, "again"});
+         }},
+        {"its form",
+         [](Report &r) {
+             r.values.resize(most_values + 1, {IMG_VALUE_TEXT, ""});
+         }},
         {"its form", [](Report &r) { r.options[0].meaning.resize(most_option_text + 1, 'x'); }},
         {"its form", [](Report &r) { r.options.resize(most_options + 1); }},
     };
@@ -208,7 +222,8 @@ TEST(Confine, IndicesBeyondThePaletteAreHarmlessInEveryStep) {
         ASSERT_TRUE(pixels);
         ASSERT_EQ(pixels.get()[0], 255);
         for (size_t i = 0; i < std::size(steps); i++) {
-            tool::Picture colours(record_of(shape, pixels.get()), pixels), resized(record_of(shape, pixels.get()), pixels);
+            tool::Picture colours(record_of(shape, pixels.get()), pixels),
+                resized(record_of(shape, pixels.get()), pixels);
             steps[i](colours);
             steps[i](resized);
             EXPECT_EQ(colours.convert(FMT_ARGB8888HE), IMG_ST_OK);
