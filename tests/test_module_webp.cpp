@@ -57,6 +57,7 @@ TEST_F(ModuleWebp, AnimationsAreComposed) {
         FakeBackend source{.data = cut ? whole.substr(0, whole.size() - 3) : whole + riff(solid(4, 2, red))};
         const Stream stream(io_open(FakeBackend::make, IO_READ, &source), io_close);
         void *state = nullptr;
+        ASSERT_EQ(img_decode_begin(webp, stream.get(), &state), 0u);
         const std::tuple<img_status, std::vector<uint32_t>, std::string> expected[] = {
             {0, {red, red, none, none, red, red, none, none}, bytes_of(cut ? 2u : 3u) + bytes_of(5u) + bytes_of(100u)},
             {0, {none, none, blue, blue, none, none, none, none}, bytes_of(70u)},
