@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// The codec module of the PNM family: bitmaps, grey and colour, as text (P1 to P3) and as bytes (P4 to P6), and PAM (P7).
-// Several images may follow each other in one stream of bytes; text ends the file.
+// The codec module of the PNM family: bitmaps, grey and colour, as text (P1 to P3) or bytes (P4 to P6), and PAM (P7).
+// Several binary images may follow each other in a stream; a text image is the last one.
+#include "modules/common/entry.h"
 #include "modules/common/layout.h"
 
 #include <bit>
@@ -20,7 +21,7 @@ enum class Kind : uint8_t { bits, grey, grey_alpha, rgb, rgb_alpha };
 struct Header {
     Kind kind;
     bool text;                       // samples are decimal numbers
-    bool packed;                     // eight bits a byte
+    bool packed;                     // eight pixels per byte
     bool one_is_white;               // of bits
     uint32_t width, height, highest; // highest: the sample that means full intensity
 };
@@ -30,7 +31,7 @@ uint32_t channels(Kind kind) {
     return table[static_cast<size_t>(kind)];
 }
 
-// PAM keeps alpha beside each pixel. ARGB, because its conversion to grey weighs all three colours.
+// PAM stores alpha with each pixel. ARGB, because its conversion to grey weighs all three colours.
 img_format format_of(Kind kind) {
     constexpr img_format table[] = {FMT_PAL1, FMT_G8, FMT_ARGB8888HE, FMT_RGB888, FMT_ARGB8888HE};
     return table[static_cast<size_t>(kind)];
@@ -38,17 +39,18 @@ img_format format_of(Kind kind) {
 
 // ---- Decoding ----
 
-// Characters of a stream. Text is read in blocks; before bytes, nothing more is taken than asked for.
+// The characters of a stream. Text is read in blocks; a header before binary data byte by byte, so that nothing of the
+// data is taken.
 class Characters {
 public:
-    void begin(io_handle &stream) { stream_ = &stream; }
+    explicit Characters(io_handle &stream) : stream_(stream) {}
     void read_ahead() { most_ = sizeof block_; }
-    bool ended() const { return ended_; } // something was looked for behind the last character
+    bool ended() const { return ended_; } // a read went past the last character
 
     int next() { // -1 at the end
         if (at_ == length_) {
             at_ = 0;
-            length_ = read_up_to(*stream_, block_, most_);
+            length_ = read_up_to(stream_, block_, most_);
             if (!length_) {
                 ended_ = true;
                 return -1;
@@ -95,25 +97,23 @@ public:
         return c >= 0;
     }
 
-    // Bytes behind the characters that were asked for, unless something was read ahead.
-    bool read(uint8_t *dst, size_t length) { return read_up_to(*stream_, dst, length) == length; }
+    // The bytes after the last character, provided that read_ahead was not called.
+    bool read(uint8_t *dst, size_t length) { return read_up_to(stream_, dst, length) == length; }
 
 private:
-    io_handle *stream_ = nullptr;
+    io_handle &stream_;
     size_t most_ = 1, at_ = 0, length_ = 0;
     bool ended_ = false;
     uint8_t block_[4096];
 };
 
-struct Reader {
-    Characters input;
-    Header header{};
-    Decoding picture;
-    Bytes samples;      // a row, one byte a sample, where it is not the record's row itself
-    Bytes wide_samples; // a row of two bytes a sample
-    uint8_t scaled[0x10000];
+class Reader : public BaseReader {
+public:
+    static constexpr bool many_pictures = false;
+    static bool recognises(const Signature &start);
 
-    img_status read();
+    Reader(io_handle &stream, Decoding &picture) : BaseReader(stream, picture), input_(stream) {}
+    img_status frame();
 
 private:
     img_status read_header();
@@ -123,43 +123,47 @@ private:
     img_status read_row(uint8_t *row);
     img_status read_samples(uint8_t *dst, size_t count);
     img_status read_text_samples(uint8_t *dst, size_t count);
+
+    Characters input_;
+    Header header_{};
+    Bytes samples_;      // a row with one byte per sample, unless samples are stored in the record's row at once
+    Bytes wide_samples_; // a row with two bytes per sample
+    uint8_t scaled_[0x10000];
 };
 
-img_status decode_validate(io_handle *stream) {
-    Signature signature;
-    if (const img_status status = peek(*stream, signature)) return status;
-    const auto at = [&](size_t i) { return i < signature.length ? signature.bytes[i] : -1; };
-    if (at(0) != 'P' || at(1) < '1' || at(1) > '7') return wrong_format;
-    // Behind a P7 and a blank, others have put pictures that are no PAM.
-    if (at(1) == '7') return at(2) == '\n' || at(2) == '\r' ? ok : wrong_format;
+bool Reader::recognises(const Signature &start) {
+    const auto at = [&](size_t i) { return i < start.length ? start.bytes[i] : -1; };
+    if (at(0) != 'P' || at(1) < '1' || at(1) > '7') return false;
+    // "P7" and a blank start another format, of thumbnails.
+    if (at(1) == '7') return at(2) == '\n' || at(2) == '\r';
     size_t i = 2;
     while (is_space(at(i))) i++;
     const bool number_or_comment = (i > 2 && is_digit(at(i))) || at(i) == '#';
-    return number_or_comment || (i > 2 && at(i) < 0 && i == signature_size) ? ok : wrong_format;
+    return number_or_comment || (i > 2 && at(i) < 0 && i == signature_size);
 }
 
 img_status Reader::read_header() {
-    if (input.next() != 'P') return damaged;
-    const int type = input.next();
+    if (input_.next() != 'P') return damaged;
+    const int type = input_.next();
     if (type == '7') return read_pam_header();
     if (type < '1' || type > '6') return damaged;
     constexpr Kind kinds[] = {Kind::bits, Kind::grey, Kind::rgb};
-    header.kind = kinds[(type - '1') % 3];
-    header.text = type <= '3';
-    header.packed = type == '4';
-    if (header.text) input.read_ahead();
-    for (uint32_t *side : {&header.width, &header.height})
-        if (const img_status status = input.number(*side))
-            return status == over_limit ? picture.refuse({"side", Characters::too_large, max_side}) : status;
-    header.highest = 1;
-    return header.kind == Kind::bits || input.number(header.highest) == ok ? ok : damaged;
+    header_.kind = kinds[(type - '1') % 3];
+    header_.text = type <= '3';
+    header_.packed = type == '4';
+    if (header_.text) input_.read_ahead();
+    for (uint32_t *side : {&header_.width, &header_.height})
+        if (const img_status status = input_.number(*side))
+            return status == over_limit ? picture_.refuse({"side", Characters::too_large, max_side}) : status;
+    header_.highest = 1;
+    return header_.kind == Kind::bits || input_.number(header_.highest) == ok ? ok : damaged;
 }
 
 img_status Reader::read_pam_header() {
     char line[256], type[256] = "";
     uint32_t depth = 0;
     for (;;) {
-        if (!input.line(line, sizeof line)) return damaged;
+        if (!input_.line(line, sizeof line)) return damaged;
         if (strcmp(line, "ENDHDR") == 0) break;
         char *value = line;
         while (*value && !is_space(*value)) value++;
@@ -173,7 +177,7 @@ img_status Reader::read_pam_header() {
             const char *key;
             uint32_t *number;
         } fields[] = {
-            {"WIDTH", &header.width}, {"HEIGHT", &header.height}, {"DEPTH", &depth}, {"MAXVAL", &header.highest}};
+            {"WIDTH", &header_.width}, {"HEIGHT", &header_.height}, {"DEPTH", &depth}, {"MAXVAL", &header_.highest}};
         for (const auto &[key, number] : fields) {
             if (strcmp(line, key) != 0) continue;
             char *end;
@@ -200,8 +204,8 @@ img_status Reader::set_tuple(const char *type, uint32_t depth) {
             *type ? strcmp(type, tuple.type) == 0 : tuple.kind != Kind::bits && depth == channels(tuple.kind);
         if (!named) continue;
         if (depth != channels(tuple.kind)) return damaged;
-        header.kind = tuple.kind == Kind::bits && header.highest != 1 ? Kind::grey : tuple.kind;
-        header.one_is_white = true;
+        header_.kind = tuple.kind == Kind::bits && header_.highest != 1 ? Kind::grey : tuple.kind;
+        header_.one_is_white = true;
         return ok;
     }
     return unsupported;
@@ -210,52 +214,52 @@ img_status Reader::set_tuple(const char *type, uint32_t depth) {
 img_status Reader::read_text_samples(uint8_t *dst, size_t count) {
     for (size_t i = 0; i < count; i++) {
         uint32_t value;
-        if (header.kind == Kind::bits) { // digits, which need no blanks between them
-            value = static_cast<uint32_t>(input.next_visible() - '0');
-        } else if (const img_status status = input.number(value)) {
+        if (header_.kind == Kind::bits) { // digits, which need no blanks between them
+            value = static_cast<uint32_t>(input_.next_visible() - '0');
+        } else if (const img_status status = input_.number(value)) {
             return damaged;
         }
-        if (value > header.highest) return damaged;
-        dst[i] = scaled[value];
+        if (value > header_.highest) return damaged;
+        dst[i] = scaled_[value];
     }
     return ok;
 }
 
-// Samples scaled to eight bits, rounded to the nearest.
+// Reads samples and scales them to eight bits, rounded to the nearest value.
 img_status Reader::read_samples(uint8_t *dst, size_t count) {
-    if (header.text) return read_text_samples(dst, count);
-    if (header.highest > 0xff) {
-        const uint8_t *wide = wide_samples.get();
-        if (!input.read(wide_samples.get(), count * 2)) return damaged;
+    if (header_.text) return read_text_samples(dst, count);
+    if (header_.highest > 0xff) {
+        const uint8_t *wide = wide_samples_.get();
+        if (!input_.read(wide_samples_.get(), count * 2)) return damaged;
         for (size_t i = 0; i < count; i++) {
             const uint32_t value = uint32_t{wide[2 * i]} << 8 | wide[2 * i + 1];
-            if (value > header.highest) return damaged;
-            dst[i] = scaled[value];
+            if (value > header_.highest) return damaged;
+            dst[i] = scaled_[value];
         }
         return ok;
     }
-    if (!input.read(dst, count)) return damaged;
-    if (header.highest == 0xff) return ok;
+    if (!input_.read(dst, count)) return damaged;
+    if (header_.highest == 0xff) return ok;
     for (size_t i = 0; i < count; i++) {
-        if (dst[i] > header.highest) return damaged;
-        dst[i] = scaled[dst[i]];
+        if (dst[i] > header_.highest) return damaged;
+        dst[i] = scaled_[dst[i]];
     }
     return ok;
 }
 
 img_status Reader::read_row(uint8_t *row) {
-    const uint32_t width = header.width;
-    if (header.packed) {
-        return input.read(row, row_bytes(FMT_PAL1, width)) ? ok : damaged;
+    const uint32_t width = header_.width;
+    if (header_.packed) {
+        return input_.read(row, row_bytes(FMT_PAL1, width)) ? ok : damaged;
     }
-    uint8_t *in = samples ? samples.get() : row;
-    if (const img_status status = read_samples(in, size_t{width} * channels(header.kind))) return status;
-    if (header.kind == Kind::bits) {
+    uint8_t *in = samples_ ? samples_.get() : row;
+    if (const img_status status = read_samples(in, size_t{width} * channels(header_.kind))) return status;
+    if (header_.kind == Kind::bits) {
         memset(row, 0, row_bytes(FMT_PAL1, width));
         for (uint32_t x = 0; x < width; x++)
             row[x >> 3] = static_cast<uint8_t>(row[x >> 3] | (in[x] ? 0x80 >> (x & 7) : 0));
-    } else if (header.kind == Kind::grey_alpha || header.kind == Kind::rgb_alpha) {
-        const bool grey = header.kind == Kind::grey_alpha;
+    } else if (header_.kind == Kind::grey_alpha || header_.kind == Kind::rgb_alpha) {
+        const bool grey = header_.kind == Kind::grey_alpha;
         for (uint32_t x = 0; x < width; x++, in += grey ? 2 : 4, row += 4) {
             const uint32_t color = grey ? in[0] * 0x10101u : uint32_t{in[0]} << 16 | uint32_t{in[1]} << 8 | in[2];
             const uint32_t pixel = uint32_t{in[grey ? 1 : 3]} << 24 | color;
@@ -266,34 +270,34 @@ img_status Reader::read_row(uint8_t *row) {
 }
 
 img_status Reader::read_rows() {
-    for (uint32_t y = 0; y < header.height; y++) {
-        if (const img_status status = read_row(picture.row(y))) return status;
-        if (input.ended() && y + 1 < header.height) return damaged; // the row's last number may have been cut
-        if (const img_status status = picture.deliver(y)) return status;
+    for (uint32_t y = 0; y < header_.height; y++) {
+        if (const img_status status = read_row(picture_.row(y))) return status;
+        if (input_.ended() && y + 1 < header_.height) return damaged; // the row's last number may have been cut
+        if (const img_status status = picture_.deliver(y)) return status;
     }
     return ok;
 }
 
-img_status Reader::read() {
+img_status Reader::frame() {
     if (const img_status status = read_header()) return status;
-    if (!header.highest || header.highest > 0xffff) return damaged;
-    const img_format format = format_of(header.kind);
-    const uint32_t depth = header.kind == Kind::bits ? 1u : static_cast<uint32_t>(std::bit_width(header.highest));
-    if (const img_status status = picture.report(IMG_VALUE_DEPTH, depth)) return status;
-    if (const img_status status = picture.choose(header.width, header.height, 2, &format, 1)) return status;
-    if (const img_status status = picture.setup()) return status;
-    if (header.kind == Kind::bits) {
+    if (!header_.highest || header_.highest > 0xffff) return damaged;
+    const img_format format = format_of(header_.kind);
+    const uint32_t depth = header_.kind == Kind::bits ? 1u : static_cast<uint32_t>(std::bit_width(header_.highest));
+    if (const img_status status = picture_.report(IMG_VALUE_DEPTH, depth)) return status;
+    if (const img_status status = picture_.choose(header_.width, header_.height, 2, &format, 1)) return status;
+    if (const img_status status = picture_.setup()) return status;
+    if (header_.kind == Kind::bits) {
         constexpr uint32_t white = 0xffffffff, black = 0xff000000;
-        const uint32_t palette[2] = {header.one_is_white ? black : white, header.one_is_white ? white : black};
-        if (const img_status status = picture.set_palette(palette)) return status;
+        const uint32_t palette[2] = {header_.one_is_white ? black : white, header_.one_is_white ? white : black};
+        if (const img_status status = picture_.set_palette(palette)) return status;
     }
-    const size_t count = size_t{header.width} * channels(header.kind);
+    const size_t count = size_t{header_.width} * channels(header_.kind);
     if (format == FMT_PAL1 || format == FMT_ARGB8888HE)
-        if (!(samples = make_bytes(count))) return no_memory;
-    if (header.highest > 0xff && !header.text)
-        if (!(wide_samples = make_bytes(count * 2))) return no_memory;
-    for (uint32_t value = 0; value <= header.highest; value++)
-        scaled[value] = static_cast<uint8_t>((value * 255 + header.highest / 2) / header.highest);
+        if (!(samples_ = make_bytes(count))) return no_memory;
+    if (header_.highest > 0xff && !header_.text)
+        if (!(wide_samples_ = make_bytes(count * 2))) return no_memory;
+    for (uint32_t value = 0; value <= header_.highest; value++)
+        scaled_[value] = static_cast<uint8_t>((value * 255 + header_.highest / 2) / header_.highest);
     return read_rows();
 }
 
@@ -301,27 +305,29 @@ img_status Reader::read() {
 
 constexpr uint32_t rgb_of(uint32_t argb) { return argb & 0xffffff; }
 
-struct Writer {
-    io_handle *stream = nullptr;
-    Encoding picture;
-    uint32_t palette[max_colors];
-    uint8_t key[4];   // the colour key as a pixel
-    uint8_t flip = 0; // 0xff where index 0 is black: in a bitmap, 1 is
-    Bytes line;       // a row of the file, where it is not the picture's
+class Writer : public BaseWriter {
+public:
+    static constexpr bool many_pictures = false;
 
-    img_status write();
+    using BaseWriter::BaseWriter;
+    img_status frame();
 
 private:
     img_status choose();
     img_status write_header();
     void pack_row(const uint8_t *row);
-    // A palette with alpha or a key, which only PAM with alpha can hold.
+    // Whether the picture has a palette with alpha or a key, which only PAM with alpha can store.
     bool transparent_palette() const {
-        return (picture.image().format & IMG_FMT_PAL) && picture.has(IMG_F_PAL_ALPHA | IMG_F_TRANSP);
+        return (picture_.image().format & IMG_FMT_PAL) && picture_.has(IMG_F_PAL_ALPHA | IMG_F_TRANSP);
     }
     bool keyed() const {
-        return !(picture.image().format & (IMG_FMT_PAL | IMG_FMT_ALPHA)) && picture.has(IMG_F_TRANSP);
+        return !(picture_.image().format & (IMG_FMT_PAL | IMG_FMT_ALPHA)) && picture_.has(IMG_F_TRANSP);
     }
+
+    uint32_t palette_[max_colors];
+    uint8_t key_[4];   // the colour key as a pixel
+    uint8_t flip_ = 0; // 0xff where index 0 is black: in a bitmap, 1 is
+    Bytes line_;       // a row of the file, where it differs from the picture's
 };
 
 bool black_and_white(const img_record &image) {
@@ -331,18 +337,18 @@ bool black_and_white(const img_record &image) {
 }
 
 img_status Writer::choose() {
-    const img_record &image = picture.image();
+    const img_record &image = picture_.image();
     img_format formats[] = {FMT_PAL1, FMT_G8, FMT_RGB888, rgba_bytes};
-    if (transparent_palette()) { // taken as it is: expanded, its key could equal an opaque colour
+    if (transparent_palette()) { // not expanded: then the key could equal an opaque colour
         formats[0] = image.format;
-        return picture.choose_and_set_up(formats, 1);
+        return picture_.choose_and_set_up(formats, 1);
     }
-    if (black_and_white(image)) return picture.choose_and_set_up(formats, 4);
-    return picture.choose_and_set_up(formats + 1, 3);
+    if (black_and_white(image)) return picture_.choose_and_set_up(formats, 4);
+    return picture_.choose_and_set_up(formats + 1, 3);
 }
 
 img_status Writer::write_header() {
-    const img_record &image = picture.image();
+    const img_record &image = picture_.image();
     char text[128];
     const bool pam = transparent_palette() || keyed() || image.format == rgba_bytes;
     if (pam) {
@@ -354,62 +360,58 @@ img_status Writer::write_header() {
     } else {
         snprintf(text, sizeof text, "P%c\n%u %u\n255\n", image.format == FMT_G8 ? '5' : '6', image.width, image.height);
     }
-    return write_all(*stream, text, strlen(text)) ? ok : write_failed;
+    return write_all(stream_, text, strlen(text)) ? ok : write_failed;
 }
 
 void Writer::pack_row(const uint8_t *row) {
-    const img_record &image = picture.image();
-    uint8_t *out = line.get();
+    const img_record &image = picture_.image();
+    uint8_t *out = line_.get();
     if (transparent_palette()) {
         for (uint32_t x = 0; x < image.width; x++) {
-            const uint32_t argb = palette[index_at(row, bits_per_pixel(image.format), x)];
+            const uint32_t argb = palette_[index_at(row, bits_per_pixel(image.format), x)];
             for (const int shift : {16, 8, 0, 24}) *out++ = static_cast<uint8_t>(argb >> shift);
         }
     } else if (keyed()) {
         const size_t bytes = bits_per_pixel(image.format) / 8;
         for (uint32_t x = 0; x < image.width; x++, row += bytes, out += bytes + 1) {
             memcpy(out, row, bytes);
-            out[bytes] = memcmp(row, key, bytes) == 0 ? 0 : 0xff;
+            out[bytes] = memcmp(row, key_, bytes) == 0 ? 0 : 0xff;
         }
     } else {
         const size_t bytes = row_bytes(FMT_PAL1, image.width);
-        for (size_t i = 0; i < bytes; i++) out[i] = row[i] ^ flip;
+        for (size_t i = 0; i < bytes; i++) out[i] = row[i] ^ flip_;
         if (image.width & 7) out[bytes - 1] = static_cast<uint8_t>(out[bytes - 1] & (0xff00 >> (image.width & 7)));
     }
 }
 
-img_status Writer::write() {
+img_status Writer::frame() {
     if (const img_status status = choose()) return status;
-    const img_record &image = picture.image();
+    const img_record &image = picture_.image();
     size_t bytes = row_bytes(image.format, image.width);
     const bool indexed = image.format & IMG_FMT_PAL;
     if (indexed) {
-        if (const img_status status = picture.get_palette(palette)) return status;
-        flip = rgb_of(palette[0]) == 0 ? 0xff : 0;
+        if (const img_status status = picture_.get_palette(palette_)) return status;
+        flip_ = rgb_of(palette_[0]) == 0 ? 0xff : 0;
     }
     if (keyed())
-        if (const img_status status = picture.get_transparency(key)) return status;
+        if (const img_status status = picture_.get_transparency(key_)) return status;
     if (transparent_palette())
         bytes = size_t{image.width} * 4;
     else if (keyed())
         bytes += image.width;
     if (indexed || keyed())
-        if (!(line = make_bytes(bytes))) return no_memory;
+        if (!(line_ = make_bytes(bytes))) return no_memory;
     if (const img_status status = write_header()) return status;
     for (uint32_t y = 0; y < image.height; y++) {
-        const uint8_t *row = picture.fetch(y);
+        const uint8_t *row = picture_.fetch(y);
         if (!row) return bad_record;
-        if (line) pack_row(row);
-        if (!write_all(*stream, line ? line.get() : row, bytes)) return write_failed;
-        if (const img_status status = picture.progress(y + 1)) return status;
+        if (line_) pack_row(row);
+        if (!write_all(stream_, line_ ? line_.get() : row, bytes)) return write_failed;
+        if (const img_status status = picture_.progress(y + 1)) return status;
     }
     return ok;
 }
 
 } // namespace
 
-img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) {
-    return fill_table(table, size,
-                      {decode_validate, want_large_buffer, decode_file<Reader, decode_validate>, nullptr,
-                       want_large_buffer, encode_file<Writer>, nullptr});
-}
+img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) { return functions_of<Reader, Writer>(table, size); }

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// The codec module of TGA: indices, grey and colours of 15 to 32 bits, plain or in runs. Nothing at the begin of a file says
-// that it is one, so all of its header must make sense.
+// The TGA codec module: indices, grey and colours of 15 to 32 bits, uncompressed or run-length encoded. A file has no
+// signature, so its whole header must make sense.
 #include "modules/common/bytes.h"
+#include "modules/common/entry.h"
 #include "modules/common/layout.h"
 #include "modules/common/transparency.h"
 
@@ -15,9 +16,9 @@ constexpr uint32_t max_packet = 128; // pixels
 
 enum Type : uint8_t { indexed = 1, color = 2, grey = 3 };
 constexpr uint8_t in_runs = 8;                        // added to the type
-constexpr uint8_t from_right = 0x10, from_top = 0x20; // in the descriptor, beside the number of attribute bits
+constexpr uint8_t from_right = 0x10, from_top = 0x20; // in the descriptor, next to the number of attribute bits
 constexpr uint8_t footer[] =
-    "\0\0\0\0\0\0\0\0TRUEVISION-XFILE."; // with its final zero; neither of its two areas follows
+    "\0\0\0\0\0\0\0\0TRUEVISION-XFILE."; // with its final zero; the offsets of both optional areas are 0
 
 struct Header {
     uint8_t id_length, type;
@@ -50,8 +51,9 @@ Header parse(const uint8_t *bytes) {
 
 bool is_color_depth(uint32_t bits) { return bits == 15 || bits == 16 || bits == 24 || bits == 32; }
 
-// Programs disagree on how to count attribute bits (pixels of 32 bits come with 4 and 8 of them, pixels of 24 bits with 8),
-// so the count is a hint: 0 means that the fourth byte or the top bit is no alpha, everything else that it is.
+// Programs disagree on how to count attribute bits: there are pixels of 32 bits with 4 or 8 of them, and of 24 bits
+// with 8. So the count is a hint: 0 means that the fourth byte or the top bit is not alpha, any other number that it
+// is.
 bool plausible_pixels(const Header &h) {
     if (h.attributes > 8) return false;
     return h.type == color ? is_color_depth(h.depth) : h.depth == 8 || h.depth == 16;
@@ -65,7 +67,7 @@ bool plausible(const uint8_t *bytes) {
     return map && (h.mapped || h.type != indexed) && plausible_pixels(h);
 }
 
-// The format whose pixels lie in memory as they do in the file; for grey with alpha, what it becomes.
+// The format that has the file's pixel layout; for grey with alpha, the format that it is expanded to.
 img_format format_of(const Header &h) {
     if (h.type == indexed) return FMT_PAL8;
     if (h.depth == 8) return FMT_G8;
@@ -77,30 +79,30 @@ img_format format_of(const Header &h) {
 
 // ---- Decoding ----
 
-img_status decode_validate(io_handle *stream) {
-    Signature signature;
-    if (const img_status status = peek(*stream, signature)) return status;
-    return signature.length >= header_size && plausible(signature.bytes) ? ok : wrong_format;
-}
+class Reader : public BaseReader {
+public:
+    static constexpr bool many_pictures = false;
+    static bool recognises(const Signature &start);
 
-struct Reader {
-    Input input;
-    Decoding picture;
-    Header header{};
-    uint32_t palette[256];
-    uint32_t ncolors = 0;
-    Bytes line;             // a row of grey with alpha
-    uint32_t in_packet = 0; // pixels that the packet still has
-    bool repeated = false;  // all of them are
-    uint8_t pixel[4];       // this one
-
-    img_status read();
+    Reader(io_handle &stream, Decoding &picture) : BaseReader(stream, picture), input_(stream) {}
+    img_status frame();
 
 private:
     img_status read_map();
     img_status read_rows();
     bool read_packets(uint8_t *out, uint64_t left);
+
+    Input input_;
+    Header header_{};
+    uint32_t palette_[256];
+    uint32_t ncolors_ = 0;
+    Bytes line_;             // a row of grey with alpha
+    uint32_t in_packet_ = 0; // pixels left in the packet
+    bool repeated_ = false;  // all of them are
+    uint8_t pixel_[4];       // this one
 };
+
+bool Reader::recognises(const Signature &start) { return start.length >= header_size && plausible(start.bytes); }
 
 uint32_t map_entry(const uint8_t *at, uint32_t bytes, uint32_t attributes) {
     if (bytes > 2) {
@@ -113,17 +115,17 @@ uint32_t map_entry(const uint8_t *at, uint32_t bytes, uint32_t attributes) {
     return alpha << 24 | scaled(10) << 16 | scaled(5) << 8 | scaled(0);
 }
 
-// A map may begin at a later index, and may come with pixels that do not use it.
+// A map may start at an index above 0, and a file whose pixels are not indices may have one.
 img_status Reader::read_map() {
-    const uint32_t bytes = header.entry_bytes();
-    std::fill(palette, palette + 256, 0xff000000);
-    for (uint32_t i = 0; i < header.map_length; i++) {
-        if (!input.need(bytes, uint64_t{header.map_length - i} * bytes)) return damaged;
-        const uint32_t index = header.map_first + i;
-        if (index < 256) palette[index] = map_entry(input.data(), bytes, header.attributes);
-        input.take(bytes);
+    const uint32_t bytes = header_.entry_bytes();
+    std::fill(palette_, palette_ + 256, 0xff000000);
+    for (uint32_t i = 0; i < header_.map_length; i++) {
+        if (!input_.need(bytes, uint64_t{header_.map_length - i} * bytes)) return damaged;
+        const uint32_t index = header_.map_first + i;
+        if (index < 256) palette_[index] = map_entry(input_.data(), bytes, header_.attributes);
+        input_.take(bytes);
     }
-    if (header.type == indexed) ncolors = std::min(header.map_first + header.map_length, 256u);
+    if (header_.type == indexed) ncolors_ = std::min(header_.map_first + header_.map_length, 256u);
     return ok;
 }
 
@@ -135,26 +137,26 @@ void repeat(uint8_t *out, uint32_t count, const uint8_t *pixel, size_t bytes) {
             for (size_t byte = 0; byte < bytes; byte++) out[byte] = pixel[byte];
 }
 
-// A row of pixels in packets, which rows may cut. left: pixels that the picture still lacks. Each packet has at most 128 of
-// them and takes at least a byte and a pixel.
+// Reads a row of pixels from packets, which may go on in the next row. left: pixels missing from the picture, this row
+// included. A packet holds at most 128 of them and takes at least one byte and one pixel.
 bool Reader::read_packets(uint8_t *out, uint64_t left) {
-    const size_t bytes = header.pixel_bytes();
-    for (uint32_t x = 0; x < header.width;) {
-        if (!in_packet) {
-            if (!input.need(1 + bytes, (left - x + max_packet - 1) / max_packet * (1 + bytes))) return false;
-            repeated = input.data()[0] & 0x80;
-            in_packet = (input.data()[0] & 0x7fu) + 1;
-            memcpy(pixel, input.data() + 1, bytes);
-            input.take(repeated ? 1 + bytes : 1);
+    const size_t bytes = header_.pixel_bytes();
+    for (uint32_t x = 0; x < header_.width;) {
+        if (!in_packet_) {
+            if (!input_.need(1 + bytes, (left - x + max_packet - 1) / max_packet * (1 + bytes))) return false;
+            repeated_ = input_.data()[0] & 0x80;
+            in_packet_ = (input_.data()[0] & 0x7fu) + 1;
+            memcpy(pixel_, input_.data() + 1, bytes);
+            input_.take(repeated_ ? 1 + bytes : 1);
         }
-        const uint32_t count = std::min(in_packet, header.width - x);
-        if (repeated)
-            repeat(out, count, pixel, bytes);
-        else if (!input.read(out, count * bytes))
+        const uint32_t count = std::min(in_packet_, header_.width - x);
+        if (repeated_)
+            repeat(out, count, pixel_, bytes);
+        else if (!input_.read(out, count * bytes))
             return false;
         out += count * bytes;
         x += count;
-        in_packet -= count;
+        in_packet_ -= count;
     }
     return true;
 }
@@ -172,64 +174,66 @@ void expand_grey(const uint8_t *in, uint32_t count, bool alpha, uint8_t *argb) {
 }
 
 img_status Reader::read_rows() {
-    const size_t bytes = size_t{header.width} * header.pixel_bytes();
-    const bool grey_alpha = header.type == grey && header.depth == 16;
-    if (grey_alpha && !(line = make_bytes(bytes))) return no_memory;
-    for (uint32_t done = 0; done < header.height; done++) {
-        const uint32_t y = header.top_down ? done : header.height - 1 - done;
-        uint8_t *const row = picture.row(y), *const in = grey_alpha ? line.get() : row;
-        const uint64_t left = uint64_t{header.height - done} * header.width;
-        if (!(header.runs ? read_packets(in, left) : input.read(in, bytes))) return damaged;
-        if (header.right_to_left) mirror(in, header.width, header.pixel_bytes());
-        if (grey_alpha) expand_grey(in, header.width, header.attributes, row);
-        if (const img_status status = picture.deliver(y)) return status;
+    const size_t bytes = size_t{header_.width} * header_.pixel_bytes();
+    const bool grey_alpha = header_.type == grey && header_.depth == 16;
+    if (grey_alpha && !(line_ = make_bytes(bytes))) return no_memory;
+    for (uint32_t done = 0; done < header_.height; done++) {
+        const uint32_t y = header_.top_down ? done : header_.height - 1 - done;
+        uint8_t *const row = picture_.row(y), *const in = grey_alpha ? line_.get() : row;
+        const uint64_t left = uint64_t{header_.height - done} * header_.width;
+        if (!(header_.runs ? read_packets(in, left) : input_.read(in, bytes))) return damaged;
+        if (header_.right_to_left) mirror(in, header_.width, header_.pixel_bytes());
+        if (grey_alpha) expand_grey(in, header_.width, header_.attributes, row);
+        if (const img_status status = picture_.deliver(y)) return status;
     }
     return ok;
 }
 
-img_status Reader::read() {
+img_status Reader::frame() {
     uint8_t bytes[header_size];
-    if (!input.read(bytes, sizeof bytes) || !plausible(bytes)) return damaged;
-    header = parse(bytes);
-    if (header.type == indexed && header.depth == 16) return unsupported;
-    if (!input.discard(header.id_length)) return damaged;
+    if (!input_.read(bytes, sizeof bytes) || !plausible(bytes)) return damaged;
+    header_ = parse(bytes);
+    if (header_.type == indexed && header_.depth == 16) return unsupported;
+    if (!input_.discard(header_.id_length)) return damaged;
     if (const img_status status = read_map()) return status;
-    const uint32_t sample = header.type == color && header.depth <= 16 ? 5 : 8;
-    if (const img_status status = picture.report(IMG_VALUE_DEPTH, sample)) return status;
-    const img_format format = format_of(header);
-    if (const img_status status = picture.choose(header.width, header.height, ncolors, &format, 1)) return status;
-    if (const img_status status = picture.setup(header.top_down ? IMG_SETUP_TOPDOWN : IMG_SETUP_BOTTOMUP))
+    const uint32_t sample = header_.type == color && header_.depth <= 16 ? 5 : 8;
+    if (const img_status status = picture_.report(IMG_VALUE_DEPTH, sample)) return status;
+    const img_format format = format_of(header_);
+    if (const img_status status = picture_.choose(header_.width, header_.height, ncolors_, &format, 1)) return status;
+    if (const img_status status = picture_.setup(header_.top_down ? IMG_SETUP_TOPDOWN : IMG_SETUP_BOTTOMUP))
         return status;
-    if (header.type == indexed)
-        if (const img_status status = picture.set_palette(palette)) return status;
+    if (header_.type == indexed)
+        if (const img_status status = picture_.set_palette(palette_)) return status;
     return read_rows();
 }
 
 // ---- Encoding ----
 
-struct Writer {
-    io_handle *stream = nullptr;
-    Encoding picture;
-    TransparentRows transparent;
-    bool beside = false, runs = true;
-    img_format format = 0; // of the file
-    uint32_t palette[256];
-    Bytes line;
+class Writer : public BaseWriter {
+public:
+    static constexpr bool many_pictures = false;
 
-    img_status write();
+    using BaseWriter::BaseWriter;
+    img_status frame();
 
 private:
     img_status choose();
     img_status write_header();
     img_status write_map(uint32_t ncolors, bool alpha);
     img_status write_rows();
+
+    TransparentRows transparent_;
+    bool beside_ = false, runs_ = true;
+    img_format format_ = 0; // of the file
+    uint32_t palette_[max_colors];
+    Bytes line_;
 };
 
 img_status Writer::choose() {
-    const img_record &image = picture.image();
-    beside = image.format != FMT_PAL8 && TransparentRows::needed(image);
+    const img_record &image = picture_.image();
+    beside_ = image.format != FMT_PAL8 && TransparentRows::needed(image);
     Offer offer;
-    if (beside) {
+    if (beside_) {
         offer.add(TransparentRows::offer(image));
     } else {
         for (const img_format format_of_bytes : {FMT_PAL8, FMT_G8, FMT_BGR888}) offer.add(format_of_bytes);
@@ -238,45 +242,45 @@ img_status Writer::choose() {
         if (bits_per_pixel(image.format) != 16 || !(image.format & IMG_FMT_ALT))
             for (const img_format narrow : {FMT_XRGB1555HE, FMT_ARGB1555HE}) offer.add(word(narrow));
     }
-    if (const img_status status = picture.choose_and_set_up(offer.formats(), offer.count())) return status;
-    format = beside ? word(FMT_ARGB8888HE) : image.format;
-    return beside ? transparent.begin(picture, format) : ok;
+    if (const img_status status = picture_.choose_and_set_up(offer.formats(), offer.count())) return status;
+    format_ = beside_ ? word(FMT_ARGB8888HE) : image.format;
+    return beside_ ? transparent_.begin(picture_, format_) : ok;
 }
 
-// The palette with the transparency that belongs to it: alpha, a key, or none.
+// Writes the palette with its transparency: alpha, a key, or none.
 img_status Writer::write_map(uint32_t ncolors, bool alpha) {
     uint8_t map[256 * 4];
     const size_t bytes = alpha ? 4 : 3;
     for (uint32_t i = 0; i < ncolors; i++)
         for (size_t byte = 0; byte < bytes; byte++)
-            map[i * bytes + byte] = static_cast<uint8_t>(palette[i] >> 8 * byte);
-    return write_all(*stream, map, ncolors * bytes) ? ok : write_failed;
+            map[i * bytes + byte] = static_cast<uint8_t>(palette_[i] >> 8 * byte);
+    return write_all(stream_, map, ncolors * bytes) ? ok : write_failed;
 }
 
 img_status Writer::write_header() {
-    const img_record &image = picture.image();
-    const bool map = format & IMG_FMT_PAL;
-    const bool map_alpha = map && picture.has(IMG_F_TRANSP | IMG_F_PAL_ALPHA);
+    const img_record &image = picture_.image();
+    const bool map = format_ & IMG_FMT_PAL;
+    const bool map_alpha = map && picture_.has(IMG_F_TRANSP | IMG_F_PAL_ALPHA);
     uint32_t attributes = map_alpha ? 8 : 0;
-    if (format & IMG_FMT_ALPHA) attributes = bits_per_pixel(format) == 16 ? 1 : 8;
+    if (format_ & IMG_FMT_ALPHA) attributes = bits_per_pixel(format_) == 16 ? 1 : 8;
     if (map)
-        if (const img_status status = picture.get_palette(palette)) return status;
+        if (const img_status status = picture_.get_palette(palette_)) return status;
     uint8_t bytes[header_size] = {};
     bytes[1] = map;
-    bytes[2] = static_cast<uint8_t>((map ? indexed : format == FMT_G8 ? grey : color) | (runs ? in_runs : 0));
+    bytes[2] = static_cast<uint8_t>((map ? indexed : format_ == FMT_G8 ? grey : color) | (runs_ ? in_runs : 0));
     if (map) {
         put_little16(bytes + 5, image.ncolors);
         bytes[7] = map_alpha ? 32 : 24;
     }
     put_little16(bytes + 12, image.width);
     put_little16(bytes + 14, image.height);
-    bytes[16] = static_cast<uint8_t>(bits_per_pixel(format));
-    bytes[17] = static_cast<uint8_t>(attributes | from_top); // some readers turn pictures over that begin at the bottom
-    if (!write_all(*stream, bytes, sizeof bytes)) return write_failed;
+    bytes[16] = static_cast<uint8_t>(bits_per_pixel(format_));
+    bytes[17] = static_cast<uint8_t>(attributes | from_top); // some readers show bottom-up pictures upside down
+    if (!write_all(stream_, bytes, sizeof bytes)) return write_failed;
     return map ? write_map(image.ncolors, map_alpha) : ok;
 }
 
-// Packets end with the row, which readers may rely on. Two equal bytes are not worth a packet of their own.
+// Packets end with the row, as some readers expect. A run of two equal bytes is not worth a packet of its own.
 template <size_t bytes> size_t pack_row(const uint8_t *row, uint32_t width, uint8_t *begin) {
     const auto equal = [row](size_t a, size_t b) { return memcmp(row + a * bytes, row + b * bytes, bytes) == 0; };
     const auto repeats = [&](size_t x) {
@@ -300,35 +304,31 @@ template <size_t bytes> size_t pack_row(const uint8_t *row, uint32_t width, uint
 img_status Writer::write_rows() {
     constexpr size_t (*pack[])(const uint8_t *, uint32_t, uint8_t *) = {pack_row<1>, pack_row<2>, pack_row<3>,
                                                                         pack_row<4>};
-    const img_record &image = picture.image();
-    const size_t bytes = bits_per_pixel(format) / 8;
-    if (runs && !(line = make_bytes(image.width * (bytes + 1)))) return no_memory;
+    const img_record &image = picture_.image();
+    const size_t bytes = bits_per_pixel(format_) / 8;
+    if (runs_ && !(line_ = make_bytes(image.width * (bytes + 1)))) return no_memory;
     for (uint32_t y = 0; y < image.height; y++) {
-        const uint8_t *row = beside ? transparent.fetch(picture, y) : picture.fetch(y);
+        const uint8_t *row = beside_ ? transparent_.fetch(picture_, y) : picture_.fetch(y);
         if (!row) return bad_record;
-        const size_t length = runs ? pack[bytes - 1](row, image.width, line.get()) : image.width * bytes;
-        if (!write_all(*stream, runs ? line.get() : row, length)) return write_failed;
-        if (const img_status status = picture.progress(y + 1)) return status;
+        const size_t length = runs_ ? pack[bytes - 1](row, image.width, line_.get()) : image.width * bytes;
+        if (!write_all(stream_, runs_ ? line_.get() : row, length)) return write_failed;
+        if (const img_status status = picture_.progress(y + 1)) return status;
     }
     return ok;
 }
 
-img_status Writer::write() {
-    img_option rle = switch_option("rle", "write runs of equal pixels once", true);
-    if (const img_status status = picture.ask(rle)) return status;
-    runs = rle.value != 0;
-    const uint32_t side = std::max(picture.image().width, picture.image().height);
-    if (side > UINT16_MAX) return picture.refuse({"side", side, UINT16_MAX});
+img_status Writer::frame() {
+    img_option rle = switch_option("rle", "write runs_ of equal pixels once", true);
+    if (const img_status status = picture_.ask(rle)) return status;
+    runs_ = rle.value != 0;
+    const uint32_t side = std::max(picture_.image().width, picture_.image().height);
+    if (side > UINT16_MAX) return picture_.refuse({"side", side, UINT16_MAX});
     if (const img_status status = choose()) return status;
     if (const img_status status = write_header()) return status;
     if (const img_status status = write_rows()) return status;
-    return write_all(*stream, footer, sizeof footer) ? ok : write_failed;
+    return write_all(stream_, footer, sizeof footer) ? ok : write_failed;
 }
 
 } // namespace
 
-img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) {
-    return fill_table(table, size,
-                      {decode_validate, want_large_buffer, decode_file<Reader, decode_validate>, nullptr,
-                       want_large_buffer, encode_file<Writer>, nullptr});
-}
+img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) { return functions_of<Reader, Writer>(table, size); }

@@ -81,6 +81,27 @@ TEST_F(Png, ValuesAreReported) {
         }
 }
 
+// A profile that is none does not keep a picture from being written, but is not lost without a word.
+TEST_F(Png, MetadataLeftOutIsWarnedOf) {
+    img_codec *codec = nullptr;
+    ASSERT_EQ(img_codec_list_byext(library, "a.png", &codec, 1), 1u);
+    img_encode_callouts callouts{};
+    std::string warning;
+    callouts.data = &warning;
+    callouts.scanline = [](void *data, img_record *, uintptr_t, uintptr_t, uintptr_t key, uintptr_t value) {
+        auto *bytes = reinterpret_cast<img_bytes *>(value);
+        if (key == IMG_VALUE_ICC) *bytes = {"profile", 7};
+        if (key == IMG_VALUE_WARNING)
+            static_cast<std::string *>(data)->assign(static_cast<const char *>(bytes->data), bytes->size);
+        return img_status{IMG_ST_OK};
+    };
+    Image image(FMT_G8, 3, 2, 0, IMG_F_ANSWERS);
+    std::string bytes;
+    EXPECT_EQ(write(codec, image.record, bytes, UINT32_MAX, UINT32_MAX, &callouts), IMG_ST_OK);
+    EXPECT_EQ(bytes.find("iCCP"), std::string::npos);
+    EXPECT_NE(warning.find("ICC"), std::string::npos) << warning;
+}
+
 // Of grey with fewer than 8 bits the transparent one is scaled as the pixels are.
 TEST_F(Png, TransparentGreyIsScaled) {
     const std::string grey = picture("grey-2bit.png"), key = chunk("tRNS", std::string("\0\2", 2));

@@ -24,12 +24,12 @@
  * that the module has none of this name.
  *
  * Limits. Right before a frame ends with status 10 (IMG_ST_RESERVED10), the module reports IMG_VALUE_LIMIT, which names the
- * limit that was met: through set_value when reading, and like a question that needs no answer when writing. Reading also
- * asks for the one limit that the caller sets, IMG_VALUE_MAX_MEMORY: how many bytes the module may hold for one picture
- * besides the pixels that the caller gave room for, such as coefficients, canvases, interlaced rows and whole files that
- * were read in. A module asks at most once a frame, through set_value like an option, and before it allocates any of
- * that. What it needs for the pixels alone it tests after setup, so that callers who stop at setup learn what every
- * picture is.
+ * limit that was met: through set_value when reading, and like a question that needs no answer when writing. Warnings
+ * (IMG_VALUE_WARNING) take the same two ways, the second as an img_bytes. Reading also asks for the one limit that the
+ * caller sets, IMG_VALUE_MAX_MEMORY: how many bytes the module may hold for one picture besides the pixels that the caller
+ * gave room for, such as coefficients, canvases, interlaced rows and whole files that were read in. A module asks at most
+ * once a frame, through set_value like an option, and before it allocates any of that. What it needs for the pixels alone
+ * it tests after setup, so that callers who stop at setup learn what every picture is.
  */
 #ifndef PICTRA_VALUES_H
 #define PICTRA_VALUES_H
@@ -58,7 +58,7 @@ enum {
     IMG_VALUE_DELAY = 8,       /* uint32_t: milliseconds that this frame is shown */
     IMG_VALUE_LOOPS = 9,       /* uint32_t: how often an animation runs, 0 for ever */
     IMG_VALUE_DEPTH = 10,      /* uint32_t: bits of one sample, or index, in the file */
-    IMG_VALUE_WARNING = 11,    /* bytes: a text for people about what was read; reported only */
+    IMG_VALUE_WARNING = 11,    /* bytes: a text for people, about what was read or is not written; reported only */
     IMG_VALUE_OPTION = 12,     /* img_option: a question, see above */
     IMG_VALUE_LIMIT = 13,      /* img_limit: the limit that a picture exceeds; reported only, right before status 10 */
     IMG_VALUE_MAX_MEMORY = 14  /* uint64_t: a question when reading, bytes that the module may hold; 0 is no limit */

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+//
+// Device-independent bitmaps: parsing headers, and converting colours.
 #include "modules/bmp/dib.h"
 
 #include "modules/common/bytes.h"
@@ -6,15 +8,15 @@
 
 #include <bit>
 
-namespace codec {
+namespace bmp {
 
 namespace {
 
-// Headers by their size.
+// Headers are told apart by their size.
 constexpr uint32_t core_size = 12, info_size = 40, color_masks_size = 52, alpha_mask_size = 56, os2_size = 64,
                    profile_size = 124;
 
-// The system that shortened its headers anywhere from 16 to 64 bytes gave other meanings to what follows the palette's size.
+// OS/2 headers have any size from 16 to 64 bytes, and compression codes of their own.
 bool is_os2(uint32_t size) {
     return size < os2_size + 1 && size != core_size && size != info_size && size != color_masks_size &&
            size != alpha_mask_size;
@@ -195,4 +197,4 @@ void MaskedColors::expand(const uint8_t *pixels, uint32_t count, uint8_t *argb) 
     expand_pixels<4>(pixels, count, argb);
 }
 
-} // namespace codec
+} // namespace bmp

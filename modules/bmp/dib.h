@@ -1,43 +1,45 @@
 // SPDX-License-Identifier: MIT
 //
-// Device-independent bitmaps: the header, the palette and the colours of BMP files and of the pictures in icons.
+// Device-independent bitmaps: header, palette and colours of BMP files and of the bitmaps in icons.
 #pragma once
 
 #include "modules/common/picture.h"
 
-namespace codec {
+namespace bmp {
+
+using namespace codec;
 
 struct Dib {
     enum Compression : uint32_t { plain, rle8, rle4, fields, jpeg, png, alpha_fields };
 
     uint32_t width, height;
     bool top_down;
-    uint32_t depth; // bits a pixel
+    uint32_t depth; // bits per pixel
     uint32_t compression;
-    uint32_t masks[4]; // red, green, blue, alpha in a pixel of more than 8 bits
-    uint32_t entries;  // of the palette in the file, whatever the depth can use
+    uint32_t masks[4]; // red, green, blue, alpha; of pixels of more than 8 bits
+    uint32_t entries;  // of the palette in the file, which may be more than the depth can use
     uint32_t entry_size;
     uint32_t data_size; // bytes of pixels, or 0
     img_resolution resolution;
-    uint32_t profile_offset, profile_size; // from the header on; size 0: no profile
+    uint32_t profile_offset, profile_size; // offset from the start of the header; size 0: no profile
 };
 
-// Bytes to hold any header with its masks.
+// Size of the longest header, masks included.
 inline constexpr size_t dib_header_most = 124;
 
 inline constexpr uint32_t embedded_profile = 0x4d424544; // "MBED": where a header of 124 bytes names its colour space
 inline constexpr uint32_t srgb_profile = 0x73524742;     // "sRGB"
 
-// Whether 20 bytes can begin a header: a known size, one plane, a known depth.
+// Whether 20 bytes can be the start of a header: a known size, one plane, a known depth.
 bool dib_plausible(const uint8_t *header);
 
-// Bytes of colour masks that follow the header, as if they belonged to it.
+// Size of the colour masks that follow the header, which are parsed as part of it.
 uint32_t dib_mask_bytes(const uint8_t *header);
 
 // header: a plausible one with its masks, followed by zeros up to dib_header_most.
 img_status dib_parse(const uint8_t *header, Dib &dib);
 
-// The format whose pixels lie in memory as they do in the file, or 0.
+// The format that has the file's pixel layout, or 0.
 img_format dib_format(const Dib &dib);
 
 // Bytes of a row in a file.
@@ -46,10 +48,10 @@ constexpr uint64_t dib_stride(uint64_t width, uint32_t depth) { return (width * 
 // Bits of an index, or of a sample of the finest channel.
 uint32_t dib_sample_bits(const Dib &dib);
 
-// Turns entries of a file's palette into FMT_ARGB8888HE words.
+// Converts entries of a file's palette to FMT_ARGB8888HE words.
 void dib_palette(const Dib &dib, const uint8_t *entries, uint32_t count, uint32_t *argb);
 
-// Pixels of more than 8 bits with any masks, as FMT_ARGB8888HE words.
+// Converts pixels of more than 8 bits with any masks to FMT_ARGB8888HE words.
 class MaskedColors {
 public:
     img_status begin(const Dib &dib); // unsupported: a mask with gaps
@@ -63,7 +65,7 @@ private:
         uint8_t scaled[256]; // by the uppermost eight bits
     };
     Channel channels_[4];
-    uint32_t bytes_ = 0; // a pixel
+    uint32_t bytes_ = 0; // per pixel
 };
 
-} // namespace codec
+} // namespace bmp

@@ -1,19 +1,20 @@
 // SPDX-License-Identifier: MIT
 //
-// The codec module of icons and cursors (ICO, CUR): several pictures in one file, each a bitmap with a mask of its transparent
-// pixels, or a PNG file. It reads only. The largest picture comes first, so the file is held: its pictures may be anywhere
-// in it.
+// The codec module of icons and cursors (ICO, CUR), which reads only. A file holds several pictures, each a bitmap
+// with a mask of its transparent pixels or a PNG file. The largest is delivered first; since the pictures may be
+// anywhere in the file, all of it is held.
 //
-// PNG files are read with the reader of the PNG module, which is linked in: a module sees a stream and callouts but no
-// registry, and where pictures are decoded in a confined process no further module could be opened.
+// PNG files are read with the PNG module's reader, which is linked in. A module sees a stream and callouts but no
+// registry, and a confined process could not open a second module.
 #include "modules/bmp/dib.h"
 #include "modules/common/bytes.h"
+#include "modules/common/entry.h"
 #include "modules/png/png.h"
 
 #include <algorithm>
 #include <stdio.h>
 
-using namespace codec;
+using namespace bmp;
 
 namespace {
 
@@ -30,7 +31,7 @@ struct Entry {
     bool png;
 };
 
-// The largest first; of the same size the one with more colours, then the earlier one.
+// Sorts the largest picture first, of equal sizes the one with more colours, then the earlier one.
 bool before(const Entry &a, const Entry &b) {
     if (a.pixels != b.pixels) return a.pixels > b.pixels;
     return a.depth != b.depth ? a.depth > b.depth : a.index < b.index;
@@ -44,33 +45,28 @@ bool plausible(const uint8_t *file) {
     return little32(entry + 8) > 12 && little32(entry + 12) >= directory_size + entry_size * count;
 }
 
-img_status decode_validate(io_handle *stream) {
-    Signature signature;
-    if (const img_status status = peek(*stream, signature)) return status;
-    return signature.length >= directory_size + entry_size && plausible(signature.bytes) ? ok : wrong_format;
-}
-
 // ---- A bitmap ----
 
-struct Bitmap {
+class Bitmap {
+public:
     img_status begin(const uint8_t *data, uint64_t size);
-    img_status read(Decoding &output);
+    img_status deliver(Decoding &picture);
 
 private:
     bool has_alpha() const;
     const uint8_t *row(const uint8_t *rows, uint32_t depth, uint32_t y) const {
-        return rows + dib_stride(dib.width, depth) * (dib.top_down ? y : dib.height - 1 - y);
+        return rows + dib_stride(dib_.width, depth) * (dib_.top_down ? y : dib_.height - 1 - y);
     }
     void expand(uint32_t y, uint8_t *argb) const;
 
-    Dib dib{};
-    uint32_t palette[256];
-    MaskedColors colors;
-    const uint8_t *pixels = nullptr;
-    const uint8_t *mask = nullptr; // null: alpha of the pixels decides
+    Dib dib_{};
+    uint32_t palette_[max_colors];
+    MaskedColors colors_;
+    const uint8_t *pixels_ = nullptr;
+    const uint8_t *mask_ = nullptr; // null: the pixels have alpha
 };
 
-// Finds the parts of the bitmap. Its height counts the rows of the mask as well.
+// Locates the parts of the bitmap. The height in its header includes the rows of the mask.
 img_status Bitmap::begin(const uint8_t *data, uint64_t size) {
     uint8_t header[dib_header_most] = {};
     if (size < 40) return damaged;
@@ -78,46 +74,47 @@ img_status Bitmap::begin(const uint8_t *data, uint64_t size) {
     if (!dib_plausible(header) || little32(header) < 40) return damaged;
     const uint64_t palette_at = uint64_t{little32(header)} + dib_mask_bytes(header);
     if (palette_at > size) return damaged;
-    if (const img_status status = dib_parse(header, dib)) return status;
-    if (dib.compression == Dib::rle4 || dib.compression == Dib::rle8) return unsupported;
-    if (dib.height & 1) return damaged;
-    dib.height /= 2;
+    if (const img_status status = dib_parse(header, dib_)) return status;
+    if (dib_.compression == Dib::rle4 || dib_.compression == Dib::rle8) return unsupported;
+    if (dib_.height & 1) return damaged;
+    dib_.height /= 2;
 
-    const uint64_t pixels_at = palette_at + uint64_t{dib.entries} * dib.entry_size;
-    const uint64_t mask_at = pixels_at + dib_stride(dib.width, dib.depth) * dib.height;
+    const uint64_t pixels_at = palette_at + uint64_t{dib_.entries} * dib_.entry_size;
+    const uint64_t mask_at = pixels_at + dib_stride(dib_.width, dib_.depth) * dib_.height;
     if (mask_at > size) return damaged;
-    std::fill(palette, palette + 256, 0xff000000);
-    if (dib.depth <= 8) dib_palette(dib, data + palette_at, std::min(dib.entries, 1u << dib.depth), palette);
-    pixels = data + pixels_at;
-    if (dib.depth == 32 && dib.compression == Dib::plain) dib.masks[3] = 0xff000000;
-    if (dib.depth > 8)
-        if (const img_status status = colors.begin(dib)) return status;
+    std::fill(palette_, palette_ + 256, 0xff000000);
+    if (dib_.depth <= 8) dib_palette(dib_, data + palette_at, std::min(dib_.entries, 1u << dib_.depth), palette_);
+    pixels_ = data + pixels_at;
+    if (dib_.depth == 32 && dib_.compression == Dib::plain) dib_.masks[3] = 0xff000000;
+    if (dib_.depth > 8)
+        if (const img_status status = colors_.begin(dib_)) return status;
     if (has_alpha()) return ok;
-    dib.masks[3] = 0; // all of it is 0, so it means nothing
-    if (dib.depth > 8)
-        if (const img_status status = colors.begin(dib)) return status;
-    mask = data + mask_at;
-    return mask_at + dib_stride(dib.width, 1) * dib.height <= size ? ok : damaged;
+    dib_.masks[3] = 0; // alpha that is 0 everywhere is none
+    if (dib_.depth > 8)
+        if (const img_status status = colors_.begin(dib_)) return status;
+    mask_ = data + mask_at;
+    return mask_at + dib_stride(dib_.width, 1) * dib_.height <= size ? ok : damaged;
 }
 
 bool Bitmap::has_alpha() const {
-    if (dib.depth != 32 || !dib.masks[3]) return false;
-    const uint8_t *pixel = pixels;
-    for (uint64_t left = uint64_t{dib.width} * dib.height; left; left--, pixel += 4)
-        if (little32(pixel) & dib.masks[3]) return true;
+    if (dib_.depth != 32 || !dib_.masks[3]) return false;
+    const uint8_t *pixel = pixels_;
+    for (uint64_t left = uint64_t{dib_.width} * dib_.height; left; left--, pixel += 4)
+        if (little32(pixel) & dib_.masks[3]) return true;
     return false;
 }
 
 void Bitmap::expand(uint32_t y, uint8_t *argb) const {
-    const uint8_t *in = row(pixels, dib.depth, y);
-    if (dib.depth > 8) {
-        colors.expand(in, dib.width, argb);
+    const uint8_t *in = row(pixels_, dib_.depth, y);
+    if (dib_.depth > 8) {
+        colors_.expand(in, dib_.width, argb);
     } else {
-        for (uint32_t x = 0; x < dib.width; x++) memcpy(argb + 4 * size_t{x}, palette + index_at(in, dib.depth, x), 4);
+        for (uint32_t x = 0; x < dib_.width; x++)
+            memcpy(argb + 4 * size_t{x}, palette_ + index_at(in, dib_.depth, x), 4);
     }
-    if (!mask) return;
-    const uint8_t *masked = row(mask, 1, y);
-    for (uint32_t x = 0; x < dib.width; x++) {
+    if (!mask_) return;
+    const uint8_t *masked = row(mask_, 1, y);
+    for (uint32_t x = 0; x < dib_.width; x++) {
         uint32_t pixel;
         memcpy(&pixel, argb + 4 * size_t{x}, sizeof pixel);
         if (index_at(masked, 1, x)) pixel &= 0xffffff;
@@ -125,21 +122,21 @@ void Bitmap::expand(uint32_t y, uint8_t *argb) const {
     }
 }
 
-img_status Bitmap::read(Decoding &output) {
+img_status Bitmap::deliver(Decoding &picture) {
     constexpr img_format format = FMT_ARGB8888HE;
-    if (const img_status status = output.report(IMG_VALUE_DEPTH, dib_sample_bits(dib))) return status;
-    if (const img_status status = output.choose(dib.width, dib.height, 0, &format, 1)) return status;
-    if (const img_status status = output.setup()) return status;
-    for (uint32_t y = 0; y < dib.height; y++) {
-        expand(y, output.row(y));
-        if (const img_status status = output.deliver(y)) return status;
+    if (const img_status status = picture.report(IMG_VALUE_DEPTH, dib_sample_bits(dib_))) return status;
+    if (const img_status status = picture.choose(dib_.width, dib_.height, 0, &format, 1)) return status;
+    if (const img_status status = picture.setup()) return status;
+    for (uint32_t y = 0; y < dib_.height; y++) {
+        expand(y, picture.row(y));
+        if (const img_status status = picture.deliver(y)) return status;
     }
     return ok;
 }
 
 // ---- A PNG file ----
 
-// Bytes in memory as a stream that is read to its end and used in no other way.
+// A stream over bytes in memory. It can be read and nothing else, which is all that the PNG reader does.
 class MemoryStream {
 public:
     MemoryStream(const uint8_t *bytes, size_t length) : bytes_(bytes), left_(length) {
@@ -174,18 +171,23 @@ uint32_t big32(const uint8_t *at) {
 
 // ---- The file ----
 
-class Reader {
+class Reader : public BaseReader {
 public:
-    img_status frame(io_handle &stream, const img_decode_callouts &callouts, img_record &record);
+    static constexpr bool many_pictures = true;
+    static bool recognises(const Signature &start) {
+        return start.length >= directory_size + entry_size && plausible(start.bytes);
+    }
+
+    using BaseReader::BaseReader;
+    img_status frame();
 
 private:
-    img_status read_file(io_handle &stream);
+    img_status read_file();
     img_status list(uint32_t entries);
     void measure(Entry &entry) const;
     img_status read_picture(const Entry &entry, bool strict);
     img_status report_hot_spot(const Entry &entry) const;
 
-    Decoding output_;
     img_status ended_ = ok; // what every further frame gets
     Bytes file_;
     size_t length_ = 0;
@@ -194,34 +196,34 @@ private:
     uint32_t count_ = 0, next_ = 0;
 };
 
-// Reads as far as the last picture goes.
-img_status Reader::read_file(io_handle &stream) {
+// Reads up to the end of the last picture.
+img_status Reader::read_file() {
     uint8_t begin[directory_size + entry_size];
-    if (read_up_to(stream, begin, sizeof begin) != sizeof begin || !plausible(begin)) return wrong_format;
+    if (read_up_to(stream_, begin, sizeof begin) != sizeof begin || !plausible(begin)) return wrong_format;
     cursors_ = begin[2] == 2;
     const uint32_t entries = little16(begin + 4);
-    if (entries > most_pictures) return output_.refuse({"frames", entries, most_pictures});
+    if (entries > most_pictures) return picture_.refuse({"frames", entries, most_pictures});
 
     const size_t table = directory_size + entry_size * entries;
     const Bytes directory = make_bytes(table);
     if (!directory) return no_memory;
     memcpy(directory.get(), begin, sizeof begin);
-    if (read_up_to(stream, directory.get() + sizeof begin, table - sizeof begin) != table - sizeof begin)
+    if (read_up_to(stream_, directory.get() + sizeof begin, table - sizeof begin) != table - sizeof begin)
         return damaged;
     uint64_t end = table;
     for (uint32_t i = 0; i < entries; i++) {
         const uint8_t *entry = directory.get() + directory_size + entry_size * i;
         end = std::max(end, uint64_t{little32(entry + 8)} + little32(entry + 12));
     }
-    if (end > most_bytes) return output_.refuse({"file size", end, most_bytes});
-    if (const img_status status = output_.hold(end)) return status;
+    if (end > most_bytes) return picture_.refuse({"file size", end, most_bytes});
+    if (const img_status status = picture_.hold(end)) return status;
     if (!(file_ = make_bytes(end))) return no_memory;
     memcpy(file_.get(), directory.get(), table);
-    length_ = table + read_up_to(stream, file_.get() + table, end - table);
+    length_ = table + read_up_to(stream_, file_.get() + table, end - table);
     return list(entries);
 }
 
-// The directory has no room for sides above 256, so the size of a PNG file is what that file says.
+// The directory cannot express sides above 256, so the size of a PNG file is taken from that file.
 void Reader::measure(Entry &entry) const {
     if (uint64_t{entry.offset} + png_header_size > length_) return;
     const uint8_t *data = file_.get() + entry.offset;
@@ -256,7 +258,7 @@ img_status Reader::report_hot_spot(const Entry &entry) const {
     char text[32] = "hotspot";
     const size_t keyword = strlen(text) + 1;
     const int digits = snprintf(text + keyword, sizeof text - keyword, "%u,%u", entry.hot_x, entry.hot_y);
-    return output_.report(IMG_VALUE_TEXT, text, keyword + static_cast<size_t>(digits));
+    return picture_.report(IMG_VALUE_TEXT, text, keyword + static_cast<size_t>(digits));
 }
 
 img_status Reader::read_picture(const Entry &entry, bool strict) {
@@ -265,51 +267,30 @@ img_status Reader::read_picture(const Entry &entry, bool strict) {
         if (const img_status status = report_hot_spot(entry)) return status;
     const uint8_t *data = file_.get() + entry.offset;
     if (entry.png) {
-        const auto reader = make<png::Reader>();
         MemoryStream stream(data, entry.size);
-        return reader ? reader->read(stream.handle(), output_, strict) : no_memory;
+        const auto reader = make<png::Reader>(stream.handle(), picture_);
+        return reader ? reader->read(strict) : no_memory;
     }
     const auto bitmap = make<Bitmap>();
     if (!bitmap) return no_memory;
     const img_status status = bitmap->begin(data, entry.size);
-    return status ? status : bitmap->read(output_);
+    return status ? status : bitmap->deliver(picture_);
 }
 
-img_status Reader::frame(io_handle &stream, const img_decode_callouts &callouts, img_record &record) {
+img_status Reader::frame() {
     if (ended_) return ended_;
-    output_.begin(callouts, record);
     bool strict;
-    if (const img_status status = png::ask_strict(output_, strict)) return status;
+    if (const img_status status = png::ask_strict(picture_, strict)) return status;
     if (!file_) {
-        if ((ended_ = read_file(stream))) return ended_;
-        if (const img_status status = output_.report(IMG_VALUE_FRAMES, count_)) return status;
+        if ((ended_ = read_file())) return ended_;
+        if (const img_status status = picture_.report(IMG_VALUE_FRAMES, count_)) return status;
     }
     if (next_ == count_) return wrong_format;
     return read_picture(entries_.get()[next_++], strict);
 }
 
-// ---- The table of functions ----
-
-img_status decode_begin(io_handle *stream, void **state) {
-    want_large_buffer(stream, state);
-    auto reader = make<Reader>();
-    *state = reader.release();
-    return *state ? ok : no_memory;
-}
-
-img_status decode_frame(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **state) {
-    return static_cast<Reader *>(*state)->frame(*stream, *callouts, *record);
-}
-
-img_status decode_finish(io_handle *, void **state) {
-    Delete<Reader>()(static_cast<Reader *>(*state));
-    *state = nullptr;
-    return ok;
-}
-
 } // namespace
 
 img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) {
-    return fill_table(table, size,
-                      {decode_validate, decode_begin, decode_frame, decode_finish, nullptr, nullptr, nullptr});
+    return functions_of<Reader, NoWriter>(table, size);
 }

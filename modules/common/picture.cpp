@@ -197,6 +197,11 @@ img_status Encoding::refuse(const img_limit &limit) const {
     return status ? status : over_limit;
 }
 
+img_status Encoding::warn(const char *text) const {
+    img_bytes bytes = {text, strlen(text)};
+    return ask(IMG_VALUE_WARNING, &bytes);
+}
+
 img_status Encoding::ask(uint32_t key, void *value) const {
     if (!has(IMG_F_ANSWERS) || !callouts_->scanline) return ok;
     return callouts_->scanline(callouts_->data, image_, 0, 0, key, reinterpret_cast<uintptr_t>(value));

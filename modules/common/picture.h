@@ -138,6 +138,7 @@ public:
     img_status ask(uint32_t key, void *value) const;
 
     img_status refuse(const img_limit &limit) const; // says which limit is exceeded, and returns over_limit
+    img_status warn(const char *text) const;         // of what is not written
 
     // Has one of the formats chosen and the image prepared to be read from the top down in it, or as order says.
     img_status choose_and_set_up(const img_format *formats, uint32_t count, uint32_t order = IMG_SETUP_TOPDOWN);
@@ -156,40 +157,5 @@ private:
     const img_encode_callouts *callouts_ = nullptr;
     img_record *image_ = nullptr;
 };
-
-// ---- The table of functions, of formats that do not use entry.h yet ----
-
-inline img_status want_large_buffer(io_handle *stream, void **) {
-    want_large_buffer(*stream);
-    return ok;
-}
-
-inline img_status fill_table(img_codec_funcs *table, size_t size, const img_codec_funcs &functions) {
-    if (size < sizeof functions) return unsupported;
-    *table = functions;
-    return ok;
-}
-
-// A frame function of formats in which each picture is a file of its own. Reader: has input to begin with a stream, picture,
-// and read.
-template <typename Reader, img_status (*validate)(io_handle *)>
-img_status decode_file(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **) {
-    if (const img_status status = validate(stream)) return status;
-    const auto reader = make<Reader>();
-    if (!reader) return no_memory;
-    reader->input.begin(*stream);
-    reader->picture.begin(*callouts, *record);
-    return reader->read();
-}
-
-// Its counterpart. Writer: has stream, picture, and write.
-template <typename Writer>
-img_status encode_file(io_handle *stream, const img_encode_callouts *callouts, img_record *image, void **) {
-    const auto writer = make<Writer>();
-    if (!writer) return no_memory;
-    writer->stream = stream;
-    if (const img_status status = writer->picture.begin(*callouts, *image)) return status;
-    return writer->write();
-}
 
 } // namespace codec

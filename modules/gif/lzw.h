@@ -10,15 +10,15 @@ namespace gif {
 // Up to 255 bytes each, preceded by their number; an empty one ends the chain.
 class Blocks {
 public:
-    // Before the first block. The number of its bytes is read at once, and that of every further block with the one before,
-    // so nothing beyond the chain is taken from the stream.
+    // Starts before the first block. Its size is read at once, and that of every further block with the block before
+    // it, so nothing after the chain is taken from the stream.
     void begin(io_handle &stream) {
         stream_ = &stream;
         length_ = 0;
         cut_ = !codec::read_up_to(stream, bytes_, 1);
     }
 
-    // Goes to the next block if there is one. Of a block that the file cuts off there is what came, and nothing after it.
+    // Goes to the next block if there is one. A block that is cut off is delivered as far as it goes, and is the last.
     bool next() {
         const size_t wanted = bytes_[length_];
         if (cut_ || !wanted) return false;
@@ -45,8 +45,8 @@ private:
     uint8_t bytes_[256]; // the block, and then the number of bytes in the next one
 };
 
-// Indices out of codes of 3 to 12 bits, each of which stands for an index or for a string that came before and one more
-// index. Up to 11 bits may be declared for an index; more than the 8 that a palette has use for is what some writers do.
+// Decodes LZW codes of up to 12 bits, each of which stands for an index, or for an earlier string and one more index.
+// Up to 11 bits may be declared for an index: some writers declare more than the 8 that a palette can use.
 class Lzw {
 public:
     static constexpr uint32_t most_index_bits = 11;
@@ -94,7 +94,7 @@ private:
         return true;
     }
 
-    // Puts the string of the next code on the stack, last index first.
+    // Pushes the string of the next code on the stack, last index first. False at the end of the data.
     bool decode() {
         uint32_t code;
         if (ended_ || !read_code(code)) return false;
@@ -115,7 +115,7 @@ private:
         return true;
     }
 
-    // The string before, and the first index of the present one.
+    // Adds a string: the previous one and the first index of the current one.
     void add() {
         before_[next_] = static_cast<uint16_t>(previous_);
         last_[next_] = first_;

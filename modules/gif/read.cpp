@@ -1,24 +1,17 @@
 // SPDX-License-Identifier: MIT
 //
-// The GIF codec module: its entry and the reading side.
-//
-// A GIF file draws its pictures one after the other onto a canvas. The first picture, if it covers the canvas, is PAL8 and
-// its rows go out as they are decoded. Every other picture may mix palettes, so it is ARGB8888HE and shows the whole canvas.
-// A caller that asks for ARGB8888HE with IMG_F_WANT_ALPHA gets all pictures of a file in one format.
-//
-// The file is read here and not by giflib, which is used for writing: giflib refuses files that are read everywhere (more
-// than 8 bits for an index, bytes of 0 between pictures) and loses up to 255 bytes before a cut.
+// The reading side of the GIF module. It does without giflib, which refuses files that other readers accept (more than 8
+// bits for an index, bytes of 0 between pictures) and loses up to 255 bytes before a cut.
 #include "modules/common/bytes.h"
 #include "modules/common/exif.h"
 #include "modules/common/text.h"
 #include "modules/gif/gif.h"
-#include "modules/gif/lzw.h"
 
 #include <algorithm>
 #include <string.h>
 #include <utility>
 
-using namespace codec;
+namespace gif {
 
 namespace {
 
@@ -29,166 +22,27 @@ constexpr uint8_t extension_follows = '!', picture_follows = ',', trailer = ';';
 constexpr uint8_t control_label = 0xf9, comment_label = 0xfe, application_label = 0xff;
 constexpr size_t application_size = 11; // of the name at the head of an application's extension
 
-enum class Disposal : uint8_t { unspecified, none, background, previous };
-
-using Words = std::unique_ptr<uint32_t, Delete<uint32_t>>;
+bool is_signature(const uint8_t *bytes) { return !memcmp(bytes, "GIF87a", 6) || !memcmp(bytes, "GIF89a", 6); }
 Words make_words(size_t count) { return Words(static_cast<uint32_t *>(calloc(count, sizeof(uint32_t)))); }
 
-bool is_signature(const uint8_t *bytes) { return !memcmp(bytes, "GIF87a", 6) || !memcmp(bytes, "GIF89a", 6); }
-
-// The flags of the file or of a picture say whether a colour map follows, and of how many entries.
-struct ColorMap {
-    uint32_t depth, count; // 0 without a map
-    uint8_t rgb[3 * max_colors];
-};
-
-// What precedes a picture and concerns its presentation.
-struct Control {
-    Disposal disposal = Disposal::unspecified;
-    uint32_t delay = 0; // in hundredths of a second
-    bool present = false, has_transparent = false;
-    uint8_t transparent = 0;
-};
-
-struct Area {
-    uint32_t left, top, width, height;
-};
-
-class Reader {
+// The order in which a picture's rows are stored.
+class RowOrder {
 public:
-    img_status begin(io_handle &stream);
-    img_status frame(const img_decode_callouts &callouts, img_record &record);
+    RowOrder(bool interlaced, uint32_t height) : height_(height), pass_(interlaced ? 0 : 4) {}
+    uint32_t row() const { return row_; }
+    void advance() {
+        constexpr uint32_t start[] = {0, 4, 2, 1}, step[] = {8, 8, 4, 2, 1};
+        row_ += step[pass_];
+        while (row_ >= height_ && pass_ < 3) row_ = start[++pass_];
+    }
 
 private:
-    bool read(uint8_t *dst, size_t length) { return read_up_to(*stream_, dst, length) == length; }
-    bool read_colors(ColorMap &map, uint8_t flags);
-
-    img_status next_picture();
-    img_status read_picture_header();
-    img_status take_palette();
-    img_status read_extension();
-    img_status read_control();
-    img_status read_application();
-    img_status report_loops();
-    enum class Keep : uint8_t { contents, contents_and_lengths };
-    img_status keep_blocks(Keep what);
-    img_status read_comment();
-    img_status read_profile();
-    img_status read_xmp();
-
-    template <typename Use> img_status read_lines(Use use);
-    bool covers_canvas() const {
-        return !image_.left && !image_.top && image_.width >= width_ && image_.height >= height_;
-    }
-    img_status decode_indices();
-
-    uint32_t *canvas_at(uint32_t x, uint32_t y) const { return canvas_.get() + size_t{y} * width_ + x; }
-    img_status make_canvas();
-    img_status take_area();
-    void dispose_of_last();
-    img_status hand_over_canvas(uint32_t begin, uint32_t end);
-    img_status decode_on_canvas();
-    img_status decode_picture();
-
-    io_handle *stream_ = nullptr;
-    Decoding picture_;
-    img_status ended_ = ok; // what every further frame gets
-    uint32_t pictures_ = 0; // decoded so far
-    uint32_t width_ = 0, height_ = 0;
-    ColorMap global_;
-
-    // The picture at hand.
-    Control control_;
-    ColorMap local_;
-    Area image_{}; // as the file has it, which may reach beyond the canvas
-    bool interlaced_ = false;
-    uint32_t palette_[max_colors]; // alpha is 0 or 255
-    uint32_t ncolors_ = 0;
-    uint8_t index_bits_ = 0; // of its codes
-    gif::Blocks blocks_;
-    gif::Lzw codes_;
-    uint8_t line_[gif::max_side];
-
-    // What the next picture is drawn on: the indices of the first picture and their colours, until a second one makes the
-    // canvas necessary.
-    Bytes first_;
-    uint32_t first_palette_[max_colors];
-    Words canvas_;
-    Disposal disposal_ = Disposal::unspecified; // of the last picture on the canvas, which covered this area, and
-    Area area_{};
-    Words hidden_; // what was there before, if that will be needed
-
-    Bytes kept_; // of an extension at hand, max_block bytes
-    size_t kept_length_ = 0;
+    uint32_t height_, pass_, row_ = 0;
 };
 
-// ---- The head of the file ----
-
-bool Reader::read_colors(ColorMap &map, uint8_t flags) {
-    map.depth = map.count = 0;
-    if (!(flags & 0x80)) return true;
-    map.depth = (flags & 7u) + 1;
-    map.count = 1u << map.depth;
-    return read(map.rgb, size_t{3} * map.count);
-}
-
-img_status Reader::begin(io_handle &stream) {
-    stream_ = &stream;
-    uint8_t header[13];
-    if (!read(header, sizeof header)) return damaged;
-    if (!is_signature(header)) return wrong_format;
-    width_ = little16(header + 6);
-    height_ = little16(header + 8);
-    return read_colors(global_, header[10]) ? ok : damaged;
-}
-
-// ---- What stands between pictures ----
-
-img_status Reader::read_control() {
-    while (blocks_.next()) {
-        if (blocks_.length() != 4) continue;
-        const uint8_t *bytes = blocks_.bytes();
-        const uint8_t disposal = bytes[0] >> 2 & 7;
-        control_.present = true;
-        control_.disposal = disposal <= 3 ? Disposal{disposal} : Disposal::unspecified;
-        control_.delay = little16(bytes + 1);
-        control_.has_transparent = bytes[0] & 1;
-        control_.transparent = bytes[3];
-    }
-    return blocks_.cut() ? damaged : ok;
-}
-
-// Keeps what the blocks hold. More than is reported is counted only.
-img_status Reader::keep_blocks(Keep what) {
-    kept_length_ = 0;
-    if (!picture_.listens()) return blocks_.skip() ? ok : damaged;
-    if (!kept_ && !(kept_ = make_bytes(max_block))) return no_memory;
-    const auto keep = [this](const uint8_t *bytes, size_t length) {
-        if (kept_length_ + length <= max_block) memcpy(kept_.get() + kept_length_, bytes, length);
-        kept_length_ += length;
-    };
-    while (blocks_.next()) {
-        const auto length = static_cast<uint8_t>(blocks_.length());
-        if (what == Keep::contents_and_lengths) keep(&length, 1);
-        keep(blocks_.bytes(), length);
-    }
-    return blocks_.cut() ? damaged : ok;
-}
-
-img_status Reader::read_comment() {
-    if (const img_status status = keep_blocks(Keep::contents)) return status;
-    if (kept_length_ > max_block) return picture_.warn("a comment of more than 4 MiB was left out");
-    return report_text(picture_, "Comment", kept_.get(), kept_length_);
-}
-
-img_status Reader::read_profile() {
-    if (const img_status status = keep_blocks(Keep::contents)) return status;
-    return kept_length_ ? report_block(picture_, IMG_VALUE_ICC, kept_.get(), kept_length_) : ok;
-}
-
-// An XMP packet is not in blocks: it follows the name as it is, so that its characters are read as lengths. After it, bytes
-// that count down to 0 lead whoever follows those lengths to the end. Returns the packet's length, 0 if there is no such
-// countdown.
+// An XMP packet is not stored in blocks: it follows the name verbatim, so its characters are read as block lengths.
+// After it, bytes that count down to 0 lead readers that follow those lengths to the end of the extension. Returns
+// the length of the packet, 0 if there is no countdown.
 size_t xmp_length(const uint8_t *bytes, size_t length) {
     constexpr size_t countdown = 257; // from 1 over 255, 254 and so on to 0; another 0 ends the blocks
     if (length < countdown) return 0;
@@ -210,18 +64,93 @@ size_t drop_lengths(uint8_t *bytes, size_t length) {
     return out;
 }
 
+void draw(const uint32_t *palette, const uint8_t *indices, uint32_t count, uint32_t *out) {
+    for (uint32_t x = 0; x < count; x++) {
+        const uint32_t color = palette[indices[x]];
+        out[x] = color >> 24 ? color : out[x];
+    }
+}
+
+} // namespace
+
+// ---- The head of the file ----
+
+bool Reader::read_colors(Colors &map, uint8_t flags) {
+    map.depth = map.count = 0;
+    if (!(flags & 0x80)) return true;
+    map.depth = (flags & 7u) + 1;
+    map.count = 1u << map.depth;
+    return read(map.rgb, size_t{3} * map.count);
+}
+
+bool Reader::recognises(const Signature &start) { return start.length >= 6 && is_signature(start.bytes); }
+
+img_status Reader::read_header() {
+    uint8_t header[13];
+    if (!read(header, sizeof header)) return damaged;
+    if (!is_signature(header)) return wrong_format;
+    width_ = little16(header + 6);
+    height_ = little16(header + 8);
+    return read_colors(global_, header[10]) ? ok : damaged;
+}
+
+// ---- Extensions and picture headers ----
+
+img_status Reader::read_control() {
+    while (blocks_.next()) {
+        if (blocks_.length() != 4) continue;
+        const uint8_t *bytes = blocks_.bytes();
+        const uint8_t disposal = bytes[0] >> 2 & 7;
+        control_.present = true;
+        control_.disposal = disposal <= 3 ? Disposal{disposal} : Disposal::unspecified;
+        control_.delay = little16(bytes + 1);
+        control_.has_transparent = bytes[0] & 1;
+        control_.transparent = bytes[3];
+    }
+    return blocks_.cut() ? damaged : ok;
+}
+
+// Keeps the contents of the blocks. What exceeds the limit for reports is only counted.
+img_status Reader::keep_blocks(Keep what) {
+    kept_length_ = 0;
+    if (!picture_.listens()) return blocks_.skip() ? ok : damaged;
+    while (blocks_.next()) {
+        const size_t lengths = what == Keep::contents_and_lengths ? 1 : 0,
+                     end = kept_length_ + lengths + blocks_.length();
+        if (end <= max_block) {
+            if (!kept_.grow(end, max_block)) return no_memory;
+            uint8_t *out = kept_.data() + kept_length_;
+            if (lengths) *out++ = static_cast<uint8_t>(blocks_.length());
+            memcpy(out, blocks_.bytes(), blocks_.length());
+        }
+        kept_length_ = end;
+    }
+    return blocks_.cut() ? damaged : ok;
+}
+
+img_status Reader::read_comment() {
+    if (const img_status status = keep_blocks(Keep::contents)) return status;
+    if (kept_length_ > max_block) return picture_.warn("a comment of more than 4 MiB was left out");
+    return kept_length_ ? report_text(picture_, "Comment", kept_.data(), kept_length_) : ok;
+}
+
+img_status Reader::read_profile() {
+    if (const img_status status = keep_blocks(Keep::contents)) return status;
+    return kept_length_ ? report_block(picture_, IMG_VALUE_ICC, kept_.data(), kept_length_) : ok;
+}
+
 img_status Reader::read_xmp() {
     if (const img_status status = keep_blocks(Keep::contents_and_lengths)) return status;
     if (!kept_length_) return ok;
     size_t length = kept_length_;
     if (length <= max_block) {
-        length = xmp_length(kept_.get(), kept_length_);
-        if (!length) length = drop_lengths(kept_.get(), kept_length_);
+        length = xmp_length(kept_.data(), kept_length_);
+        if (!length) length = drop_lengths(kept_.data(), kept_length_);
     }
-    return report_block(picture_, IMG_VALUE_XMP, kept_.get(), length);
+    return report_block(picture_, IMG_VALUE_XMP, kept_.data(), length);
 }
 
-// The file counts how often the animation is repeated, 0 standing for ever.
+// The file says how often the animation is repeated; 0 means for ever.
 img_status Reader::report_loops() {
     while (blocks_.next()) {
         if (blocks_.length() != 3 || blocks_.bytes()[0] != 1) continue;
@@ -245,7 +174,7 @@ img_status Reader::read_application() {
 img_status Reader::read_extension() {
     uint8_t label;
     if (!read(&label, 1)) return damaged;
-    blocks_.begin(*stream_);
+    blocks_.begin(stream_);
     switch (label) {
     case control_label:
         return read_control();
@@ -258,9 +187,9 @@ img_status Reader::read_extension() {
     }
 }
 
-// The colours of the picture at hand. A transparent index needs no colour of its own in the file.
+// Takes the colours of the current picture. A transparent index may be without a colour in the file.
 img_status Reader::take_palette() {
-    const ColorMap &map = local_.count ? local_ : global_;
+    const Colors &map = local_.count ? local_ : global_;
     if (!map.count) return damaged;
     ncolors_ = control_.has_transparent ? std::max(map.count, control_.transparent + 1u) : map.count;
     for (uint32_t i = 0; i < ncolors_; i++) {
@@ -277,7 +206,7 @@ img_status Reader::read_picture_header() {
     image_ = {little16(header), little16(header + 2), little16(header + 4), little16(header + 6)};
     interlaced_ = header[8] & 0x40;
     if (!read_colors(local_, header[8]) || !read(&index_bits_, 1)) return damaged;
-    if (!image_.width || !image_.height || index_bits_ > gif::Lzw::most_index_bits) return damaged;
+    if (!image_.width || !image_.height || index_bits_ > Lzw::most_index_bits) return damaged;
     if (const img_status status = picture_.check_size(image_.width, image_.height)) return status;
     if (pictures_ == max_pictures) return picture_.refuse({"frames", max_pictures + 1, max_pictures});
     // Some writers leave the size of the canvas open.
@@ -287,7 +216,7 @@ img_status Reader::read_picture_header() {
     return control_.present ? picture_.report(IMG_VALUE_DELAY, control_.delay * 10) : ok;
 }
 
-// Goes to the next picture. A file that ends between pictures only lacks its trailer.
+// Goes to the next picture. A file that ends between pictures is only missing its trailer.
 img_status Reader::next_picture() {
     control_ = {};
     for (uint32_t zeros = 0;;) {
@@ -304,30 +233,16 @@ img_status Reader::next_picture() {
 
 // ---- Rows ----
 
-// The order in which a picture's rows are stored.
-class RowOrder {
-public:
-    RowOrder(bool interlaced, uint32_t height) : height_(height), pass_(interlaced ? 0 : 4) {}
-    uint32_t row() const { return row_; }
-    void advance() {
-        constexpr uint32_t start[] = {0, 4, 2, 1}, step[] = {8, 8, 4, 2, 1};
-        row_ += step[pass_];
-        while (row_ >= height_ && pass_ < 3) row_ = start[++pass_];
-    }
-
-private:
-    uint32_t height_, pass_, row_ = 0;
-};
-
-// Reads all rows; each is passed on with its place in the picture.
+// Reads all rows, and calls use for each with its position in the picture.
 template <typename Use> img_status Reader::read_lines(Use use) {
-    blocks_.begin(*stream_);
+    blocks_.begin(stream_);
     codes_.begin(blocks_, index_bits_);
     RowOrder order(interlaced_, image_.height);
     for (uint32_t i = 0; i < image_.height; i++, order.advance()) {
         if (codes_.read(line_, image_.width) != image_.width) return damaged;
         if (!indices_below(line_, 8, image_.width, ncolors_)) return damaged;
         if (const img_status status = use(order.row())) return status;
+        if (const img_status status = picture_.keep_alive()) return status; // some lines make no row
     }
     return blocks_.skip() ? ok : damaged;
 }
@@ -356,13 +271,6 @@ img_status Reader::decode_indices() {
 
 // ---- Further pictures, drawn on the canvas ----
 
-void draw(const uint32_t *palette, const uint8_t *indices, uint32_t count, uint32_t *out) {
-    for (uint32_t x = 0; x < count; x++) {
-        const uint32_t color = palette[indices[x]];
-        out[x] = color >> 24 ? color : out[x];
-    }
-}
-
 img_status Reader::make_canvas() {
     const size_t pixels = size_t{width_} * height_;
     if (const img_status status = picture_.hold(pixels * sizeof(uint32_t))) return status;
@@ -387,7 +295,7 @@ void Reader::dispose_of_last() {
     hidden_.reset();
 }
 
-// Notes what the picture at hand will cover.
+// Notes the area that the current picture covers, and saves what it shows if that is to be restored.
 img_status Reader::take_area() {
     const uint32_t left = std::min(image_.left, width_), top = std::min(image_.top, height_);
     area_ = {left, top, std::min(image_.width, width_ - left), std::min(image_.height, height_ - top)};
@@ -403,16 +311,16 @@ img_status Reader::take_area() {
     return ok;
 }
 
-// Hands over the rows from begin to end.
-img_status Reader::hand_over_canvas(uint32_t begin, uint32_t end) {
-    for (uint32_t y = begin; y < end; y++) {
-        memcpy(picture_.row(y), canvas_at(0, y), size_t{width_} * sizeof(uint32_t));
-        if (const img_status status = picture_.deliver(y)) return status;
+// Hands over the rows before end that have not been handed over.
+img_status Reader::deliver_canvas(uint32_t end) {
+    for (; shown_ < end; shown_++) {
+        memcpy(picture_.row(shown_), canvas_at(0, shown_), size_t{width_} * sizeof(uint32_t));
+        if (const img_status status = picture_.deliver(shown_)) return status;
     }
     return ok;
 }
 
-// A damaged picture shows what arrived of it on what was there before.
+// Of a damaged picture, the rows that could be decoded are shown on top of what was there before.
 img_status Reader::decode_on_canvas() {
     constexpr img_format format = FMT_ARGB8888HE;
     if (const img_status status = picture_.choose(width_, height_, 0, &format, 1)) return status;
@@ -422,63 +330,30 @@ img_status Reader::decode_on_canvas() {
     else if (const img_status status = make_canvas())
         return status;
     if (const img_status status = take_area()) return status;
-    uint32_t done = 0;
+    shown_ = 0;
     const img_status drawn = read_lines([&](uint32_t y) {
         if (y >= area_.height) return img_status{ok};
         draw(palette_, line_, area_.width, canvas_at(area_.left, area_.top + y));
         if (interlaced_) return img_status{ok};
-        const uint32_t begin = std::exchange(done, area_.top + y + 1);
-        return hand_over_canvas(begin, done);
+        return deliver_canvas(area_.top + y + 1);
     });
     if (drawn && drawn != damaged) return drawn;
-    const img_status status = hand_over_canvas(done, height_);
+    const img_status status = deliver_canvas(height_);
     return status ? status : drawn;
 }
 
 img_status Reader::decode_picture() {
+    if (!std::exchange(header_read_, true))
+        if (const img_status status = read_header()) return status;
     if (const img_status status = next_picture()) return status;
     return !pictures_ && covers_canvas() ? decode_indices() : decode_on_canvas();
 }
 
-img_status Reader::frame(const img_decode_callouts &callouts, img_record &record) {
+img_status Reader::frame() {
     if (ended_) return ended_;
-    picture_.begin(callouts, record);
     ended_ = decode_picture();
     pictures_++;
     return ended_;
 }
 
-// ---- The table of functions ----
-
-img_status decode_validate(io_handle *stream) {
-    Signature signature;
-    if (const img_status status = peek(*stream, signature)) return status;
-    return signature.length >= 6 && is_signature(signature.bytes) ? ok : wrong_format;
-}
-
-img_status decode_begin(io_handle *stream, void **state) {
-    want_large_buffer(stream, state);
-    auto reader = make<Reader>();
-    if (!reader) return no_memory;
-    if (const img_status status = reader->begin(*stream)) return status;
-    *state = reader.release();
-    return ok;
-}
-
-img_status decode_frame(io_handle *, const img_decode_callouts *callouts, img_record *record, void **state) {
-    return static_cast<Reader *>(*state)->frame(*callouts, *record);
-}
-
-img_status decode_finish(io_handle *, void **state) {
-    Delete<Reader>()(static_cast<Reader *>(*state));
-    *state = nullptr;
-    return ok;
-}
-
-} // namespace
-
-img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) {
-    return fill_table(table, size,
-                      {decode_validate, decode_begin, decode_frame, decode_finish, gif::encode_begin, gif::encode_frame,
-                       gif::encode_finish});
-}
+} // namespace gif

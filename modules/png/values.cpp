@@ -22,16 +22,16 @@ bool Reader::resolution(img_resolution &found) const {
 
 img_status Reader::report_resolution() const {
     img_resolution found;
-    return resolution(found) ? picture_->report(IMG_VALUE_RESOLUTION, &found, sizeof found) : ok;
+    return resolution(found) ? picture_.report(IMG_VALUE_RESOLUTION, &found, sizeof found) : ok;
 }
 
-img_status Reader::report_exif() {
+img_status Reader::report_exif_once() {
     png_uint_32 size;
     png_bytep block;
     if (exif_reported_ || !png_get_eXIf_1(png_, info_, &size, &block)) return ok;
     exif_reported_ = true;
     img_resolution better;
-    return codec::report_exif(*picture_, block, size, resolution(better));
+    return report_exif(picture_, block, size, resolution(better));
 }
 
 img_status Reader::report_profile() const {
@@ -40,7 +40,7 @@ img_status Reader::report_profile() const {
     png_bytep profile;
     png_uint_32 size;
     if (!png_get_iCCP(png_, info_, &name, &compression, &profile, &size)) return ok;
-    return report_block(*picture_, IMG_VALUE_ICC, profile, size);
+    return report_block(picture_, IMG_VALUE_ICC, profile, size);
 }
 
 img_status Reader::report_texts() {
@@ -51,7 +51,7 @@ img_status Reader::report_texts() {
         const size_t size = text.compression >= PNG_ITXT_COMPRESSION_NONE ? text.itxt_length : text.text_length;
         const bool xmp = strcmp(text.key, xmp_keyword) == 0;
         const img_status status =
-            xmp ? picture_->report(IMG_VALUE_XMP, text.text, size) : report_text(*picture_, text.key, text.text, size);
+            xmp ? picture_.report(IMG_VALUE_XMP, text.text, size) : report_text(picture_, text.key, text.text, size);
         if (status) return status;
     }
     return ok;
@@ -60,7 +60,7 @@ img_status Reader::report_texts() {
 // Before the file is read: has libpng keep what is reported, and nothing else.
 void Reader::keep_values() {
     png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_NEVER, nullptr, -1); // of the ancillary ones, only tRNS
-    if (!picture_->listens()) return;
+    if (!picture_.listens()) return;
     constexpr png_byte reported[] = "eXIf\0iCCP\0iTXt\0pHYs\0tEXt\0zTXt";
     png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_AS_DEFAULT, reported, sizeof reported / 5);
     png_set_option(png_, PNG_SKIP_sRGB_CHECK_PROFILE, PNG_OPTION_ON);
@@ -68,18 +68,18 @@ void Reader::keep_values() {
 
 // Reports what has been read since the last time.
 img_status Reader::report_values(When when) {
-    if (!picture_->listens()) return ok;
+    if (!picture_.listens()) return ok;
     if (failure_ == no_memory) return no_memory; // of which libpng only warns
     if (when == When::before_pixels) {
-        if (const img_status status = picture_->report(IMG_VALUE_DEPTH, png_get_bit_depth(png_, info_))) return status;
+        if (const img_status status = picture_.report(IMG_VALUE_DEPTH, png_get_bit_depth(png_, info_))) return status;
         if (const img_status status = report_resolution()) return status;
         if (const img_status status = report_profile()) return status;
     }
-    if (const img_status status = report_exif()) return status;
+    if (const img_status status = report_exif_once()) return status;
     if (const img_status status = report_texts()) return status;
     if (!warning_[0] || warned_) return ok;
     warned_ = true;
-    return picture_->warn(warning_);
+    return picture_.warn(warning_);
 }
 
 void Writer::set_text(const char *keyword, const char *content, bool international) const {
@@ -94,7 +94,7 @@ void Writer::set_text(const char *keyword, const char *content, bool internation
 // What the caller answers.
 img_status Writer::ask_for_metadata() {
     Metadata &m = metadata_;
-    if (const img_status status = m.ask(picture)) return status;
+    if (const img_status status = m.ask(picture_)) return status;
     if (!m.xmp.size) return ok;
     if (!(xmp_text_ = make_bytes(m.xmp.size + 1))) return no_memory;
     memcpy(xmp_text_.get(), m.xmp.data, m.xmp.size);
@@ -104,7 +104,7 @@ img_status Writer::ask_for_metadata() {
 // Where the answers go: after the header, before the pixels.
 img_status Writer::set_metadata() {
     const Metadata &m = metadata_;
-    png_set_benign_errors(png_, 1); // what libpng does not take, such as a profile that is none, is left out
+    png_set_benign_errors(png_, 1); // what libpng refuses, such as a profile that is none, is left out with a warning
     if (m.icc.size)
         png_set_iCCP(png_, info_, "ICC", PNG_COMPRESSION_TYPE_BASE, static_cast<png_const_bytep>(m.icc.data),
                      static_cast<png_uint_32>(m.icc.size));

@@ -15,7 +15,7 @@ void flush_nothing(png_structp) {} // flushing is the business of the stream's o
 
 void Writer::write_bytes(png_structp png, png_bytep src, size_t length) {
     auto &writer = *static_cast<Writer *>(png_get_io_ptr(png));
-    if (write_all(*writer.stream, src, length)) return;
+    if (write_all(writer.stream_, src, length)) return;
     writer.failure_ = write_failed;
     png_error(png, "the stream takes no more");
 }
@@ -23,8 +23,8 @@ void Writer::write_bytes(png_structp png, png_bytep src, size_t length) {
 // Palette and transparency, in chunks before the image. PNG keeps alpha of a palette from its start, so both a key and
 // alpha of entries go there.
 img_status Writer::write_palette() {
-    const img_record &image = picture.image();
-    if (const img_status status = picture.get_palette(palette_)) return status;
+    const img_record &image = picture_.image();
+    if (const img_status status = picture_.get_palette(palette_)) return status;
     const uint32_t ncolors = std::min(image.ncolors, 1u << bits_per_pixel(image.format));
     png_color colors[max_colors];
     for (uint32_t i = 0; i < ncolors; i++) {
@@ -41,7 +41,7 @@ img_status Writer::write_palette() {
 
 img_status Writer::write_key(const Layout *layout) {
     uint8_t pixel[4];
-    if (const img_status status = picture.get_transparency(pixel)) return status;
+    if (const img_status status = picture_.get_transparency(pixel)) return status;
     png_color_16 key{};
     if (layout) {
         const ColorBytes at = color_bytes(*layout);
@@ -56,7 +56,7 @@ img_status Writer::write_key(const Layout *layout) {
 }
 
 img_status Writer::write_header(const Layout *layout) {
-    const img_record &image = picture.image();
+    const img_record &image = picture_.image();
     const bool indexed = image.format & IMG_FMT_PAL, alpha = image.format & IMG_FMT_ALPHA;
     const int depth = indexed ? static_cast<int>(bits_per_pixel(image.format)) : 8;
     const int color_type = indexed   ? PNG_COLOR_TYPE_PALETTE
@@ -70,7 +70,7 @@ img_status Writer::write_header(const Layout *layout) {
     if (status) return status;
     if (indexed)
         status = write_palette();
-    else if (!alpha && picture.has(IMG_F_TRANSP))
+    else if (!alpha && picture_.has(IMG_F_TRANSP))
         status = write_key(layout);
     if (status) return status;
     png_write_info(png_, info_);
@@ -87,7 +87,7 @@ img_status Writer::ask_for_options() {
     img_option interlace = switch_option("interlace", "in seven passes, the first of which show all of the picture");
     img_option filter = choice_option("filter", "how pixels are predicted", "auto:none:sub:up:average:paeth", 6, 0);
     for (img_option *option : {&level, &interlace, &filter})
-        if (const img_status status = picture.ask(*option)) return status;
+        if (const img_status status = picture_.ask(*option)) return status;
     level_ = level.value;
     interlace_ = interlace.value;
     filter_ = filter.value;
@@ -107,22 +107,22 @@ img_status Writer::write_row(const uint8_t *row) const {
 }
 
 img_status Writer::write_rows() {
-    const uint32_t height = picture.image().height;
+    const uint32_t height = picture_.image().height;
     for (uint32_t y = 0; y < height; y++) {
-        if (const img_status status = write_row(picture.fetch(y))) return status;
-        if (const img_status status = picture.progress(y + 1)) return status;
+        if (const img_status status = write_row(picture_.fetch(y))) return status;
+        if (const img_status status = picture_.progress(y + 1)) return status;
     }
     return ok;
 }
 
 // Each pass takes pixels of all rows, but an access function gives each row once.
 img_status Writer::write_passes() {
-    const img_record &image = picture.image();
+    const img_record &image = picture_.image();
     const size_t bytes = row_bytes(image.format, image.width);
     if (!(image.flags & IMG_F_DIRECT)) {
         if (!(whole_ = make_bytes(bytes * image.height))) return no_memory;
         for (uint32_t y = 0; y < image.height; y++) {
-            const uint8_t *row = picture.fetch(y);
+            const uint8_t *row = picture_.fetch(y);
             if (!row) return bad_record;
             memcpy(whole_.get() + bytes * y, row, bytes);
         }
@@ -130,15 +130,19 @@ img_status Writer::write_passes() {
     const auto passes = static_cast<uint32_t>(png_set_interlace_handling(png_));
     for (uint32_t pass = 0; pass < passes; pass++)
         for (uint32_t y = 0; y < image.height; y++) {
-            const uint8_t *row = whole_ ? whole_.get() + bytes * y : picture.fetch(y);
+            const uint8_t *row = whole_ ? whole_.get() + bytes * y : picture_.fetch(y);
             if (const img_status status = write_row(row)) return status;
             const auto rows_worth = static_cast<uint32_t>((uint64_t{pass} * image.height + y + 1) / passes);
-            if (const img_status status = picture.progress(rows_worth)) return status;
+            if (const img_status status = picture_.progress(rows_worth)) return status;
         }
     return ok;
 }
 
 img_status Writer::encode() {
+    State *const state = this;
+    png_ = png_create_write_struct_2(PNG_LIBPNG_VER_STRING, state, on_error, on_warning, state, allocate, release);
+    if (png_) info_ = png_create_info_struct(png_);
+    if (!info_) return no_memory;
     failure_ = bad_record;
     png_set_write_fn(png_, this, write_bytes, flush_nothing);
     if (const img_status status = ask_for_options()) return status;
@@ -147,20 +151,16 @@ img_status Writer::encode() {
     for (const img_format format : {FMT_PAL1, FMT_PAL4, FMT_PAL8, FMT_G8}) offer.add(format);
     offer.add(opaque_layouts);
     offer.add(alpha_layouts);
-    if (const img_status status = picture.choose_and_set_up(offer.formats(), offer.count())) return status;
+    if (const img_status status = picture_.choose_and_set_up(offer.formats(), offer.count())) return status;
     set_options();
-    if (const img_status status = write_header(layout_of(picture.image().format))) return status;
+    if (const img_status status = write_header(layout_of(picture_.image().format))) return status;
     if (const img_status status = interlace_ ? write_passes() : write_rows()) return status;
     png_write_end(png_, nullptr);
-    return ok;
+    return warning_[0] ? picture_.warn(warning_) : ok;
 }
 
-img_status Writer::write() {
-    png_ = png_create_write_struct_2(PNG_LIBPNG_VER_STRING, static_cast<State *>(this), on_error, on_warning,
-                                     static_cast<State *>(this), allocate, release);
-    if (png_) info_ = png_create_info_struct(png_);
-    if (!info_) return no_memory;
-    return guarded(*this, &Writer::encode);
+img_status Writer::frame() {
+    return guarded([this] { return encode(); });
 }
 
 } // namespace png
