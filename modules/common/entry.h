@@ -87,14 +87,15 @@ template <typename Reader> struct Decoder {
         if (const img_status status = peek(*stream, start)) return status;
         return Reader::recognises(start) ? ok : wrong_format;
     }
-    static img_status begin(io_handle *stream, void **state) {
+    static img_status begin(io_handle *stream, void **) {
         want_large_buffer(*stream);
-        if (!Reader::many_pictures) return ok;
-        *state = make<State>(*stream).release();
-        return *state ? ok : no_memory;
+        return ok;
     }
     static img_status frame(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **state) {
-        if (Reader::many_pictures) return frame_of(*static_cast<State *>(*state), *callouts, *record);
+        if (Reader::many_pictures) {
+            if (!*state) *state = make<State>(*stream).release();
+            return *state ? frame_of(*static_cast<State *>(*state), *callouts, *record) : no_memory;
+        }
         if (const img_status status = validate(stream)) return status;
         const auto own = make<State>(*stream);
         return own ? frame_of(*own, *callouts, *record) : no_memory;
