@@ -4,6 +4,8 @@
 set(PICTRA_ALL_VARIANTS base)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
   list(APPEND PICTRA_ALL_VARIANTS avx2 avx512)
+elseif(CMAKE_SYSTEM_PROCESSOR STREQUAL aarch64)
+  list(APPEND PICTRA_ALL_VARIANTS neon) # which each of them has: base is there to compare with
 endif()
 set(PICTRA_VARIANTS ${PICTRA_ALL_VARIANTS} CACHE STRING "Instruction sets to build the inner loops for")
 
@@ -11,6 +13,7 @@ set(PICTRA_VARIANTS ${PICTRA_ALL_VARIANTS} CACHE STRING "Instruction sets to bui
 set(PICTRA_WORDS_base plain)
 set(PICTRA_WORDS_avx2 avx2)
 set(PICTRA_WORDS_avx512 avx512)
+set(PICTRA_WORDS_neon neon)
 
 set(PICTRA_FEATURES_avx2 avx2 bmi2)
 set(PICTRA_FEATURES_avx512 ${PICTRA_FEATURES_avx2} avx512f avx512bw avx512dq avx512vl avx512vbmi avx512vnni)

@@ -73,11 +73,19 @@ static constexpr uint16_t raw_weight(Field f, uint8_t weight) { return uint16_t(
 
 // A repacking, word to word: which bits move by which distance, and which are set.
 struct Moves {
-    static constexpr int farthest = 31;
+    struct Move {
+        int distance;  // up; negative: down
+        uint32_t bits; // of the result
+    } move[32];
+    uint32_t count;
+    uint32_t set; // alpha that the source lacks
 
-    uint32_t left[farthest + 1];  // left[n]: bits of the result that come from n places below
-    uint32_t right[farthest + 1]; // right[n]: from n places above
-    uint32_t set;                 // alpha that the source lacks
+    constexpr void add(int distance, uint32_t bit) {
+        uint32_t i = 0;
+        while (i < count && move[i].distance != distance) i++;
+        if (i == count) move[count++] = {distance, 0};
+        move[i].bits |= bit;
+    }
 };
 
 // Channels widen by repeating their top bits and narrow by dropping low ones, so counted from the top, bit i of a
@@ -90,7 +98,7 @@ static constexpr Moves moves(Layout src, Layout dst) {
         if (!f.bits) m.set |= field_mask(t);
         for (int i = 0; f.bits && i < t.bits; i++) {
             const int source = f.shift + f.bits - 1 - i % f.bits, result = t.shift + t.bits - 1 - i;
-            (result >= source ? m.left[result - source] : m.right[source - result]) |= uint32_t{1} << result;
+            m.add(result - source, uint32_t{1} << result);
         }
     }
     return m;

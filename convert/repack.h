@@ -9,19 +9,24 @@
 namespace img::IMG_TARGET {
 namespace {
 
-// What arrives from n places away and farther.
-template <Layout S, Layout D, int n, typename Lane, typename Words> INLINE Words moved(Words words) {
-    constexpr Moves m = moves(S, D);
-    Words result{};
-    if constexpr (n < Moves::farthest) result = moved<S, D, n + 1, Lane>(words);
-    if constexpr (m.left[n] != 0) result |= words << Lane(n) & Lane(m.left[n]);
-    if constexpr (m.right[n] != 0) result |= words >> Lane(n) & Lane(m.right[n]);
-    return result;
+template <Layout S, Layout D> constexpr Moves moves_of = moves(S, D);
+
+// The first n moves.
+template <Layout S, Layout D, uint32_t n, typename Lane, typename Words> INLINE Words moved(Words words) {
+    if constexpr (n == 0) {
+        return Words{};
+    } else {
+        constexpr auto m = moves_of<S, D>.move[n - 1];
+        const Words others = moved<S, D, n - 1, Lane>(words);
+        if constexpr (m.distance >= 0)
+            return others | (words << Lane(m.distance) & Lane(m.bits));
+        else
+            return others | (words >> Lane(-m.distance) & Lane(m.bits));
+    }
 }
 
 template <Layout S, Layout D, typename Lane, typename Words> INLINE Words repack(Words words) {
-    constexpr Moves m = moves(S, D);
-    return moved<S, D, 0, Lane>(words) | Lane(m.set);
+    return moved<S, D, moves_of<S, D>.count, Lane>(words) | Lane(moves_of<S, D>.set);
 }
 
 } // namespace

@@ -39,7 +39,7 @@ template <uint32_t bits> INLINE Bytes load_indices(const uint8_t *src) {
         }();
         const auto bit = Bytes(Words64{} + 0x0102040810204080);
         const Bytes bytes = shuffle(Bytes(Words32{} + load<uint32_t>(src)), load(eight_times.at));
-        return Bytes((bytes & bit) == bit) & 1;
+        return equal(bytes & bit, bit) & 1;
     } else if constexpr (bits == 4) {
         const Words16 pairs = load_widened(src);
         return Bytes(pairs >> 4 | pairs << 8) & 0x0f;

@@ -133,6 +133,7 @@ template <size_t byte> INLINE Bytes pick_byte(const Bytes (&words)[4]) {
 // ---- Arithmetic --------------------------------------------------------------------------------------------------
 
 INLINE Bytes larger(Bytes a, Bytes b) { return Bytes(_mm256_max_epu8(__m256i(a), __m256i(b))); }
+INLINE Bytes equal(Bytes a, Bytes b) { return Bytes(_mm256_cmpeq_epi8(__m256i(a), __m256i(b))); }
 INLINE Bytes average_up(Bytes a, Bytes b) { return Bytes(_mm256_avg_epu8(__m256i(a), __m256i(b))); }
 
 // The upper halves of the products.
