@@ -1,6 +1,6 @@
-# The inner loops ("kernels") are compiled once per variant, that is, per instruction set: an object library each. base is
-# whatever the compiler targets by default. The features of the others give the compiler's flags and, through the generated
-# header core/variants.h, what core/cpu.cpp asks the CPU for. Listed from the least to the best.
+# The inner loops ("kernels") are compiled once per variant, that is, per instruction set: an object library each. base
+# is whatever the compiler targets by default. The features of the others give the compiler's flags and, through the
+# generated header core/variants.h, what core/cpu.cpp asks the CPU for. Listed from the least to the best.
 set(PICTRA_ALL_VARIANTS base)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
   list(APPEND PICTRA_ALL_VARIANTS avx2 avx512)
@@ -18,12 +18,11 @@ set(PICTRA_WORDS_neon neon)
 set(PICTRA_FEATURES_avx2 avx2 bmi2)
 set(PICTRA_FEATURES_avx512 ${PICTRA_FEATURES_avx2} avx512f avx512bw avx512dq avx512vl avx512vbmi avx512vnni)
 
-# Linked after pictra_flags, so that the later of two contrary options is the one here.
-# -O3 would unroll the plain loops of base to three times their length, for hardly any speed. Loops over registers are a few
-# instructions long, and up to half slower where they straddle a line of the instruction cache. Unwind tables would be a tenth
-# of these objects, and neither exceptions nor callouts pass through these loops. The alignment keeps a loop's speed from
-# changing, by up to a fifth, with the length of the functions before it. -fstack-protector-strong would check each loop
-# that takes the address of a pixel, 20 KB of it; the plain kind checks those with arrays.
+# -O3 would unroll the plain loops of base to three times their length, for hardly any speed. The alignments keep the
+# speed of short loops from changing, by up to half, with where they are put: those over registers are a few
+# instructions long. Unwind tables would be a tenth of these objects, and neither exceptions nor callouts pass through
+# these loops. -fstack-protector-strong would check each loop that takes the address of a pixel, 20 KB of it; the plain
+# kind checks those with arrays. These flags are linked after pictra_flags, so that they override them.
 set(PICTRA_FLAGS_base $<$<CONFIG:Release>:-O2>)
 set(PICTRA_FLAGS_avx2 $<$<CONFIG:Release>:-falign-loops=32>)
 set(PICTRA_FLAGS_avx512 $<$<CONFIG:Release>:-falign-loops=32>)

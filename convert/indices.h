@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Palette indices one by one: unpacked to bytes, and looked up. Part of kernels.cpp.
+// Palette indices unpacked to bytes, and looked up, one by one. Part of palette_kernels.cpp.
 //
-// Only entries up to the highest index of a run are read: a short palette may end where memory ends.
+// Only entries up to the highest index of a run are read, because a short palette may be all that there is.
 #pragma once
 
 #include <stddef.h>
@@ -12,7 +12,7 @@
 namespace img::IMG_TARGET {
 namespace {
 
-// Indices lie from the top bit of a byte down.
+// The first index of a byte is in its top bits.
 template <uint32_t bits> uint8_t index_at(const uint8_t *packed, size_t i) {
     constexpr size_t per_byte = 8 / bits;
     return uint8_t(packed[i / per_byte] >> (8 - bits - i % per_byte * bits)) & ((1 << bits) - 1);

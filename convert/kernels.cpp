@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The conversions between layouts. Compiled once per variant, with IMG_TARGET naming its namespace. All but the table has
-// internal linkage and only headers without linkage are included, so that nothing of one variant can be linked into
+// The conversions between layouts. Compiled once per variant, with IMG_TARGET naming its namespace. All but the table
+// has internal linkage and only headers without linkage are included, so that nothing of one variant can be linked into
 // another.
 #include "convert/kernels.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The inner loops of one variant, and the choice between the variants. Declarations only: this header is compiled for
-// several instruction sets.
+// The tables of conversion kernels, one for each variant. Declarations only: this header is compiled for several
+// instruction sets.
 #pragma once
 
 #include "core/cpu.h"
@@ -9,7 +9,7 @@
 
 namespace img {
 
-// Palette expansion: depth of the index (1, 4, 8) and of the pixel (8, 16, 24, 32 bits).
+// Expansions are indexed by the depth of the index (1, 4, 8 bits) and of the pixel (8, 16, 24, 32 bits).
 enum : uint32_t { index_depths = 3, pixel_depths = 4 };
 
 struct ConvertKernels {

@@ -8,14 +8,14 @@
 
 namespace img {
 
-// Where a channel lies in the word of a pixel; no bits if the layout lacks it.
+// Where a channel is in the word of a pixel. It has no bits if the layout has no such channel.
 struct Field {
     uint8_t shift, bits;
 };
 
 static constexpr uint32_t field_mask(Field f) { return ((uint32_t{1} << f.bits) - 1) << f.shift; }
 
-// A pixel is a word in host byte order, but for 24 bits, whose first byte in memory is always the lowest.
+// A pixel is a word in host byte order, except that the first byte of a 24-bit pixel in memory is always the lowest.
 struct Layout {
     uint8_t bytes; // of a pixel in memory, 1 to 4
     bool swapped;  // 16 bits: stored in the other byte order
@@ -56,7 +56,7 @@ inline constexpr Layout xbgr8888oe = without_alpha(abgr8888oe);
 
 } // namespace layout
 
-// What becomes of a pixel. Grey is the sum of the channels, each with its weight, in 256ths.
+// What a routine does with a pixel. Grey is the sum of the channels times their weights, which are in 256ths.
 enum class Rule : uint8_t { repack, luma, green_luma };
 
 struct Weights {
@@ -71,14 +71,14 @@ static constexpr Weights weights(Rule rule) {
 // The weight of a raw field: fields of 5 and 6 bits are not widened for grey, their weights are scaled instead.
 static constexpr uint16_t raw_weight(Field f, uint8_t weight) { return uint16_t(weight << (8 - f.bits)); }
 
-// A repacking, word to word: which bits move by which distance, and which are set.
+// How a word is repacked: which bits move by which distance, and which are set.
 struct Moves {
     struct Move {
         int distance;  // up; negative: down
         uint32_t bits; // of the result
     } move[32];
     uint32_t count;
-    uint32_t set; // alpha that the source lacks
+    uint32_t set; // alpha, if the source has none
 
     constexpr void add(int distance, uint32_t bit) {
         uint32_t i = 0;
@@ -88,7 +88,7 @@ struct Moves {
     }
 };
 
-// Channels widen by repeating their top bits and narrow by dropping low ones, so counted from the top, bit i of a
+// Channels are widened by repeating their top bits and narrowed by dropping low ones: counted from the top, bit i of a
 // channel of the result is bit i mod n of a channel of n bits.
 static constexpr Moves moves(Layout src, Layout dst) {
     Moves m{};

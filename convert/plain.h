@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// A block of pixels in plain C++, for every CPU: load words, apply the rule, store words. Part of kernels.cpp.
+// A block of pixels in plain C++, for every CPU: words are loaded, the rule is applied, words are stored. Part of
+// run.h.
 #pragma once
 
 #include "convert/indices.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Bits moved within words, alike for one word and for the lanes of a vector. Part of kernels.cpp.
+// Bits moved within words, in the same way for one word and for the lanes of a register. Part of plain.h and vector.h.
 #pragma once
 
 #include "convert/layout.h"
@@ -11,7 +11,7 @@ namespace {
 
 template <Layout S, Layout D> constexpr Moves moves_of = moves(S, D);
 
-// The first n moves.
+// Applies the first n moves.
 template <Layout S, Layout D, uint32_t n, typename Lane, typename Words> INLINE Words moved(Words words) {
     if constexpr (n == 0) {
         return Words{};

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// A run of pixels, cut into blocks, in place or between buffers. Part of kernels.cpp and palette_kernels.cpp, which supply
-// what happens within a block.
+// A run of pixels, cut into blocks, in place or between buffers. Part of kernels.cpp and palette_kernels.cpp, which
+// supply what happens within a block.
 #pragma once
 
 #if IMG_VECTORS
@@ -30,15 +30,15 @@ constexpr size_t index_chunk = looks_up_256 ? 4096 : 512;
 
 size_t index_bytes(size_t count, uint32_t bits) { return (count * bits + 7) >> 3; }
 
-// Passed by reference: a copy would wait for the stores that made the original. The uncommon paths are functions of
-// their own, which keeps the common one short.
+// Passed by reference: a copy would wait for the stores that made the original. Uncommon paths are functions of their
+// own, which keeps the common one short.
 struct Run {
     const uint8_t *src;
     uint8_t *dst;
     size_t count;
     const uint8_t *palette;
 
-    // Indices of less than a byte must begin one where the rest begins.
+    // After it, indices of less than a byte must continue at the start of a byte.
     void skip(size_t pixels, const Shape &shape) {
         src += index_bytes(pixels, shape.src_bits);
         dst += pixels * shape.dst_bytes;
@@ -94,7 +94,7 @@ template <size_t together> [[gnu::noinline]] void convert_streaming(const Shape 
     end_streaming();
 }
 
-// Converts a run that is worth more than going through its blocks.
+// Converts a run that is long enough to be aligned, or streamed.
 template <size_t together> [[gnu::noinline]] void convert_long(const Shape &shape, Run &run) {
     if (run.count * shape.dst_bytes >= worth_streaming)
         convert_streaming<together>(shape, run);

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// A block of pixels in registers of 32 bytes. Part of kernels.cpp and palette_kernels.cpp.
+// A block of pixels in registers of 32 bytes. Part of run.h.
 //
-// Two registers hold the block as 16-bit words; four hold it as 32-bit words, or as the bytes that will become such: eight
-// pixels to a register, four to each of its parts, because byte shuffles do not cross parts.
+// Two registers hold the block as 16-bit words; four hold it as 32-bit words, or as the bytes that will become such:
+// eight pixels to a register, four to each of its parts, because byte shuffles do not cross parts.
 #pragma once
 
 #include "convert/repack.h"
@@ -22,7 +22,7 @@ struct Pixels32 {
     Bytes v[4];
 };
 
-// The block, eight pixels to a register; pixel_place() says where in the parts they are.
+// Loads a block, eight pixels to a register; pixel_place() says where in the parts they are.
 template <uint32_t bytes> INLINE Pixels32 load_pixels(const uint8_t *src) {
     Pixels32 pixels;
     for (size_t k = 0; k < 4; k++) {
@@ -135,7 +135,8 @@ template <Layout S, Layout D> INLINE Pixels32 widen(const Pixels16 &pixels) {
 constexpr uint32_t narrow_weight(Field f) { return f.bits ? 1u << (f.shift + f.bits - 5) : 0; }
 constexpr uint32_t kept_bits(Field f) { return f.bits ? (0xff00u >> f.bits) & 0xff : 0; }
 
-// 32 bits to 16, from words of ARGB: sums of pairs of bytes, then of pairs of those, put the channels next to each other.
+// 32 bits to 16, from words of ARGB: sums of pairs of bytes, then of pairs of those, put the channels next to each
+// other.
 template <Layout S, Layout D> INLINE Pixels16 narrow_argb(const Pixels32 &argb) {
     constexpr bool alpha = S.a.bits && D.a.bits;
     constexpr uint32_t kept =

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Palette indices in registers: a shuffle looks up one byte of each pixel in a table of 16 entries, and where there is a
-// Table256, in one of 256. Part of palette_kernels.cpp.
+// Palette indices in registers: a shuffle looks up one byte of each pixel in a table of 16 entries, and where there is
+// a Table256, in one of 256. Part of palette_kernels.cpp.
 #pragma once
 
 #include "convert/indices.h"
@@ -10,7 +10,7 @@
 namespace img::IMG_TARGET {
 namespace {
 
-// Among whole bytes of indices. Of a byte of single bits, any that is set makes the highest index 1.
+// The highest of the indices in `bytes` whole bytes.
 template <uint32_t bits> uint32_t highest_index(const uint8_t *src, size_t bytes) {
     Bytes most{};
     size_t i = 0;
@@ -26,10 +26,10 @@ template <uint32_t bits> uint32_t highest_index(const uint8_t *src, size_t bytes
         see(bits == 4 ? src[i] & 0x0f : src[i]);
         if constexpr (bits == 4) see(src[i] >> 4);
     }
-    return bits == 1 ? highest != 0 : highest;
+    return bits == 1 ? highest != 0 : highest; // single bits were compared by the byte
 }
 
-// The indices of a block, a byte each.
+// Loads the indices of a block, as a byte each.
 template <uint32_t bits> INLINE Bytes load_indices(const uint8_t *src) {
     if constexpr (bits == 1) {
         static constexpr Pattern<> eight_times = [] {
@@ -87,7 +87,7 @@ template <uint32_t bytes, class V> INLINE void store_planes(uint8_t *dst, const 
     }
 }
 
-// The first, second, ... bytes of a block of entries.
+// Splits a block of entries into planes: their first bytes, their second bytes, and so on.
 template <uint32_t bytes> INLINE void split(const uint8_t *entries, Bytes *plane) {
     if constexpr (bytes == 1) {
         plane[0] = load(entries);
@@ -105,7 +105,7 @@ template <uint32_t bytes> INLINE void split(const uint8_t *entries, Bytes *plane
     }
 }
 
-// Part of a palette, byte by byte of its entries.
+// The planes of a palette, of which only the entries up to the highest index are read.
 template <uint32_t bytes, uint32_t entries> struct Planes {
     alignas(64) uint8_t at[bytes][entries];
 
@@ -150,8 +150,8 @@ size_t look_up_256_colours(const uint8_t *src, uint8_t *dst, size_t count, const
     return i;
 }
 
-// Without tables of 256, entries of 24 bits are made words: a pixel is one load and one store, whose fourth byte the next
-// pixel overwrites. Entries of other sizes are looked up singly.
+// Without tables of 256, entries of 24 bits are made words: a pixel is one load and one store, whose fourth byte the
+// next pixel overwrites. Entries of other sizes are looked up singly.
 template <uint32_t bytes>
 size_t expand_256_colours(const uint8_t *src, uint8_t *dst, size_t count, const uint8_t *palette, uint32_t highest) {
     if constexpr (looks_up_256) return look_up_256_colours<bytes, WideBytes>(src, dst, count, palette, highest);

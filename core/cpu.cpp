@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What the CPU can do, asked of itself. The compiler's own __builtin_cpu_supports is not used: its data is filled by a
+// Asks the CPU what it can do. The compiler's own __builtin_cpu_supports is not used: its data is filled by a
 // constructor, which would run when the library is loaded.
 #include "core/cpu.h"
 

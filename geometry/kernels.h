@@ -11,20 +11,20 @@
 
 namespace img {
 
-// Copies rows of so many pixels from right to left. A row does not overlap where it goes. Steps lead from one row to the
-// next, up or down.
+// Mirrors rows of `count` pixels. A row does not overlap its destination. A step is the number of bytes from one row to the next,
+// which is negative if rows are taken from the last to the first.
 using MirrorRows = void(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, size_t count,
                         uint32_t rows);
 
-// Copies rows to columns: pixel x of row y becomes pixel y of row x.
+// Transposes: pixel x of row y becomes pixel y of row x. src and dst do not overlap.
 using TransposeRows = void(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, uint32_t width,
                            uint32_t height);
 
-// Copies rows of so many bytes. None of them overlaps one of the other side.
+// Copies rows of `bytes` bytes. src and dst do not overlap.
 using CopyRows = void(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, size_t bytes,
                       uint32_t rows);
 
-// Two of them by the bytes of a pixel, less one.
+// mirror[] and transpose[] are indexed by bytes per pixel - 1.
 struct GeometryKernels {
     MirrorRows *mirror[4];
     TransposeRows *transpose[4];

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Pixels mirrored and transposed one by one, for every CPU and for what is too small for registers. Part of kernels.cpp.
+// Pixels mirrored and transposed one by one, for every CPU and for what is too small for registers. Part of
+// kernels.cpp.
 #pragma once
 
 #include <stddef.h>

@@ -48,7 +48,8 @@ template <size_t bytes> consteval Pattern<64> reversed_pixels() {
     return order;
 }
 
-// Where bytes go anywhere in a register. Upward in the destination, which the caches like better than upward in the source.
+// Where bytes go anywhere in a register. Upward in the destination, which the caches like better than upward in the
+// source.
 template <class V, size_t bytes> void mirror_permuted(const uint8_t *src, uint8_t *dst, size_t count) {
     static constexpr Pattern<64> pattern = reversed_pixels<bytes>();
     constexpr size_t size = sizeof(V), used = size / bytes * bytes;
@@ -117,16 +118,16 @@ template <size_t bytes>
 
 // ---- Transpose ---------------------------------------------------------------------------------------------------
 
-// A block has as many columns as pixels fit a part, and for each part of a register V as many rows. Pixels of three bytes
-// are handled as four.
+// A block has as many columns as pixels fit a part, and for each part of a register V as many rows. Pixels of three
+// bytes are handled as four.
 template <size_t bytes> constexpr size_t columns = bytes == 3 ? 4 : part_bytes / bytes;
 
 template <class V, size_t bytes> constexpr uint32_t block_rows = sizeof(V) / part_bytes *columns<bytes>;
 
 template <class V, size_t bytes> struct Block { V v[columns<bytes>]; };
 
-// One round of interleaving the first half of the registers with the second. After as many rounds as the number of columns
-// has bits, rows are columns.
+// One round of interleaving the first half of the registers with the second. After as many rounds as the number of
+// columns has bits, rows are columns.
 template <class V, size_t bytes> INLINE Block<V, bytes> interleaved(const Block<V, bytes> &b) {
     constexpr size_t n = columns<bytes> / 2, element = bytes == 3 ? 4 : bytes;
     Block<V, bytes> result;

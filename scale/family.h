@@ -13,9 +13,9 @@ struct Kind {
     bool swapped; // the words are averaged in the other byte order
 };
 
-// The mean of two words is taken on all channels at once, (a & b) + (((a ^ b) & mask) >> 1), where mask lacks the lowest
-// bit of each channel, so that no bit passes into the next one; it is rounded down. forced bits are set in every result:
-// the field that the format ignores. Both are repeated to fill 32 bits.
+// The mean of two words is taken on all channels at once and rounded down: (a & b) + (((a ^ b) & mask) >> 1). The mask
+// has all bits but the lowest of each channel, so that none is carried into the next one. The bits of `forced` are set
+// in every result: the field that the format ignores. Both are repeated to fill 32 bits.
 struct MeanRule {
     uint32_t mask, forced;
 };
@@ -38,7 +38,7 @@ inline constexpr Family x888he{words, {0xfefefefe, 0xff000000}};
 inline constexpr Family x888oe{words, {0xfefefefe, 0x000000ff}};
 inline constexpr Family rgb565he{halves, {twice(0xf7de), 0}};
 inline constexpr Family rgb565oe{halves_swapped, {twice(0xf7de), 0}};
-// The alpha bit is not in the mask: it stays where both pixels have it.
+// The alpha bit is not in the mask: it is set in the mean if it is set in both pixels.
 inline constexpr Family argb1555he{halves, {twice(0x7bde), 0}};
 inline constexpr Family argb1555oe{halves_swapped, {twice(0x7bde), 0}};
 inline constexpr Family xrgb1555he{halves, {twice(0x7bde), twice(0x8000)}};

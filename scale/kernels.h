@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The inner loops of scaling, per variant and family.
+// The tables of scaling kernels, one for each variant. Functions are indexed by FamilyIndex.
 #pragma once
 
 #include "core/cpu.h"

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// How a line is scaled: steps and counts that are computed once per resize. There is no filter. A reduction halves the line
-// while it is more than twice as long as it should become; a stepper in the manner of Bresenham then takes the nearest pixel
-// or, in the second half of each step, the average of it and its neighbour.
+// How a line is scaled: steps and counts that are computed once per resize. There is no filter. A reduction halves the
+// line while it is more than twice as long as it should become; a stepper in the manner of Bresenham then takes the
+// nearest pixel or, in the second half of each step, the average of it and its neighbour.
 #pragma once
 
 #include "scale/family.h"
@@ -11,12 +11,12 @@ namespace img {
 
 struct img_scl_parms;
 
-// Scales src, or its average with the line below if that is not null, to dst. Halved lines pass through scratch, which is
-// long enough for src. src, scratch and dst may be the same line if it is long enough for both widths.
+// Scales src, or its average with the line below if that is not null, to dst. Halved lines pass through scratch, which
+// is long enough for src. src, scratch and dst may be the same line if it is long enough for both widths.
 using img_scl_func = void (*)(const void *src, const void *below, void *scratch, void *dst, const img_scl_parms *parms);
 
-// Computes once what is the same for all lines that are scaled with these parameters, in plan_words() words of memory. False
-// if that would not help.
+// Computes once what is the same for all lines that are scaled with these parameters, in plan_words() words of memory.
+// False if that would not help.
 using img_scl_planner = bool (*)(const img_scl_parms &parms, uint32_t *memory);
 
 // Offsets and steps are in words of the format's family (scale/family.h).

@@ -50,8 +50,8 @@ template <Kind K> Pixel<K> mean(const Pixel<K> &a, const Pixel<K> &b, const Mean
     return result;
 }
 
-// Pixel i of the result is the mean of pixels 2 i and 2 i + 1, which are means of two lines if there is one below. dst may
-// equal src: a block is read before it is written.
+// Pixel i of the result is the mean of pixels 2 i and 2 i + 1, which are means of two lines if there is one below. dst
+// may equal src: a block is read before it is written.
 template <Kind K>
 [[gnu::noinline]] void halve_pixels(const uint8_t *src, const uint8_t *below, uint8_t *dst, size_t count,
                                     const MeanRule &rule) {
@@ -87,8 +87,8 @@ template <Kind K> [[gnu::noinline]] void step_pixels(const uint8_t *line, uint8_
     const ptrdiff_t dir = p.dir * ptrdiff_t{K.bytes}, step = p.int_step * ptrdiff_t{K.bytes};
     const uint8_t *at = line + p.src_start * size_t{K.bytes};
     uint8_t *out = dst + p.dst_start * size_t{K.bytes};
-    // Kept: the neighbour of a line that was halved to one pixel is the second pixel that the halving before left after it.
-    // A line that was one pixel to begin with has none.
+    // Kept: the neighbour of a line that was halved to one pixel is the second pixel that the halving before left after
+    // it. A line that was one pixel to begin with has none.
     const ptrdiff_t neighbour = p.src_width > 1 ? dir : 0;
     uint32_t fraction = 0;
     for (uint32_t i = 0; i < p.main_count; i++) {

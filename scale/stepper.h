@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
-// Lines stepped through in registers: a pixel to each 32-bit lane while pixels are picked and averaged. Which pixels these
-// are is the same in every line, so it is worked out once, as a plan. Part of kernels.cpp.
+// Lines stepped through in registers: a pixel to each 32-bit lane while pixels are picked and averaged. Which pixels
+// these are is the same in every line, so it is worked out once, as a plan. Part of kernels.cpp.
 //
-// A line may be scaled in place: the pixels of a register are read before it is written, and from where nothing has been
-// written yet, since reductions go forward and enlargements backward.
+// A line may be scaled in place: the pixels of a register are read before it is written, and from where nothing has
+// been written yet, since reductions go forward and enlargements backward.
 #pragma once
 
 #include "scale/vector.h"
@@ -14,9 +14,9 @@ namespace {
 
 constexpr uint32_t blended = 1u << 31;
 
-// Writes the plan: for each register, in the order in which they are made, where its window begins; then a word for each of
-// its lanes: the pixel's index in the window, and `blended` if it is averaged with its neighbour. Windows suit steps of less
-// than two pixels; in lines of a billion they could not be counted.
+// Writes the plan: for each register, in the order in which they are made, where its window begins; then a word for
+// each of its lanes: the pixel's index in the window, and `blended` if it is averaged with its neighbour. Windows suit
+// steps of less than two pixels; in lines of a billion they could not be counted.
 [[gnu::noinline]] bool plan_steps(const img_scl_parms &p, uint32_t *memory, uint32_t first, uint32_t unit) {
     const bool forward = p.dir > 0;
     const uint32_t length = p.src_width >> p.halvings;

@@ -58,7 +58,8 @@ template <Kind K>
     store(out + end, last);
 }
 
-// Makes pixels in blocks, of which the last may overlap the one before: it is made first when a line is scaled in place.
+// Makes pixels in blocks, of which the last may overlap the one before: it is made first when a line is scaled in
+// place.
 template <size_t block> INLINE void in_blocks(size_t count, bool in_place, auto make, auto put) {
     const size_t end = count - block;
     WideBytes last{};

@@ -25,8 +25,8 @@ INLINE __m256i words_before(size_t end, size_t i) {
                               _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
 }
 
-// Copies a run that is shorter than a block into a buffer, padded with zeros up to `size`, and out of one. Whole registers,
-// as the block is read: loads that span several smaller stores would wait for them to reach the cache.
+// Copies a run that is shorter than a block into a buffer, padded with zeros up to `size`, and out of one. Whole
+// registers, as the block is read: loads that span several smaller stores would wait for them to reach the cache.
 INLINE void read_padded(uint8_t *buffer, const uint8_t *src, size_t bytes, size_t size) {
     const size_t words = bytes / 4, rest = bytes % 4;
     int last = 0;
@@ -153,8 +153,8 @@ template <uint32_t pixel> INLINE void store_some_lanes(uint8_t *dst, Bytes v, ui
     memcpy(dst, pixels + first * pixel, count * pixel);
 }
 
-// Twice as many pixels as a result holds, to be parted into the first and the second ones of pairs. Pixels of three bytes
-// are in lanes.
+// Twice as many pixels as a result holds, to be parted into the first and the second ones of pairs. Pixels of three
+// bytes are in lanes.
 template <uint32_t pixel> struct Pairs {
     static constexpr size_t block = pixel == 3 ? lanes : vector_bytes / pixel; // pixels of a result
 

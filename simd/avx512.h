@@ -2,8 +2,8 @@
 //
 // AVX-512 with its byte permutes: registers of 64 bytes, whose bytes go anywhere, and masks for any part of one.
 //
-// g++ 12 takes the unused operand of some intrinsics for an uninitialised value: those are written with a mask of all lanes,
-// and parts of registers are taken by the compiler's own shuffles.
+// g++ 12 takes the unused operand of some intrinsics for an uninitialised value: those are written with a mask of all
+// lanes, and parts of registers are taken by the compiler's own shuffles.
 #pragma once
 
 #include "simd/x86.h"
@@ -34,8 +34,8 @@ template <class V> INLINE V load_first(const void *p, size_t bytes) {
 }
 INLINE void store_first(void *p, WideBytes v, size_t bytes) { _mm512_mask_storeu_epi8(p, first_64(bytes), __m512i(v)); }
 
-// Copies a run that is shorter than a block into a buffer, padded with zeros up to `size`, and out of one. Whole registers,
-// as the block is read: loads that span several smaller stores would wait for them to reach the cache.
+// Copies a run that is shorter than a block into a buffer, padded with zeros up to `size`, and out of one. Whole
+// registers, as the block is read: loads that span several smaller stores would wait for them to reach the cache.
 INLINE void read_padded(uint8_t *buffer, const uint8_t *src, size_t bytes, size_t size) {
     for (size_t i = 0; i < size; i += 32)
         store(buffer + i, _mm256_maskz_loadu_epi8(first_32(bytes > i ? bytes - i : 0), src + i));
@@ -186,7 +186,8 @@ struct Two {
 
 template <uint32_t pixel> class Window {
 public:
-    // An index is that of a pixel, or of each of the bytes that a smaller one brings into its lane. Higher bits do not count.
+    // An index is that of a pixel, or of each of the bytes that a smaller one brings into its lane. Higher bits do not
+    // count.
     static constexpr uint32_t first_index = pixel == 4 ? 0 : 0x03020100;
     static constexpr uint32_t index_unit = pixel == 4 ? 1 : pixel * 0x01010101;
 
@@ -260,8 +261,8 @@ template <uint32_t pixel> struct Pairs {
     }
     INLINE Parted<WideBytes> parted() const { return {every_other<0>(), every_other<1>()}; }
 
-    // Masks only for the last pixels: what a masked store wrote is slow to be read again. Elsewhere the byte after whole
-    // pixels, if there is one, is the next block's.
+    // Masks only for the last pixels: what a masked store wrote is slow to be read again. Elsewhere the byte after
+    // whole pixels, if there is one, is the next block's.
     INLINE static void store(uint8_t *dst, WideBytes v, bool last) {
         if (pixel == 3 && last)
             store_first(dst, v, block * pixel);

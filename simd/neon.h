@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// NEON of aarch64. A register of 32 bytes is two of the machine's, its parts. Short runs and streaming are as in plain.h:
-// there are no masks, and no stores past the caches.
+// NEON of aarch64. A register of 32 bytes is two of the machine's, its parts. Short runs and streaming are as in
+// plain.h: there are no masks, and no stores past the caches.
 #pragma once
 
 #include "simd/plain.h"
@@ -84,8 +84,8 @@ INLINE Words16 swap_bytes(Words16 v) {
 
 // ---- Elements moved between parts --------------------------------------------------------------------------------
 
-// Interleaves the elements of the parts, which mends the order that narrowing leaves: once by elements of 8 bytes, twice
-// by elements of 4.
+// Interleaves the elements of the parts, which mends the order that narrowing leaves: once by elements of 8 bytes,
+// twice by elements of 4.
 template <size_t element> INLINE Bytes interleave_parts(Bytes v) {
     if constexpr (element == 8) {
         const auto x = parts<Parts64>(v);
@@ -269,8 +269,8 @@ template <uint32_t pixel> INLINE void store_some_lanes(uint8_t *dst, Bytes v, ui
     memcpy(dst, pixels + first * pixel, count * pixel);
 }
 
-// Twice as many pixels as a result holds, to be parted into the first and the second ones of pairs. Pixels of three bytes
-// are in lanes.
+// Twice as many pixels as a result holds, to be parted into the first and the second ones of pairs. Pixels of three
+// bytes are in lanes.
 template <uint32_t pixel> struct Pairs {
     static constexpr size_t block = pixel == 3 ? lanes : vector_bytes / pixel; // pixels of a result
 

@@ -33,8 +33,8 @@ template <size_t size = vector_bytes> struct Pattern { alignas(size) uint8_t at[
 // Pixels parted into the first and the second ones of pairs.
 template <class V> struct Parted { V first, second; };
 
-// Defined where permutes_bytes says so: bytes move freely within a register and between two, and any part of one is loaded,
-// with zeros after it, and stored.
+// Defined where permutes_bytes says so: bytes move freely within a register and between two, and any part of one is
+// loaded, with zeros after it, and stored.
 template <class V> V permute(V v, V order);
 template <class V> V load_first(const void *p, size_t bytes);
 template <class V> void store_first(void *p, V v, size_t bytes);

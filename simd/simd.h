@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: MIT
 //
 // The vocabulary that kernels are written in. The build names the file that defines it for the variant being compiled
-// (cmake/variants.cmake): avx2.h, avx512.h or neon.h, or plain.h, which has no registers and leaves kernels to their plain
-// loops. Those files, and x86.h, which two of them share, are the only ones with intrinsics. Everything here has internal
-// linkage, so that nothing compiled for one instruction set can be linked into another.
+// (cmake/variants.cmake): avx2.h, avx512.h or neon.h, or plain.h, which has no registers and leaves kernels to their
+// plain loops. Those files, and x86.h, which two of them share, are the only ones with intrinsics. Everything here has
+// internal linkage, so that nothing compiled for one instruction set can be linked into another.
 //
-// Bytes, Words16, Words32 and Words64 are registers of 32 bytes; WideBytes, WideWords16 and WideWords32 are as wide as the
-// variant has them. A register consists of parts of 16 bytes: shuffling, unpacking and narrowing work within each part,
-// because the instructions of x86 do. Arithmetic and shifts of lanes are the compiler's own operators.
+// Bytes, Words16, Words32 and Words64 are registers of 32 bytes; WideBytes, WideWords16 and WideWords32 are as wide as
+// the variant has them. A register consists of parts of 16 bytes: shuffling, unpacking and narrowing work within each
+// part, because the instructions of x86 do. Arithmetic and shifts of lanes are the compiler's own operators.
 //
 //     load, store, stream                anywhere; past the caches, to aligned addresses
-//     load_halves, load_parts            16 bytes from each of two addresses, or of as many rows as a register has parts
+//     load_halves, load_parts            16 bytes from each of two addresses, or of as many rows as there are parts
 //     repeat_half, repeat_part           16 bytes of memory in every part
 //     load_widened                       16 bytes of memory as 16-bit words
 //     shuffle                            each byte from any place in its part, or zero where the order says 0x80
@@ -31,9 +31,10 @@
 //     Table256                           where looks_up_256: one byte of each of 256 entries
 //     read_padded, write_part            a run shorter than a block into a buffer, padded, and out of it
 //
-// Ends of runs: the last block of a run overlaps the one before, which costs nothing between buffers, and in place little:
-// it is computed first. A run shorter than a block goes through a padded buffer. Two exceptions are faster where they are:
-// masks, where there are any (permutes_bytes), and a loop over pixels where a block of pixels is not a block of bytes.
+// Ends of runs: the last block of a run overlaps the one before, which costs nothing between buffers, and in place
+// little: it is computed first. A run shorter than a block goes through a padded buffer. Two exceptions are faster
+// where they are: masks, where there are any (permutes_bytes), and a loop over pixels where a block of pixels is not a
+// block of bytes.
 #pragma once
 
 #include IMG_SIMD

@@ -74,8 +74,8 @@ INLINE Words16 swap_bytes(Words16 v) {
 
 // ---- Elements moved between parts --------------------------------------------------------------------------------
 
-// Interleaves the elements of the parts, which mends the order that narrowing leaves: once by elements of 8 bytes, twice
-// by elements of 4.
+// Interleaves the elements of the parts, which mends the order that narrowing leaves: once by elements of 8 bytes,
+// twice by elements of 4.
 template <size_t element> INLINE Bytes interleave_parts(Bytes v) {
     if constexpr (element == 8) return Bytes(_mm256_permute4x64_epi64(__m256i(v), 0b11'01'10'00));
     return Bytes(_mm256_permutevar8x32_epi32(__m256i(v), _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7)));
@@ -116,8 +116,8 @@ INLINE void store_low12(uint8_t *p, const Bytes (&v)[4]) {
     store(p + 64, _mm256_blend_epi32(w[2], w[3], 0b11111100));
 }
 
-// One byte of each 32-bit word of four registers, in order. One instruction crosses the parts; narrowing twice would need
-// shifts and masks before.
+// One byte of each 32-bit word of four registers, in order. One instruction crosses the parts; narrowing twice would
+// need shifts and masks before.
 template <size_t byte> INLINE Bytes pick_byte(const Bytes (&words)[4]) {
     static constexpr Pattern<> order = [] {
         Pattern<> result{};
