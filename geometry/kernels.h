@@ -11,8 +11,8 @@
 
 namespace img {
 
-// Mirrors rows of `count` pixels. A row does not overlap its destination. A step is the number of bytes from one row to the next,
-// which is negative if rows are taken from the last to the first.
+// Mirrors rows of `count` pixels. A row does not overlap its destination. A step is the number of bytes from one row to
+// the next, which is negative if rows are taken from the last to the first.
 using MirrorRows = void(const uint8_t *src, ptrdiff_t src_step, uint8_t *dst, ptrdiff_t dst_step, size_t count,
                         uint32_t rows);
 
