@@ -23,6 +23,21 @@ expect 4 'crashed (signal 11)' "$pictra" info --sandbox on c.x
 expect 1 'crashed' "$pictra" info c.x e.x
 expect 1 'status 256' "$pictra" info z.x
 
+# ---- nor does what takes over a codec that writes; the target stays as it was
+printf '[%s/lib/pictra/pnm.so]\next = pgm\n[%s/tests/hostile_module.so]\next = x\n' "$build" "$build" >writing.conf
+PICTRA_CFGFILE=$PWD/writing.conf
+echo precious >kept.x
+for letter in c d e h z; do printf "P5 1 1 255\n$letter" >$letter.pgm; done
+rm -f escaped
+expect 5 'kept.x' "$pictra" convert --sandbox on e.pgm kept.x
+[ -e precious ] && [ ! -e escaped ] || fail 'a confined codec that writes reached the file system'
+expect 5 'kept.x' "$pictra" convert --sandbox on d.pgm kept.x
+expect 4 'crashed (signal 11) while it was written' "$pictra" convert --sandbox on c.pgm kept.x
+expect 10 'than --timeout 1 ' timeout 20 "$pictra" convert --sandbox on --timeout 1 h.pgm kept.x
+expect 1 'status 256' "$pictra" convert z.pgm kept.x
+[ "$(cat kept.x)" = precious ] || fail 'a codec that was taken over cost the target'
+PICTRA_CFGFILE=$PWD/hostile.conf
+
 # ---- limits: of each picture, with a cage and without
 expect 10 'than --timeout 1 ' timeout 20 "$pictra" info --sandbox on --timeout 1 h.x
 expect 10 'than --timeout 1 ' timeout 20 "$pictra" info --sandbox off --timeout 1 p.x
@@ -44,6 +59,7 @@ for call in close_range prctl seccomp memfd_create socketpair prlimit64:setrlimi
     expect 0 'without full confinement' "${refuse[@]}" "$pictra" info "$pictures/dot.png" "$pictures/grey.png"
     [ "$("${refuse[@]}" "$pictra" info "$pictures/dot.png" "$pictures/grey.png" 2>&1 | grep -c confinement)" = 1 ] ||
         fail "$call: not said once"
+    expect 0 'without full confinement' "${refuse[@]}" "$pictra" convert "$pictures/dot.png" dot.ppm
     expect 0 '1 x 1' "${refuse[@]}" "$pictra" info --sandbox off "$pictures/dot.png"
 done
 expect 0 '1 x 1' "$pictra" info --sandbox on "$pictures/dot.png"

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * A codec module that a file has taken over: what it tries is the file's first letter, with what follows. It ends with 42
- * if it gets anywhere.
+ * A codec module that a file has taken over: what it tries is the file's first letter, with what follows, or the first pixel
+ * of the picture that it writes. It ends with 42 if it gets anywhere.
  */
 #define _GNU_SOURCE
 #include "pictra/pictra.h"
@@ -107,27 +107,21 @@ static img_status go_on(const img_decode_callouts *callouts, img_record *record,
     return callouts->setup(callouts->data, record, IMG_SETUP_TOPDOWN);
 }
 
-/* Works for ever, but tells how it gets on, if asked to. */
-static img_status work(const img_decode_callouts *callouts, img_record *record, int tells) {
-    for (volatile int forever = 1; forever;) {
-        const img_status status = tells ? callouts->scanline(callouts->data, record, 0, 1, 0, 0) : IMG_ST_OK;
-        if (status) return status;
-    }
-    return got_through;
+/* Works for ever, but tells how it gets on. */
+static img_status work(const img_decode_callouts *callouts, img_record *record) {
+    img_status status = IMG_ST_OK;
+    while (!status) status = callouts->scanline(callouts->data, record, 0, 1, 0, 0);
+    return status;
 }
 
-static img_status decode(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **state) {
-    static char letter;
+/* What both directions try. */
+static img_status attempt(char letter) {
     volatile char *nowhere = NULL;
-    (void)state;
-    if (!letter) stream->read(stream->self, &letter, 1);
     switch (letter) {
     case 'e':
         return escapes() ? got_through : IMG_ST_BADFMT;
     case 'd':
         return sees_more() ? got_through : IMG_ST_BADFMT;
-    case 'w':
-        return writes_to_its_file() ? got_through : IMG_ST_BADFMT;
     case 'm':
         return take_memory();
     case 'c':
@@ -135,22 +129,55 @@ static img_status decode(io_handle *stream, const img_decode_callouts *callouts,
         return got_through;
     case 'z':
         return 256; /* which the system would cut to 0, success */
+    default:
+        for (volatile int forever = 1; forever;) {
+        }
+        return got_through;
+    }
+}
+
+static img_status decode(io_handle *stream, const img_decode_callouts *callouts, img_record *record, void **state) {
+    static char letter;
+    (void)state;
+    if (!letter) stream->read(stream->self, &letter, 1);
+    switch (letter) {
+    case 'w':
+        return writes_to_its_file() ? got_through : IMG_ST_BADFMT;
     case 'f':
         forge(stream, 0);
         return got_through;
     case 'q':
         forge(stream, 1);
         return got_through;
+    case 'p':
+        return work(callouts, record);
     case 'a':
     case 'l':
         return go_on(callouts, record, letter == 'l');
     default:
-        return work(callouts, record, letter == 'p');
+        return attempt(letter);
     }
 }
 
+/* Here the letter is the first pixel. */
+static img_status encode(io_handle *stream, const img_encode_callouts *callouts, img_record *image, void **state) {
+    static const img_format grey = FMT_G8;
+    char letter = 0;
+    (void)state;
+    if (callouts->choose_format(callouts->data, image, &grey, 1) != 0) return IMG_ST_NOCONV;
+    image->format = grey;
+    const img_status status = callouts->setup(callouts->data, image, IMG_SETUP_TOPDOWN);
+    if (status) return status;
+    if (image->flags & IMG_F_DIRECT)
+        letter = *(const char *)image->data;
+    else
+        image->access(image->access_arg, 0, 0, 1, &letter);
+    stream->write(stream->self, "half a picture", 14);
+    return attempt(letter);
+}
+
 __attribute__((visibility("default"))) img_status img_codec_getfuncs(img_codec_funcs *table, size_t size) {
-    const img_codec_funcs functions = {.decode_validate = validate, .decode_frame = decode};
+    const img_codec_funcs functions = {.decode_validate = validate, .decode_frame = decode, .encode_frame = encode};
     if (size < sizeof functions) return IMG_ST_BADFMT;
     *table = functions;
     return IMG_ST_OK;

@@ -6,6 +6,7 @@
 #include "tools/config.h"
 #include "tools/confine/pictures.h"
 #include "tools/confine/worker.h"
+#include "tools/confinement.h"
 #include "tools/exchange.h"
 #include "tools/files/source.h"
 #include "tools/picture.h"
@@ -16,13 +17,6 @@
 #include <vector>
 
 namespace tool {
-
-enum class Confinement {
-    off,
-    automatic, // where the system allows it
-    required
-};
-Confinement parse_confinement(const std::string &text); // off, auto, on
 
 // How the user wants files to be read; the same for all.
 struct Reading {
@@ -62,13 +56,10 @@ private:
         std::unique_ptr<Picture> picture;
     };
     void start(const std::vector<img_codec *> &candidates);
-    void note_trouble(const confine::Trouble &trouble);
     Found find();
     Found ask();
     Found decode_here();
-    [[noreturn]] void fail(confine::Worker::End end);
-    [[noreturn]] void fail(const confine::Report &report);
-    std::string late() const;
+    void note_trouble(const confine::Trouble &trouble);
 
     const Library &library_;
     const Reading &reading_;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <string.h>
+#include <utility>
 
 namespace tool {
 
@@ -98,39 +99,20 @@ void Metadata::hear(uint32_t key, const void *value, size_t size) {
     }
 }
 
-void Metadata::answer(uint32_t key, void *value) const {
-    const auto bytes = [&](const std::string &from) {
-        const img_bytes answer{from.data(), from.size()};
-        memcpy(value, &answer, sizeof answer);
+std::vector<confine::Value> Metadata::values() const {
+    const auto bytes = [](const auto &value) {
+        return std::string(reinterpret_cast<const char *>(&value), sizeof value);
     };
-    switch (key) {
-    case IMG_VALUE_ORIENTATION:
-        memcpy(value, &orientation, sizeof orientation);
-        break;
-    case IMG_VALUE_RESOLUTION:
-        memcpy(value, &resolution, sizeof resolution);
-        break;
-    case IMG_VALUE_ICC:
-        bytes(icc);
-        break;
-    case IMG_VALUE_EXIF:
-        bytes(exif);
-        break;
-    case IMG_VALUE_XMP:
-        bytes(xmp);
-        break;
-    case IMG_VALUE_TEXT:
-        bytes(texts);
-        break;
-    case IMG_VALUE_DELAY:
-        memcpy(value, &delay, sizeof delay);
-        break;
-    case IMG_VALUE_LOOPS:
-        memcpy(value, &loops, sizeof loops);
-        break;
-    default:
-        break;
-    }
+    std::vector<confine::Value> values{{IMG_VALUE_ORIENTATION, bytes(orientation)},
+                                       {IMG_VALUE_RESOLUTION, bytes(resolution)},
+                                       {IMG_VALUE_DELAY, bytes(delay)},
+                                       {IMG_VALUE_LOOPS, bytes(loops)}};
+    for (const auto &[key, block] : {std::pair<uint32_t, const std::string &>(IMG_VALUE_ICC, icc),
+                                     {IMG_VALUE_EXIF, exif},
+                                     {IMG_VALUE_XMP, xmp},
+                                     {IMG_VALUE_TEXT, texts}})
+        if (!block.empty()) values.push_back({key, block});
+    return values;
 }
 
 void Metadata::set_upright() {

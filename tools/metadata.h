@@ -3,7 +3,7 @@
 // What a file tells of a picture beside its pixels, and which of it is kept when the picture is written again.
 #pragma once
 
-#include "pictra/values.h"
+#include "tools/confine/shape.h"
 
 #include <stdint.h>
 #include <string>
@@ -22,7 +22,7 @@ struct Metadata {
     void add_text(const std::string &keyword, const std::string &text);
     bool has_text(const std::string &keyword, const std::string &text) const;
     void hear(uint32_t key, const void *value, size_t size);
-    void answer(uint32_t key, void *value) const;
+    std::vector<confine::Value> values() const; // for who writes the picture
 
     // After the picture was turned upright, or by a quarter turn.
     void set_upright();

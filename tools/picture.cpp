@@ -90,8 +90,8 @@ void Picture::pack(img_format format) {
 
 // The library makes pixels and palette in one block.
 void Picture::release() {
-    if ((record_.flags & IMG_F_DIRECT) && !keeper_) free(record_.data);
-    keeper_ = nullptr;
+    if ((record_.flags & IMG_F_DIRECT) && !shared_) free(record_.data);
+    shared_ = nullptr;
 }
 
 } // namespace tool

@@ -3,7 +3,7 @@
 // A picture in memory.
 #pragma once
 
-#include "pictra/pictra.h"
+#include "tools/confine/memory.h"
 
 #include <array>
 #include <memory>
@@ -13,10 +13,9 @@ namespace tool {
 
 class Picture {
 public:
-    // Takes over a record with its pixels: the library's, or another's that lives as long as its keeper. The palette is
-    // copied.
-    explicit Picture(const img_record &given, std::shared_ptr<const void> keeper = nullptr)
-        : keeper_(std::move(keeper)) {
+    // Takes over a record with its pixels: the library's, or those that a worker shares. The palette is copied.
+    explicit Picture(const img_record &given, std::shared_ptr<confine::Mapping> shared = nullptr)
+        : shared_(std::move(shared)) {
         adopt(given);
     }
     Picture(const Picture &) = delete;
@@ -24,6 +23,9 @@ public:
     ~Picture() { release(); }
 
     img_record &record() { return record_; }
+    const img_record &record() const { return record_; }
+    // Where the pixels are, if a worker can see them there.
+    const std::shared_ptr<confine::Mapping> &shared() const { return shared_; }
     bool has(img_flags flags) const { return record_.flags & flags; }
     bool has_transparency() const { return has(IMG_F_TRANSP | IMG_F_PAL_ALPHA) || (record_.format & IMG_FMT_ALPHA); }
     void drop_key() { record_.flags &= ~img_flags{IMG_F_TRANSP}; }
@@ -55,7 +57,7 @@ private:
     img_record record_{};
     // An entry for every index that there can be, whatever the pixels say: those from ncolors on are transparent black.
     std::array<uint32_t, 256> palette_{};
-    std::shared_ptr<const void> keeper_;
+    std::shared_ptr<confine::Mapping> shared_; // null: the pixels are the library's
 };
 
 } // namespace tool

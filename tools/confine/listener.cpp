@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "tools/confine/listener.h"
 
+#include <algorithm>
+#include <new>
 #include <string.h>
 #include <utility>
 
@@ -12,35 +14,22 @@ constexpr img_status header_told = 0x100; // stops a codec that has told all tha
 
 int drop_row(void *, uint32_t, uint32_t, uint32_t, void *) { return 0; }
 
-uint32_t key_of(const img_record &record) {
-    const uint32_t depth = record.format & IMG_FMT_BPP_MASK;
-    return depth > 16 ? record.transparency : depth == 16 ? record.transparency16 : record.transparency8;
-}
-
-Shape shape_of(const img_record &record) {
-    Shape shape{.format = record.format, .width = record.width, .height = record.height};
-    shape.flags = record.flags & IMG_F_TRANSP;
-    shape.transparency = shape.flags ? key_of(record) : 0;
-    if (!(record.format & IMG_FMT_PAL)) return shape;
-    shape.flags |= record.flags & IMG_F_PAL_ALPHA;
-    shape.ncolors = std::min(record.ncolors, 1u << (record.format & IMG_FMT_BPP_MASK));
-    if (record.flags & IMG_F_PALETTE) std::copy_n(record.palette, shape.ncolors, shape.palette.begin());
-    if (shape.transparency >> (record.format & IMG_FMT_BPP_MASK)) shape.flags &= ~img_flags{IMG_F_TRANSP};
-    return shape;
-}
-
 } // namespace
 
 Listener::Listener(const Task &task, Storage storage, bool (*stopped)())
     : task_(task), storage_(std::move(storage)), stopped_(stopped), options_(task.options) {}
 
-img_decode_callouts Listener::begin() {
+void Listener::begin_report() {
     report_ = {};
+    began_ = std::chrono::steady_clock::now();
+}
+
+img_decode_callouts Listener::begin() {
+    begin_report();
     bytes_noted_ = warnings_ = 0;
     picture_bytes_ = 0;
     header_done_ = left_out_ = false;
     palette_ = {};
-    began_ = std::chrono::steady_clock::now();
     img_decode_callouts callouts{};
     callouts.setup = set_up;
     callouts.scanline = progress;
@@ -54,6 +43,10 @@ Report Listener::finish(img_status status, const img_record &record) {
     constexpr img_flags shaped = IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT;
     const bool seen = (record.flags & shaped) == shaped && (record.flags & (IMG_F_DIRECT | IMG_F_ACCESS));
     if (seen && !header_done_) report_.picture = shape_of(record);
+    return finish(status);
+}
+
+Report Listener::finish(img_status status) {
     report_.status = status;
     report_.options = options_.known();
     return std::move(report_);
@@ -117,27 +110,33 @@ img_status Listener::note(Value value) {
     return IMG_ST_OK;
 }
 
+void Listener::note_limit(const img_limit &met) {
+    report_.limit = {std::string(met.name, strnlen(met.name, most_name)), met.needed, met.allowed};
+}
+
+img_status Listener::refuse(Refusal refusal, size_t given) {
+    report_.refusal = refusal;
+    report_.wrong_option = static_cast<uint32_t>(given);
+    return IMG_ST_BADARG;
+}
+
+img_status Listener::answer(img_option &option) {
+    return options_.answer(option) == IMG_ST_OK ? img_status{IMG_ST_OK} : refuse(Refusal::option, options_.wrong());
+}
+
 img_status Listener::answer(uintptr_t key, uintptr_t size, uintptr_t value) {
     const auto *bytes = reinterpret_cast<const char *>(value);
     switch (key) {
-    case IMG_VALUE_OPTION: {
-        const img_status status = options_.answer(*reinterpret_cast<img_option *>(value));
-        if (status) {
-            report_.wrong_option = options_.wrong();
-            report_.refusal = Refusal::option;
-        }
-        return status;
-    }
+    case IMG_VALUE_OPTION:
+        return answer(*reinterpret_cast<img_option *>(value));
     case IMG_VALUE_MAX_MEMORY:
         // 0 would be no limit.
         if (const uint64_t all = task_.limits.memory)
             *reinterpret_cast<uint64_t *>(value) = all > picture_bytes_ ? all - picture_bytes_ : 1;
         return IMG_ST_OK;
-    case IMG_VALUE_LIMIT: {
-        const auto &met = *reinterpret_cast<const img_limit *>(bytes);
-        report_.limit = {std::string(met.name, strnlen(met.name, most_name)), met.needed, met.allowed};
+    case IMG_VALUE_LIMIT:
+        note_limit(*reinterpret_cast<const img_limit *>(value));
         return IMG_ST_OK;
-    }
     default:
         if (!is_known_value(static_cast<uint32_t>(key))) return IMG_ST_OK;
         return note({static_cast<uint32_t>(key), std::string(bytes, size)});
@@ -172,6 +171,69 @@ img_status Listener::check_time() {
     else if (stopped_ && stopped_())
         report_.refusal = Refusal::stopped;
     return report_.refusal == Refusal::none ? IMG_ST_OK : IMG_ST_LIMIT;
+}
+
+// ---- Writing ---------------------------------------------------------------------------------------------------------
+
+img_encode_callouts Listener::begin_writing() {
+    begin_report();
+    img_encode_callouts callouts{};
+    callouts.choose_format = note_formats;
+    callouts.setup = check_asked;
+    callouts.scanline = answer_writer;
+    callouts.data = this;
+    return callouts;
+}
+
+// Lets the library choose.
+uint32_t Listener::note_formats(void *data, img_record *, const img_format *formats, uint32_t count) {
+    auto &offered = static_cast<Listener *>(data)->report_.offered;
+    try {
+        offered.assign(formats, formats + std::min<size_t>(count, most_formats));
+    } catch (const std::bad_alloc &) { // what is offered is for a message only
+    }
+    return count;
+}
+
+// Both codecs have asked by now, and nothing is written yet.
+img_status Listener::check_asked(void *data, img_record *, uint32_t) {
+    auto &self = *static_cast<Listener *>(data);
+    const std::vector<KnownOption> &known = self.options_.known();
+    const std::vector<std::string> &asked = self.task_.writing->asked;
+    for (size_t i = 0; i < self.task_.options.size(); i++) {
+        const std::string &name = self.task_.options[i].name;
+        if (std::none_of(known.begin(), known.end(), [&](const KnownOption &option) { return option.name == name; }) &&
+            std::find(asked.begin(), asked.end(), name) == asked.end())
+            return self.refuse(Refusal::unknown_option, i);
+    }
+    return IMG_ST_OK;
+}
+
+// What the writing has no value of stays at the codec's default.
+void Listener::tell(uint32_t key, void *value) const {
+    for (const auto &[known, bytes] : task_.writing->values) {
+        if (known != key) continue;
+        const img_bytes block{bytes.data(), bytes.size()};
+        if (is_block(key))
+            memcpy(value, &block, sizeof block);
+        else
+            memcpy(value, bytes.data(), bytes.size());
+    }
+}
+
+img_status Listener::answer_writer(void *data, img_record *, uintptr_t, uintptr_t, uintptr_t key, uintptr_t value) {
+    auto &self = *static_cast<Listener *>(data);
+    auto *pointer = reinterpret_cast<void *>(value);
+    try {
+        if (key == IMG_VALUE_OPTION) return self.answer(*static_cast<img_option *>(pointer));
+        if (key == IMG_VALUE_LIMIT)
+            self.note_limit(*static_cast<const img_limit *>(pointer));
+        else if (key)
+            self.tell(static_cast<uint32_t>(key), pointer);
+    } catch (const std::bad_alloc &) { // codecs are C
+        return IMG_ST_NOMEM;
+    }
+    return self.check_time();
 }
 
 } // namespace confine

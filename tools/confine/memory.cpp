@@ -10,15 +10,6 @@
 
 namespace confine {
 
-Descriptor::~Descriptor() {
-    if (number_ >= 0) close(number_);
-}
-
-Descriptor &Descriptor::operator=(Descriptor &&other) noexcept {
-    std::swap(number_, other.number_);
-    return *this;
-}
-
 namespace {
 
 // Asked first, because a signal would say it.
@@ -29,23 +20,30 @@ bool exceeds_file_size(uint64_t size) {
 
 } // namespace
 
-Descriptor make_memory(uint64_t size, Trouble &trouble) {
-    Descriptor memory(memfd_create("pictra-pixels", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+Descriptor raised(Descriptor given) {
+    if (given.number() < 0 || given.number() > STDERR_FILENO) return given;
+    return Descriptor(fcntl(given.number(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
+
+std::shared_ptr<const Descriptor> make_memory(uint64_t size, Trouble &trouble) {
+    Descriptor memory = raised(Descriptor(memfd_create("pictra-pixels", MFD_CLOEXEC | MFD_ALLOW_SEALING)));
     if (!memory)
         trouble = {"memfd_create", errno};
     else if (exceeds_file_size(size))
         trouble = {"ftruncate", EFBIG};
-    else if (ftruncate(memory.get(), static_cast<off_t>(size)) != 0)
+    else if (ftruncate(memory.number(), static_cast<off_t>(size)) != 0)
         trouble = {"ftruncate", errno};
-    else if (fcntl(memory.get(), F_ADD_SEALS, F_SEAL_GROW | F_SEAL_SHRINK | F_SEAL_SEAL) != 0)
+    else if (fcntl(memory.number(), F_ADD_SEALS, F_SEAL_GROW | F_SEAL_SHRINK | F_SEAL_SEAL) != 0)
         trouble = {"fcntl", errno};
-    return trouble ? Descriptor() : std::move(memory);
+    return trouble ? nullptr : std::make_shared<const Descriptor>(std::move(memory));
 }
 
-std::shared_ptr<uint8_t> mapped(int memory, uint64_t size) {
-    void *begin = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_NORESERVE, memory, 0);
+std::shared_ptr<Mapping> Mapping::make(std::shared_ptr<const Descriptor> memory, uint64_t size) {
+    void *begin = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_NORESERVE, memory->number(), 0);
     if (begin == MAP_FAILED) return nullptr;
-    return {static_cast<uint8_t *>(begin), [size](uint8_t *at) { munmap(at, size); }};
+    return std::shared_ptr<Mapping>(new Mapping(std::move(memory), static_cast<uint8_t *>(begin), size));
 }
+
+Mapping::~Mapping() { munmap(begin_, size_); }
 
 } // namespace confine

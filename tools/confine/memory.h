@@ -1,37 +1,43 @@
 // SPDX-License-Identifier: MIT
 //
 // Memory that one worker shares with the program: the pixels of its own picture. Its size is fixed for both sides, so that
-// neither can take it from under the other.
+// neither can take it away from the other.
 #pragma once
 
+#include "tools/confine/descriptor.h"
 #include "tools/confine/report.h"
 
 #include <memory>
 #include <stddef.h>
 #include <stdint.h>
+#include <utility>
 
 namespace confine {
 
-// An open file, closed when it goes.
-class Descriptor {
-public:
-    explicit Descriptor(int number = -1) : number_(number) {}
-    ~Descriptor();
-    Descriptor(Descriptor &&other) noexcept : number_(other.number_) { other.number_ = -1; }
-    Descriptor &operator=(Descriptor &&other) noexcept;
+// The same open file with a number above those of the standard streams, which libraries write to.
+Descriptor raised(Descriptor given);
 
-    int get() const { return number_; }
-    explicit operator bool() const { return number_ >= 0; }
+// Makes memory of so many bytes, zero; pages are used when they are written. Null, with the trouble, if the system refuses.
+std::shared_ptr<const Descriptor> make_memory(uint64_t size, Trouble &trouble);
+
+// The first bytes of such memory, for both to see as long as it lives.
+class Mapping {
+public:
+    // Null if the system refuses.
+    static std::shared_ptr<Mapping> make(std::shared_ptr<const Descriptor> memory, uint64_t size);
+    ~Mapping();
+    Mapping(const Mapping &) = delete;
+    Mapping &operator=(const Mapping &) = delete;
+
+    uint8_t *begin() const { return begin_; }
+    const std::shared_ptr<const Descriptor> &memory() const { return memory_; }
 
 private:
-    int number_;
+    Mapping(std::shared_ptr<const Descriptor> memory, uint8_t *begin, uint64_t size)
+        : memory_(std::move(memory)), begin_(begin), size_(size) {}
+    std::shared_ptr<const Descriptor> memory_;
+    uint8_t *begin_;
+    uint64_t size_;
 };
-
-// Makes memory of so many bytes, zero; pages are used when they are written. Nothing, with the trouble, if the system
-// refuses.
-Descriptor make_memory(uint64_t size, Trouble &trouble);
-
-// The first so many bytes of it, as long as the result lives. Null if the system refuses.
-std::shared_ptr<uint8_t> mapped(int memory, uint64_t size);
 
 } // namespace confine

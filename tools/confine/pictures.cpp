@@ -25,4 +25,16 @@ img_status Pictures::decode(const std::vector<img_codec *> &candidates, const im
     return source_.next(callouts, record);
 }
 
+Report write_picture(img_lib_handle &library, img_codec *codec, int file, const Task &task, img_record picture,
+                     bool (*stopped)()) {
+    Listener listener(task, nullptr, stopped);
+    const Stream stream(io_open(IO_FD, IO_WRITE, file));
+    if (!stream) return listener.finish(IMG_ST_NOMEM);
+    const img_encode_callouts callouts = listener.begin_writing();
+    picture.flags |= IMG_F_ANSWERS;
+    img_status status = img_write(&library, stream.get(), &callouts, &picture, &codec);
+    if (status == IMG_ST_OK && io_ostream_flush(stream->self) != 0) status = IMG_ST_FILE;
+    return listener.finish(status);
+}
+
 } // namespace confine

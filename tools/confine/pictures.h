@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The pictures of a file, decoded in this process: a worker's, or one that nothing confines.
+// The pictures of a file, read or written in this process: a worker's, or one that nothing confines.
 #pragma once
 
 #include "tools/confine/listener.h"
@@ -32,5 +32,9 @@ private:
     Listener listener_;
     Source source_;
 };
+
+// Writes a picture to an open file as the task's writing says.
+Report write_picture(img_lib_handle &library, img_codec *codec, int file, const Task &task, img_record picture,
+                     bool (*stopped)());
 
 } // namespace confine

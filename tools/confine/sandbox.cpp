@@ -89,11 +89,12 @@ scmp_arg_cmp has(unsigned argument, uint64_t mask, uint64_t value) {
     return {argument, SCMP_CMP_MASKED_EQ, mask, value};
 }
 
-int filter_calls(const Ends &ends) {
+int filter_calls(const Ends &ends, bool writes) {
     Filter filter;
     for (const int call : allowed) filter.add(call);
     for (const int call : {SCMP_SYS(write), SCMP_SYS(sendto)})
         filter.add_if(call, equals(0, static_cast<uint64_t>(ends.channel)));
+    if (writes) filter.add_if(SCMP_SYS(write), equals(0, static_cast<uint64_t>(ends.file)));
     for (const int what : advice) filter.add_if(SCMP_SYS(madvise), equals(2, static_cast<uint64_t>(what)));
     // Memory that is never code: the process' own, and the picture's.
     filter.add_if(SCMP_SYS(mprotect), has(2, PROT_EXEC, 0));
@@ -125,7 +126,7 @@ int limit(__rlimit_resource resource, uint64_t most) {
 uint64_t mapped_bytes(int &error) {
     const Descriptor file(open("/proc/self/statm", O_RDONLY | O_CLOEXEC));
     char text[64] = {};
-    if (!file || read(file.get(), text, sizeof text - 1) <= 0) {
+    if (!file || read(file.number(), text, sizeof text - 1) <= 0) {
         error = errno;
         return 0;
     }
@@ -143,7 +144,7 @@ void note(Trouble &trouble, const char *call, int error) {
 
 Trouble close_others(const Ends &ends) {
     Trouble trouble;
-    unsigned kept[] = {static_cast<unsigned>(ends.picture), static_cast<unsigned>(ends.channel),
+    unsigned kept[] = {static_cast<unsigned>(ends.file), static_cast<unsigned>(ends.channel),
                        static_cast<unsigned>(ends.memory), ~0u};
     std::sort(std::begin(kept), std::end(kept));
     unsigned from = 0;
@@ -160,7 +161,7 @@ Trouble close_others(const Ends &ends) {
 
 Trouble end_with_parent() { return prctl(PR_SET_PDEATHSIG, SIGKILL) == 0 ? Trouble{} : Trouble{"prctl", errno}; }
 
-Trouble lock_down(const Ends &ends, uint64_t memory) {
+Trouble lock_down(const Ends &ends, bool writes, uint64_t memory) {
     Trouble trouble;
     if (memory) {
         int error = 0;
@@ -169,8 +170,8 @@ Trouble lock_down(const Ends &ends, uint64_t memory) {
         if (mapped) note(trouble, "setrlimit", limit(RLIMIT_AS, mapped + memory + own_address_space));
     }
     note(trouble, "setrlimit", limit(RLIMIT_CORE, 0));
-    note(trouble, "setrlimit", limit(RLIMIT_FSIZE, 0));
-    note(trouble, "seccomp", -filter_calls(ends));
+    if (!writes) note(trouble, "setrlimit", limit(RLIMIT_FSIZE, 0));
+    note(trouble, "seccomp", -filter_calls(ends, writes));
     return trouble;
 }
 

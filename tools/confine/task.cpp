@@ -7,8 +7,8 @@ namespace confine {
 
 namespace {
 
-constexpr uint32_t protocol = 1;                       // of which the other side may be of another build
-constexpr size_t most_items = 4096, most_text = 65536; // more is a mistake of the program's
+constexpr uint32_t protocol = 1; // of which the other side may be of another build
+constexpr size_t most_items = 4096, most_text = 65536, most_metadata = 64 << 20; // more is a mistake
 
 } // namespace
 
@@ -26,6 +26,11 @@ std::string packed(const Task &task) {
         out.text(option.value);
     });
     out.list(task.modules, [&](const std::string &path) { out.text(path); });
+    out.fixed(uint8_t{task.writing.has_value()});
+    if (!task.writing) return out.bytes();
+    put(out, task.writing->picture);
+    out.list(task.writing->values, [&](const Value &value) { put(out, value); });
+    out.list(task.writing->asked, [&](const std::string &name) { out.text(name); });
     return out.bytes();
 }
 
@@ -44,6 +49,12 @@ std::optional<Task> unpacked(std::string_view bytes) {
         return GivenOption{std::move(name), in.text(most_text)};
     });
     in.list(task.modules, most_items, [&] { return in.text(most_text); });
+    if (in.flag()) {
+        Writing &writing = task.writing.emplace();
+        writing.picture = shape_in(in);
+        in.list(writing.values, most_items, [&] { return value_in(in, most_metadata); });
+        in.list(writing.asked, most_items, [&] { return in.text(most_text); });
+    }
     return in.complete() ? std::optional(std::move(task)) : std::nullopt;
 }
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// What is wanted of a file: the request that a worker gets, and the measure of what it may answer.
+// What is wanted with a file: the request that a worker gets, and the measure of what it may answer.
 #pragma once
 
-#include "pictra/pictra.h"
+#include "tools/confine/shape.h"
 
 #include <algorithm>
 #include <optional>
@@ -12,9 +12,6 @@
 #include <vector>
 
 namespace confine {
-
-inline constexpr uint32_t max_side = 1'000'000; // the codecs' own limits
-inline constexpr uint64_t max_pixels = uint64_t{1} << 28;
 
 // What a picture may cost; 0 is no limit but the codecs' own.
 struct Limits {
@@ -32,6 +29,13 @@ struct GivenOption {
     std::string name, value;
 };
 
+// A picture to write, and what its codec is told.
+struct Writing {
+    Shape picture{};
+    std::vector<Value> values{};      // one of each kind
+    std::vector<std::string> asked{}; // options that the codec which read the picture has
+};
+
 struct Task {
     img_format format = 0;     // to load in; 0: the file's own
     uint32_t thumbnail = 0;    // not 0: resize to so many pixels a side while decoding
@@ -41,6 +45,7 @@ struct Task {
     Limits limits{};
     std::vector<GivenOption> options{};
     std::vector<std::string> modules{}; // paths of codec modules, in the order in which they are asked
+    std::optional<Writing> writing{};   // write this, instead of reading
 };
 
 // How a worker ends that could not begin.

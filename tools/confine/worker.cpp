@@ -24,12 +24,6 @@ int64_t now_ms() {
     return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
 }
 
-// Above the standard streams, which libraries write to.
-Descriptor raised(Descriptor given) {
-    if (given.get() > STDERR_FILENO) return given;
-    return Descriptor(fcntl(given.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-}
-
 // How a process is started: with no signal blocked or ignored, and no descriptors but those passed on.
 class Start {
 public:
@@ -77,21 +71,22 @@ int run(const std::string &program, const std::array<int, 3> &passed, pid_t &pro
 
 } // namespace
 
-std::unique_ptr<Worker> Worker::start(const std::string &program, int picture, const Task &task, Trouble &trouble) {
-    Descriptor memory = raised(make_memory(task.limits.most_bytes(), trouble));
-    if (trouble) return nullptr;
+std::unique_ptr<Worker> Worker::start(const std::string &program, int file, const Task &task, Trouble &trouble,
+                                      std::shared_ptr<const Descriptor> memory) {
+    if (!memory) memory = make_memory(task.limits.most_bytes(), trouble);
+    if (!memory) return nullptr;
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
         trouble = {"socketpair", errno};
         return nullptr;
     }
     Descriptor ours = raised(Descriptor(ends[0])), theirs = raised(Descriptor(ends[1]));
-    if (!memory || !ours || !theirs) {
+    if (!ours || !theirs) {
         trouble = {"fcntl", errno};
         return nullptr;
     }
     pid_t process;
-    if (const int error = run(program, {picture, theirs.get(), memory.get()}, process)) {
+    if (const int error = run(program, {file, theirs.number(), memory->number()}, process)) {
         trouble = {error == ENOENT || error == EACCES ? program : "posix_spawn", error};
         return nullptr;
     }
@@ -117,13 +112,13 @@ Worker::End Worker::transfer(short direction, char *bytes, size_t size, int64_t 
     while (size) {
         const int64_t left = deadline ? deadline - now_ms() : pause;
         if (left <= 0) return End::late;
-        pollfd waited{channel_.get(), direction, 0};
+        pollfd waited{channel_.number(), direction, 0};
         const int ready = poll(&waited, 1, static_cast<int>(std::min(left, pause)));
         if (stopped && stopped()) return End::stopped;
         if (ready < 0 && errno != EINTR) return End::died;
         if (ready <= 0) continue;
-        const ssize_t moved = direction == POLLIN ? recv(channel_.get(), bytes, size, MSG_DONTWAIT)
-                                                  : send(channel_.get(), bytes, size, MSG_DONTWAIT | MSG_NOSIGNAL);
+        const ssize_t moved = direction == POLLIN ? recv(channel_.number(), bytes, size, MSG_DONTWAIT)
+                                                  : send(channel_.number(), bytes, size, MSG_DONTWAIT | MSG_NOSIGNAL);
         if (moved < 0 && (errno == EINTR || errno == EAGAIN)) continue;
         if (moved <= 0) return End::died;
         bytes += moved;
@@ -160,6 +155,9 @@ Worker::End Worker::exchange(Report &report, bool (*stopped)()) {
     if (!asked_)
         if (const End end = request(stopped); end != End::reported) return end;
     asked_ = false;
+    // An answer that waits already came in time, however late it is fetched.
+    pollfd waiting{channel_.number(), POLLIN, 0};
+    if (poll(&waiting, 1, 0) > 0) began_ = now_ms();
     uint32_t size = 0;
     char head[sizeof size];
     if (const End end = transfer(POLLIN, head, sizeof head, deadline(), stopped); end != End::reported) return end;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A process that decodes the pictures of one file and can do nothing else, as its starter sees it. Nothing that it says is
+// A process that reads the pictures of one file, or writes one, and can do nothing else, as its starter sees it. Nothing that it says is
 // trusted: what it reports was checked against what the task allows, and it may take no longer than that.
 #pragma once
 
@@ -15,9 +15,11 @@ namespace confine {
 
 class Worker {
 public:
-    // Starts the worker's program for an open file, which the worker sees as it is; it reads on from where that stands.
-    // Null, with the trouble, if the system refuses. The task must outlive it.
-    static std::unique_ptr<Worker> start(const std::string &program, int picture, const Task &task, Trouble &trouble);
+    // Starts the worker's program for an open file, which the worker sees as it is: it reads or writes on from where that
+    // stands. memory has the pixels of a picture to write. Null, with the trouble, if the system refuses. The task must
+    // outlive it.
+    static std::unique_ptr<Worker> start(const std::string &program, int file, const Task &task, Trouble &trouble,
+                                         std::shared_ptr<const Descriptor> memory = nullptr);
     ~Worker(); // stops it, whatever it does
     Worker(const Worker &) = delete;
     Worker &operator=(const Worker &) = delete;
@@ -29,18 +31,18 @@ public:
         died,    // how() tells
         forged   // flaw() tells what of its report cannot be
     };
-    // Waits for the next picture. stopped is asked every now and then.
+    // Waits for the next picture, or the one to be written. stopped is asked every now and then.
     End next(Report &report, bool (*stopped)());
 
     // The reported picture's pixels; they stay until the next one is asked for. Null if the system refuses.
-    std::shared_ptr<uint8_t> pixels(const Shape &shape) const { return mapped(memory_.get(), shape.bytes()); }
+    std::shared_ptr<Mapping> pixels(const Shape &shape) const { return Mapping::make(memory_, shape.bytes()); }
 
     const Trouble &trouble() const { return trouble_; } // on the way into the cage; known from the first report on
     const char *flaw() const { return flaw_; }
     int how() const { return how_; } // as waitpid tells it
 
 private:
-    Worker(const Task &task, Descriptor memory, Descriptor channel, pid_t process)
+    Worker(const Task &task, std::shared_ptr<const Descriptor> memory, Descriptor channel, pid_t process)
         : task_(task), memory_(std::move(memory)), channel_(std::move(channel)), process_(process) {}
     End request(bool (*stopped)());
     End exchange(Report &report, bool (*stopped)());
@@ -49,7 +51,8 @@ private:
     void stop();
 
     const Task &task_;
-    Descriptor memory_, channel_;
+    std::shared_ptr<const Descriptor> memory_;
+    Descriptor channel_;
     pid_t process_;
     bool told_ = false, asked_ = false; // what to do; for a picture
     int64_t began_ = 0;                 // when a picture was asked for

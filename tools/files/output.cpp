@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/files/output.h"
 
-#include "tools/confine/source.h"
+#include "tools/encoder.h"
 #include "tools/files/target.h"
 #include "tools/interrupt.h"
 #include "tools/text.h"
@@ -71,28 +71,12 @@ img_codec *codec_for(img_lib_handle &library, const Output &output) {
                   IMG_ST_NOCODEC);
 }
 
-void write(img_lib_handle &library, img_codec *codec, Picture &picture, const Output &output, Exchange &exchange) {
+void write(const Library &library, Picture &picture, const Output &output, const Reading &reading, Exchange &exchange) {
+    img_codec *codec = codec_for(*library.handle, output);
     keep_promise(picture, output, output.to.empty() ? extension_of(output.path) : output.to);
     Target target(output.path, {output.for_owner_only, output.sync});
     const std::string name = output.path == "-" ? "standard output" : output.path;
-    const confine::Stream stream(io_open(IO_FD, IO_WRITE, target.descriptor()));
-    if (!stream) throw failure_of(name, IMG_ST_NOMEM);
-    const img_encode_callouts callouts = exchange.writing();
-    picture.record().flags |= IMG_F_ANSWERS;
-    img_status status = img_write(&library, stream.get(), &callouts, &picture.record(), &codec);
-    if (status == IMG_ST_OK && io_ostream_flush(stream->self) != 0) status = IMG_ST_FILE;
-    stop_if_asked();
-    exchange.check(name);
-    if (status == IMG_ST_FILE)
-        throw Failure(name + ": not all could be written, the disk is full or a limit reached; check free space",
-                      status);
-    if (status == IMG_ST_NOCONV)
-        throw Failure(name + ": its codec cannot hold " + format_name(picture.record().format) +
-                          "; use --format with " +
-                          (exchange.offered.empty() ? "rgb888 or g8, or write another kind of file"
-                                                    : "one of " + exchange.offered),
-                      status);
-    if (status != IMG_ST_OK) throw failure_of(name, status);
+    encode(library, codec, picture, target.descriptor(), name, reading, exchange);
     target.commit();
 }
 

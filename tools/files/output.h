@@ -3,8 +3,7 @@
 // Writing a picture with the codec that its target's name asks for, complete or not at all.
 #pragma once
 
-#include "tools/exchange.h"
-#include "tools/picture.h"
+#include "tools/decoder.h"
 
 #include <string>
 
@@ -21,6 +20,7 @@ struct Output {
 // Fails if no codec is registered, before any work is done.
 img_codec *codec_for(img_lib_handle &library, const Output &output);
 
-void write(img_lib_handle &library, img_codec *codec, Picture &picture, const Output &output, Exchange &exchange);
+// Confined as the reading says.
+void write(const Library &library, Picture &picture, const Output &output, const Reading &reading, Exchange &exchange);
 
 } // namespace tool

@@ -44,12 +44,6 @@ bool all_arrived(int descriptor) { return Descriptor(fcntl(descriptor, F_DUPFD_C
 
 } // namespace
 
-Descriptor::~Descriptor() {
-    if (number_ >= 0) ::close(number_);
-}
-
-bool Descriptor::close() { return ::close(std::exchange(number_, -1)) == 0; }
-
 Target::Target(const std::string &path, const TargetOptions &options) : path_(path), options_(options) {
     signal(SIGXFSZ, SIG_IGN); // a file size limit is an error like a full disk
     if (path == "-") {

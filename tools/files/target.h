@@ -3,6 +3,7 @@
 // The file that a picture is written to. It appears under its name only when it is complete.
 #pragma once
 
+#include "tools/confine/descriptor.h"
 #include "tools/interrupt.h"
 
 #include <string>
@@ -11,23 +12,7 @@
 
 namespace tool {
 
-class Descriptor {
-public:
-    explicit Descriptor(int number = -1) : number_(number) {}
-    Descriptor(Descriptor &&other) noexcept : number_(std::exchange(other.number_, -1)) {}
-    Descriptor &operator=(Descriptor &&other) noexcept {
-        std::swap(number_, other.number_); // other closes the one that was here
-        return *this;
-    }
-    ~Descriptor();
-
-    int number() const { return number_; }
-    explicit operator bool() const { return number_ >= 0; }
-    bool close(); // false if what was written did not all arrive
-
-private:
-    int number_;
-};
+using confine::Descriptor;
 
 struct TargetOptions {
     bool for_owner_only = false; // no access for others, whatever the umask says

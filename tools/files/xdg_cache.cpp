@@ -155,7 +155,7 @@ private:
         const Output output{path, "png", false, true};
         Exchange exchange;
         exchange.metadata = metadata;
-        write(*library_.handle, codec_for(*library_.handle, output), picture, output, exchange);
+        write(library_, picture, output, reading_, exchange);
     }
 
     void mark(const Original &original, const std::string &path) const {

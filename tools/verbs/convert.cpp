@@ -12,12 +12,12 @@ int convert(const ConvertOptions &options) {
     const Keep keep(options.keep);
     return for_each_pair(library, options.files, [&](const std::string &in, const std::string &out) {
         const Output output{out, options.to, options.reading.format.has_value(), false, options.sync};
-        img_codec *codec = codec_for(*library.handle, output);
+        codec_for(*library.handle, output); // before any work is done
         Decoder decoder(library, in, options.reading);
         const std::unique_ptr<Picture> picture = decoder.next();
         for (const Operation &operation : options.operations) apply(operation, *picture, in);
         decoder.exchange.metadata = keep.of(decoder.exchange.metadata);
-        write(*library.handle, codec, *picture, output, decoder.exchange);
+        write(library, *picture, output, options.reading, decoder.exchange);
     });
 }
 

@@ -28,7 +28,7 @@ int frames(const FramesOptions &options) {
                             false, options.sync};
         if (number == 1 && output.path == name_by(options.pattern, options.file, {{"n", "0"}}))
             throw Failure("-o " + options.pattern + ": every picture would have this name; put {n} into it", usage);
-        write(*library.handle, codec_for(*library.handle, output), *picture, output, decoder.exchange);
+        write(library, *picture, output, options.reading, decoder.exchange);
     }
     return done;
 }

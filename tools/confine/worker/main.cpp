@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The worker: a process that decodes one file, started with three open descriptors, their numbers as its arguments, and an
-// empty environment. It believes its starter, and reads the file only once it is confined.
+// The worker: a process that reads the pictures of one file, or writes one. It is started with three open descriptors, their
+// numbers as its arguments, and an empty environment. It believes its starter, and sees a stranger's bytes only once it is confined.
 #include "tools/confine/memory.h"
 #include "tools/confine/pictures.h"
 #include "tools/confine/sandbox.h"
@@ -9,6 +9,7 @@
 #include <errno.h>
 #include <new>
 #include <poll.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
@@ -46,6 +47,10 @@ std::optional<Task> receive_task(int channel) {
     if (!receive(channel, &size, sizeof size) || size > most_report) return std::nullopt;
     std::string bytes(size, '\0');
     return receive(channel, bytes.data(), size) ? unpacked(bytes) : std::nullopt;
+}
+
+void note(Trouble &first, const Trouble &later) {
+    if (!first) first = later;
 }
 
 struct Detach {
@@ -87,15 +92,15 @@ private:
 // The memory that the starter sees, as much of it as the picture takes.
 class Canvas {
 public:
-    Canvas(int memory, const Task &task) : memory_(memory), task_(task) {}
+    Canvas(int memory, const Task &task) : memory_(std::make_shared<const Descriptor>(memory)), task_(task) {}
 
     img_status place(img_record &record) {
         const Shape shape{record.format, record.width, record.height};
         pixels_.reset();
-        if (shape.bytes() > task_.limits.most_bytes() || !(pixels_ = mapped(memory_, shape.bytes())))
+        if (shape.bytes() > task_.limits.most_bytes() || !(pixels_ = Mapping::make(memory_, shape.bytes())))
             return IMG_ST_NOMEM;
-        if (std::exchange(used_, true) && task_.keep_damaged) memset(pixels_.get(), 0, shape.bytes());
-        record.data = pixels_.get();
+        if (std::exchange(used_, true) && task_.keep_damaged) memset(pixels_->begin(), 0, shape.bytes());
+        record.data = pixels_->begin();
         record.stride = static_cast<uint32_t>(shape.stride());
         record.flags |= IMG_F_DIRECT;
         return IMG_ST_OK;
@@ -113,9 +118,9 @@ public:
     }
 
 private:
-    int memory_;
+    std::shared_ptr<const Descriptor> memory_;
     const Task &task_;
-    std::shared_ptr<uint8_t> pixels_{};
+    std::shared_ptr<Mapping> pixels_{};
     bool used_ = false;
 };
 
@@ -129,26 +134,50 @@ Report next(Pictures &pictures, const Codecs &codecs, Canvas &canvas, const Task
     return report;
 }
 
-int serve(const Ends &ends, Trouble trouble) {
-    const std::optional<Task> task = receive_task(ends.channel);
-    if (!task) return exit_no_task;
-    const Codecs codecs(*task);
-    if (!codecs) return exit_no_memory;
-    Canvas canvas(ends.memory, *task);
-    Pictures pictures(
-        codecs.handle(), *task, [&](img_record &record) { return canvas.place(record); }, nullptr);
-    const img_status opened = pictures.open(ends.picture);
-    const Trouble later = lock_down(ends, task->limits.memory);
-    if (!trouble) trouble = later;
-    for (char request; receive(ends.channel, &request, 1);) {
+// Answers each request with a report of what work does.
+template <typename Work> int answer(int channel, const Task &task, const Trouble &trouble, const Work &work) {
+    for (char request; receive(channel, &request, 1);) {
         Report report;
-        report.status = task->confined && trouble ? img_status{IMG_ST_NOTSUP} : opened;
-        if (!report.status) report = next(pictures, codecs, canvas, *task);
+        if (task.confined && trouble)
+            report.status = IMG_ST_NOTSUP;
+        else
+            report = work();
         const std::string bytes = packed(report, trouble);
         const auto size = static_cast<uint32_t>(bytes.size());
-        if (!send_fully(ends.channel, &size, sizeof size) || !send_fully(ends.channel, bytes.data(), size)) break;
+        if (!send_fully(channel, &size, sizeof size) || !send_fully(channel, bytes.data(), size)) break;
     }
     return EXIT_SUCCESS;
+}
+
+int read_pictures(const Ends &ends, const Task &task, const Codecs &codecs, Trouble trouble) {
+    Canvas canvas(ends.memory, task);
+    Pictures pictures(
+        codecs.handle(), task, [&](img_record &record) { return canvas.place(record); }, nullptr);
+    const img_status opened = pictures.open(ends.file);
+    note(trouble, lock_down(ends, false, task.limits.memory));
+    return answer(ends.channel, task, trouble,
+                  [&] { return opened ? Report{.status = opened} : next(pictures, codecs, canvas, task); });
+}
+
+int write_one(const Ends &ends, Task &task, const Codecs &codecs, Trouble trouble) {
+    signal(SIGXFSZ, SIG_IGN); // a file size limit is an error like a full disk
+    Shape &shape = task.writing->picture;
+    const auto pixels = Mapping::make(std::make_shared<const Descriptor>(ends.memory), shape.bytes());
+    if (!pixels) return exit_no_memory;
+    const img_record picture = record_of(shape, pixels->begin());
+    note(trouble, lock_down(ends, true, 0));
+    return answer(ends.channel, task, trouble, [&] {
+        if (codecs.opened()) return Report{.status = codecs.opened()};
+        return write_picture(codecs.handle(), codecs.list().front(), ends.file, task, picture, nullptr);
+    });
+}
+
+int serve(const Ends &ends, const Trouble &trouble) {
+    std::optional<Task> task = receive_task(ends.channel);
+    if (!task || (task->writing && task->modules.empty())) return exit_no_task;
+    const Codecs codecs(*task);
+    if (!codecs) return exit_no_memory;
+    return task->writing ? write_one(ends, *task, codecs, trouble) : read_pictures(ends, *task, codecs, trouble);
 }
 
 bool is_orphan(int channel) {
@@ -162,7 +191,7 @@ int main(int count, char **arguments) {
     if (count != 4) return exit_no_task;
     const Ends ends{atoi(arguments[1]), atoi(arguments[2]), atoi(arguments[3])};
     Trouble trouble = close_others(ends);
-    if (const Trouble alone = end_with_parent(); alone && !trouble) trouble = alone;
+    note(trouble, end_with_parent());
     if (is_orphan(ends.channel)) return EXIT_SUCCESS; // it ended before this process could say so
     int result = exit_no_memory;
     try {
