@@ -52,7 +52,7 @@ struct Forger {
     Forger(const std::string &sent, const Task &given, char letter = 'f')
         : task(given), file(letter + sent, ".x"), input(open(file.path(), O_RDONLY | O_CLOEXEC)) {
         Trouble trouble;
-        worker = Worker::start(PICTRA_WORKER, input.get(), task, trouble);
+        worker = Worker::start(PICTRA_WORKER, input.number(), task, trouble);
         EXPECT_FALSE(trouble) << trouble.text();
         if (worker) end = worker->next(got, nullptr);
     }
@@ -98,6 +98,10 @@ TEST(Confine, EveryFieldOfAReportIsComparedWithWhatIsAllowed) {
         {"its options", [](Report &r) { r.refusal = Refusal::option, r.status = IMG_ST_BADARG, r.wrong_option = 1; }},
         {"its size", [](Report &r) { r.full_width = 1'000'001; }},
         {"its size", [](Report &r) { r.full_height = ~0u; }},
+        {"its formats",
+         [](Report &r) {
+             r.offered = {FMT_G8, 0x820};
+         }},
         {"its values", [](Report &r) { r.values[0].bytes = bytes_of(uint32_t{9}); }},
         {"its values", [](Report &r) { r.values[0].bytes += 'x'; }},
         {"its values", [](Report &r) { r.values[0].key = 99; }},
@@ -130,6 +134,9 @@ TEST(Confine, EveryFieldOfAReportIsComparedWithWhatIsAllowed) {
         ASSERT_EQ(forger.end, Worker::End::forged) << flaw;
         EXPECT_STREQ(forger.worker->flaw(), flaw) << "number " << &forge - &forgeries[0].forge;
     }
+    Task writes = task();
+    writes.writing.emplace();
+    EXPECT_STREQ(flaw_of(report(), writes), "its picture");
     Task small = task();
     small.thumbnail = 32;
     EXPECT_STREQ(flaw_of(report(), small), "its size");
@@ -218,12 +225,12 @@ TEST(Confine, IndicesBeyondThePaletteAreHarmlessInEveryStep) {
         Forger forger(framed(packed(forged, {})), task());
         ASSERT_EQ(forger.end, Worker::End::reported);
         Shape &shape = *forger.got.picture;
-        const std::shared_ptr<uint8_t> pixels = forger.worker->pixels(shape);
+        const std::shared_ptr<Mapping> pixels = forger.worker->pixels(shape);
         ASSERT_TRUE(pixels);
-        ASSERT_EQ(pixels.get()[0], 255);
+        ASSERT_EQ(pixels->begin()[0], 255);
         for (size_t i = 0; i < std::size(steps); i++) {
-            tool::Picture colours(record_of(shape, pixels.get()), pixels),
-                resized(record_of(shape, pixels.get()), pixels);
+            tool::Picture colours(record_of(shape, pixels->begin()), pixels),
+                resized(record_of(shape, pixels->begin()), pixels);
             steps[i](colours);
             steps[i](resized);
             EXPECT_EQ(colours.convert(FMT_ARGB8888HE), IMG_ST_OK);
