@@ -1,6 +1,6 @@
 #!/bin/bash
-# What the documents tell people to type is typed: indented lines and sh blocks, from a clone that is built. A line whose
-# comment says "fails with N" has to.
+# Types what the documents tell readers to type, indented lines and sh blocks, in a clone that is built. A line whose comment
+# says "fails with N" has to fail with that exit code.
 # Usage: documents.sh BUILD_DIRECTORY SOURCE_DIRECTORY
 set -u
 build=$1 source=$2
@@ -38,7 +38,7 @@ cp photo.png in.png
 for page in README.md docs/start.md docs/tool.md examples/README.md; do
     awk '/^```/ { name = $2; next } name { print >name }' "$source/$page"
     awk '/^```/ { block = $1; next } block == "```sh" { print } block ~ /^(```)?$/ && sub(/^    /, "") { print }' \
-        "$source/$page" | grep -v '^make \|^cmake --preset \|^pictra VERB' >"$work/lines"
+        "$source/$page" | grep -v '^make \|^apt-get \|^cmake --preset \|^pictra VERB' >"$work/lines"
     type_lines $page <"$work/lines" || fail "$page"
 done
 
