@@ -16,7 +16,8 @@ install(TARGETS pictra EXPORT pictra
 install(DIRECTORY include/pictra DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT libpictra-dev)
 
 # For find_package. One soname is one major version, and any release of it serves a program built with an older one.
-install(EXPORT pictra NAMESPACE pictra:: FILE pictra-targets.cmake DESTINATION ${pictra_package_dir} COMPONENT libpictra-dev)
+install(EXPORT pictra NAMESPACE pictra:: FILE pictra-targets.cmake
+  DESTINATION ${pictra_package_dir} COMPONENT libpictra-dev)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/generated/pictra-config-version.cmake
   COMPATIBILITY SameMajorVersion)
 configure_package_config_file(cmake/pictra-config.cmake.in ${PROJECT_BINARY_DIR}/generated/pictra-config.cmake

@@ -1,6 +1,6 @@
-# Debian packages: the library, its development files, the program, the light codec modules together and each with a large
-# library of its own alone. A trigger of the library's package puts the configuration together whenever a package adds or
-# removes a section.
+# Debian packages: the library, its development files, the program, the light codec modules together and each with a
+# large library of its own alone. A trigger of the library's package puts the configuration together whenever a package
+# adds or removes a section.
 set(update_codecs ${PROJECT_BINARY_DIR}/generated/pictra-update-codecs)
 set(control_dir ${PROJECT_BINARY_DIR}/generated/debian)
 cmake_path(ABSOLUTE_PATH pictra_fragment_dir BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX} OUTPUT_VARIABLE PICTRA_FRAGMENTS)
@@ -56,7 +56,8 @@ set(CPACK_DEBIAN_${library_key}_PACKAGE_CONTROL_STRICT_PERMISSION ON) # whatever
 set(CPACK_DEBIAN_${library_key}_PACKAGE_RECOMMENDS pictra-codecs)
 set(CPACK_DEBIAN_LIBPICTRA-DEV_PACKAGE_SUGGESTS pkg-config)
 set(same "${pictra_library_package} (= ${PROJECT_VERSION})")
-set(about "pictra reads images from files, memory or streams into raw pixel buffers,\nwrites them, and transforms them.")
+string(CONCAT about "pictra reads images from files, memory or streams into raw pixel buffers,\n"
+  "writes them, and transforms them.")
 pictra_package(${pictra_library_package} libs "images into raw pixel buffers, and back - library"
   "${about} It needs the C library alone; file formats\nare codec modules in packages of their own.")
 pictra_package(${pictra_kit_package} libs "images into raw pixel buffers, and back - resampling and colour"
@@ -72,7 +73,8 @@ list(SORT heavy_packages)
 list(JOIN heavy_packages ", " recommends)
 set(CPACK_DEBIAN_PICTRA_PACKAGE_RECOMMENDS "${recommends}")
 pictra_package(pictra graphics "show, convert and transform pictures"
-  "The program shows, converts, turns, cuts and scales pictures, many at\nonce, and decodes each of them in a confined process."
+  "The program shows, converts, rotates, crops and resizes pictures, many at\nonce, and "
+  "decodes each one in a confined process."
   ${same} "pictra-codecs (= ${PROJECT_VERSION})")
 pictra_package(pictra-codecs libs "images into raw pixel buffers, and back - common formats"
   "${about} This package has the codec modules for\nPNG, PNM, BMP, icons, TGA and QOI." ${same})

@@ -1,6 +1,6 @@
 #!/bin/bash
-# Compares the interface of the library that was built with that of the last tag, and fails where a program built with the
-# tag would break. Usage: abi.sh
+# Compares the interface of the library that was built with that of the last tag, and fails where a program built with
+# the tag would break. Usage: abi.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tag=$(git describe --tags --abbrev=0 2>/dev/null) || { echo 'abi: skipped, there is no tag to compare with'; exit 0; }
@@ -12,7 +12,8 @@ git archive "$tag" | tar -x -C "$work/source"
 
 # Types are in the debug information only, so both are built with it.
 build() { # source, build
-    cmake -S "$1" -B "$2" -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS=-g -DPICTRA_MODULES=OFF -DPICTRA_TESTS=OFF >/dev/null
+    cmake -S "$1" -B "$2" -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS=-g \
+        -DPICTRA_MODULES=OFF -DPICTRA_TESTS=OFF >/dev/null
     cmake --build "$2" --target pictra >/dev/null
 }
 build "$work/source" "$work/then"

@@ -1,7 +1,7 @@
 #!/bin/bash
-# Installs the packages in a fresh Debian 12 and uses them there: the program, a module removed and added again, an edited
-# configuration, applications, by the commands of docs/install.md. Everything is in a directory that goes in the end.
-# Usage: try.sh DIRECTORY_OF_PACKAGES   (as root)
+# Installs the packages in a fresh Debian 12 and uses them there: the program, a module removed and added again, an
+# edited configuration, applications, by the commands of docs/install.md. Everything is in a directory that goes in the
+# end. Usage: try.sh DIRECTORY_OF_PACKAGES   (as root)
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 debs=$(cd "$1" && pwd)
@@ -15,7 +15,9 @@ finish() {
     if grep -q " $root/" /proc/mounts; then echo "try: still mounted below $root" >&2; else rm -rf "$root"; fi
 }
 trap finish EXIT
-inside() { chroot "$root" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root DEBIAN_FRONTEND=noninteractive "$@"; }
+inside() {
+    chroot "$root" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root DEBIAN_FRONTEND=noninteractive "$@"
+}
 fail() { echo "try: $*" >&2; exit 1; }
 config=$root/etc/system/config/img.conf
 
@@ -83,7 +85,8 @@ for kind in cmake pkg-config; do
         inside "/root/consumer/$kind/build/$program" /root/pictures/photo.png | sed "s/^/$kind, $program: /"
     done
 done
-inside sh -euc 'cd /root && cc /usr/share/doc/libpictra-dev/examples/write_buffer.c $(pkg-config --cflags --libs pictra) &&
+inside sh -euc 'cd /root
+    cc /usr/share/doc/libpictra-dev/examples/write_buffer.c $(pkg-config --cflags --libs pictra) &&
     ./a.out drawn.png && pictra info drawn.png'
 
 echo '== all goes'

@@ -5,7 +5,8 @@ set -eu
 page=$1
 shift
 for name; do
-    commands=$(awk -v opening="\`\`\`sh $name" '$0 == opening { inside = 1; next } /^```/ { inside = 0 } inside' "$page")
+    commands=$(awk -v opening="\`\`\`sh $name" \
+        '$0 == opening { inside = 1; next } /^```/ { inside = 0 } inside' "$page")
     [ -n "$commands" ] || { echo "commands: no block '$name' in $page" >&2; exit 1; }
     printf '%s\n' "$commands"
 done

@@ -13,7 +13,8 @@ fish) expect 0 'convert' "$shell" -c 'source script; complete -C "pictra con"' ;
 zsh) # which loads it from a file of the command's name
     mkdir functions
     mv script functions/_pictra
-    expect 0 'by _pictra' "$shell" -fc 'fpath+=functions; autoload -U compinit; compinit -u -D; echo "by ${_comps[pictra]}"'
+    expect 0 'by _pictra' "$shell" -fc \
+        'fpath+=functions; autoload -U compinit; compinit -u -D; echo "by ${_comps[pictra]}"'
     ;;
 esac
 finish

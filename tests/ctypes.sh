@@ -1,9 +1,10 @@
 #!/bin/bash
-# The example in Python, which calls the library through its C interface. Usage: ctypes.sh BUILD_DIRECTORY SOURCE_DIRECTORY
+# The example in Python, which calls the library through its C interface. Usage: ctypes.sh BUILD_DIRECTORY
+# SOURCE_DIRECTORY
 set -u
 build=$1 examples=$2/examples pictra=$1/bin/pictra
 . "${0%/*}/harness.sh"
-python=$(need python3 '^Python 3\.' -c 'import ctypes, platform; print("Python", platform.python_version())') || exit $skipped
+python=$(need_python3 ctypes) || exit $skipped
 export PICTRA_CFGFILE=$build/etc/pictra/img.conf PICTRA_LIBRARY=$build/lib/libpictra.so
 
 photo=$examples/pictures/photo.png

@@ -1,11 +1,10 @@
 #!/bin/bash
-# Types what the documents tell readers to type, indented lines and sh blocks, in a clone that is built. A line whose comment
-# says "fails with N" has to fail with that exit code.
-# Usage: documents.sh BUILD_DIRECTORY SOURCE_DIRECTORY
+# Types what the documents tell readers to type, indented lines and sh blocks, in a clone that is built. A line whose
+# comment says "fails with N" has to fail with that exit code. Usage: documents.sh BUILD_DIRECTORY SOURCE_DIRECTORY
 set -u
 build=$1 source=$2
 . "${0%/*}/harness.sh"
-python=$(need python3 '^Python 3\.' -c 'import json, platform; print("Python", platform.python_version())') || exit $skipped
+python=$(need_python3 json) || exit $skipped
 mkdir "$work/bin"
 ln -s "$python" "$work/bin/python3"
 export PATH=$work/bin:$build/bin:$PATH XDG_CACHE_HOME=$work/cache

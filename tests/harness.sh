@@ -35,10 +35,12 @@ need() {
         echo "$path"
         return
     done < <(type -ap "$name")
-    echo "Skipped: no program called $name on the PATH answers '$*' with '$pattern'; .ci/packages check installs it." >&2
+    echo "Skipped: no $name on the PATH answers '$*' with '$pattern'; .ci/packages check installs it." >&2
     return 1
 }
 skipped=77
+# need_python3 MODULE: python3 with a module of its library, of which systems may install a part.
+need_python3() { need python3 '^Python 3\.' -c "import platform, $1; print('Python', platform.python_version())"; }
 
 finish() {
     [ "$failures" = 0 ] && echo 'all passed'

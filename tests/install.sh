@@ -1,6 +1,6 @@
 #!/bin/bash
-# An installation below a prefix, and applications in C and in C++ built against it with CMake and with pkg-config, by the
-# commands of the page about it. Usage: install.sh BUILD_DIRECTORY SOURCE_DIRECTORY
+# An installation below a prefix, and applications in C and in C++ built against it with CMake and with pkg-config, by
+# the commands of the page about it. Usage: install.sh BUILD_DIRECTORY SOURCE_DIRECTORY
 set -euo pipefail
 build=$1 source=$2
 work=$(mktemp -d)

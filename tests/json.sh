@@ -3,7 +3,7 @@
 set -u
 build=$1 pictures=$2 pictra=$1/bin/pictra
 . "${0%/*}/harness.sh"
-python=$(need python3 '^Python 3\.' -c 'import json, platform; print("Python", platform.python_version())') || exit $skipped
+python=$(need_python3 json) || exit $skipped
 
 "$pictra" info --json "$pictures/photo.png" missing.png "$(printf 'a\n"\377')" | "$python" -c '
 import json, sys

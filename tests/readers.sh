@@ -25,8 +25,8 @@ agrees() {
 for picture in "$pictures"/*.p[nbg]*; do
     agrees "$picture"
 done
-for row in png:photo png:alpha png:palette-key png:palette-alpha png:bilevel jpg:photo gif:palette-key webp:photo webp:alpha \
-    tif:photo tif:alpha tif:bilevel bmp:photo tga:photo tga:alpha pnm:photo; do
+for row in {png,tif,tga,webp}:{photo,alpha} {bmp,jpg,pnm}:photo {png,tif}:bilevel png:palette-alpha {png,gif}:palette-key
+do
     written=${row#*:}.${row%:*} option=
     [ "${row%:*}" != webp ] || option='--option lossless=on'
     # shellcheck disable=SC2086 -- one option in two words

@@ -1,8 +1,8 @@
 #!/bin/bash
 # Decodes the pictures that source packages of Debian carry for their tests, and compares every pixel with what other
-# decoders make of them: djpeg, dwebp, netpbm for what it writes itself, ImageMagick for the rest. One line a difference, and
-# a summary a format. Needs the network once; what it fetches stays in the build directory.
-# Usage: suites.sh BUILD_DIRECTORY [EXTENSION...]
+# decoders make of them: djpeg, dwebp, netpbm for what it writes itself, ImageMagick for the rest. One line a
+# difference, and a summary a format. Needs the network once; what it fetches stays in the build directory. Usage:
+# suites.sh BUILD_DIRECTORY [EXTENSION...]
 set -u
 build=$(realpath "$1") here=$(dirname "$(realpath "$0")")
 shift
@@ -23,7 +23,8 @@ fetch() {
         esac >"$suites/apt/sources/${file##*/}"
     done 2>/dev/null
     printf '%s;\n' 'Dir::Etc::sourcelist "/dev/null"' "Dir::Etc::sourceparts \"$suites/apt/sources\"" \
-        "Dir::State::lists \"$suites/apt/lists\"" "Dir::Cache \"$suites/apt/cache\"" 'APT::Sandbox::User "root"' >"$suites/apt/conf"
+        "Dir::State::lists \"$suites/apt/lists\"" "Dir::Cache \"$suites/apt/cache\"" \
+        'APT::Sandbox::User "root"' >"$suites/apt/conf"
     export APT_CONFIG=$suites/apt/conf
     apt-get -qq update || return
     # shellcheck disable=SC2086

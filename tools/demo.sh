@@ -1,7 +1,6 @@
 #!/bin/bash
-# The main job on the example pictures, with the program that was built: tells what they are, converts them, compares, and
-# leaves a picture to look at in the build directory.
-# Usage: demo.sh [BUILD_DIRECTORY]
+# The main job on the example pictures, with the program that was built: tells what they are, converts them, compares,
+# and leaves a picture to look at in the build directory. Usage: demo.sh [BUILD_DIRECTORY]
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=$(cd "${1:-$root/build/release}" && pwd)
@@ -39,7 +38,8 @@ for picture in "$pictures"/*.png; do
     pictra convert "$picture" before.pam --format argb8888he
     pictra convert "$name.png" after.pam --format argb8888he
     cmp before.pam after.pam || { echo "demo: $name.png changed on its way" >&2; exit 1; }
-    echo "    $name.png: $(pictra info "$picture" | awk '{ $1 = ""; print substr($0, 2) }') -> PAM -> PNG: the same picture"
+    told=$(pictra info "$picture" | awk '{ $1 = ""; print substr($0, 2) }')
+    echo "    $name.png: $told -> PAM -> PNG: the same picture"
 done
 
 echo 'Through pipes, with 16 bits a pixel on the way:'

@@ -138,7 +138,9 @@ def main():
         threshold = (0, 8, 2, 10, 12, 4, 14, 6, 3, 11, 1, 9, 15, 7, 13, 5)[(y % 4) * 4 + x % 4]
         return (int(grey(x, y)[0] > threshold * 16 + 8),)
 
-    wheel = [quantised([0.5 + 0.5 * math.cos(2 * math.pi * (i / 15 - c / 3)) for c in range(3)], 255) for i in range(15)]
+    wheel = [
+        quantised([0.5 + 0.5 * math.cos(2 * math.pi * (i / 15 - c / 3)) for c in range(3)], 255) for i in range(15)
+    ]
     greens = [(8 * i, 120 + 4 * i, 60 + 3 * i) for i in range(32)]
     png(out / "photo.png", 241, 161, RGB, 8, photo(241, 161))
     png(out / "interlaced.png", 97, 61, RGB, 8, photo(97, 61), interlaced=True)
@@ -148,8 +150,10 @@ def main():
     png(out / "grey-alpha.png", 67, 61, GREY_ALPHA, 8, veil)
     png(out / "alpha.png", 101, 97, RGB_ALPHA, 8, ball)
     png(out / "palette-key.png", 96, 96, INDEXED, 4, sign, palette=[(0, 0, 0)] + wheel, alpha=[0])
-    png(out / "palette-alpha.png", 89, 83, INDEXED, 8, soft_sign, palette=greens, alpha=[min(255, 9 * i) for i in range(29)])
-    png(out / "rgb-key.png", 31, 29, RGB, 8, lambda x, y: (255, 0, 255) if disc(x, y, 31, 29) < 0 else (8 * x, 8 * y, 90),
+    alphas = [min(255, 9 * i) for i in range(29)]
+    png(out / "palette-alpha.png", 89, 83, INDEXED, 8, soft_sign, palette=greens, alpha=alphas)
+    png(out / "rgb-key.png", 31, 29, RGB, 8,
+        lambda x, y: (255, 0, 255) if disc(x, y, 31, 29) < 0 else (8 * x, 8 * y, 90),
         alpha=struct.pack(">HHH", 255, 0, 255))
     png(out / "bilevel.png", 160, 107, INDEXED, 1, bilevel, palette=[(0, 0, 0), (255, 255, 255)])
     png(out / "dot.png", 1, 1, RGB, 8, lambda x, y: (200, 30, 60))
