@@ -72,9 +72,9 @@ list(REMOVE_ITEM heavy_packages pictra-codecs)
 list(SORT heavy_packages)
 list(JOIN heavy_packages ", " recommends)
 set(CPACK_DEBIAN_PICTRA_PACKAGE_RECOMMENDS "${recommends}")
-pictra_package(pictra graphics "show, convert and transform pictures"
-  "The program shows, converts, rotates, crops and resizes pictures, many at\nonce, and "
-  "decodes each one in a confined process."
+string(CONCAT about_program "The program shows, converts, rotates, crops and resizes pictures, many at\n"
+  "once, and decodes each one in a confined process.")
+pictra_package(pictra graphics "show, convert and transform pictures" "${about_program}"
   ${same} "pictra-codecs (= ${PROJECT_VERSION})")
 pictra_package(pictra-codecs libs "images into raw pixel buffers, and back - common formats"
   "${about} This package has the codec modules for\nPNG, PNM, BMP, icons, TGA and QOI." ${same})
