@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The decode driver: finds the codec of a stream, runs it for one frame, and takes its rows.
+// The decode driver: finds the codec for a stream, runs it for one frame, and receives its rows.
 #include "codec/decode.h"
 
 #include "core/registry.h"
@@ -31,7 +31,8 @@ img_status img_decode_frame(img_codec *codec, io_handle *stream, const img_decod
                             img_record *record, void **state) {
     static constexpr img_decode_callouts none{};
     if (const img_status status = codec_init(codec)) return status;
-    if (!codec->funcs.decode_frame) return IMG_ST_MODULE; // Kept: begin says IMG_ST_NOTSUP for the same lack.
+    if (!codec->funcs.decode_frame)
+        return IMG_ST_MODULE; // Kept: Begin and frame report a missing frame function differently.
 
     DecodeContext context{};
     context.image = *record;
@@ -65,7 +66,7 @@ int img_decode_access(void *data, uint32_t x, uint32_t y, uint32_t count, void *
     if (y >= record.height || (end > record.width && count <= end - record.width)) return 0;
     if (end > record.width) count = record.width - x;
     if (!has(record, IMG_F_DIRECT)) count = smaller(count, context.line_width);
-    if (!count) return 0; // an empty run neither consumes a row nor reaches the caller
+    if (!count) return 0; // an empty run neither takes a row nor reaches the caller
     if (!(context.state & converts_rows)) return 0;
 
     if (has(record, IMG_F_DIRECT)) {
@@ -79,7 +80,7 @@ int img_decode_access(void *data, uint32_t x, uint32_t y, uint32_t count, void *
         img_dtransform_apply(&context.transform, line, out, count);
         if (context.state & key_becomes_alpha) key_to_alpha(record.format, context.key, out, count);
     } else if (has(record, IMG_F_ACCESS)) {
-        if (!context.scratch) return 0; // after the codec's end of the frame
+        if (!context.scratch) return 0; // the codec already ended the frame
         img_dtransform_apply(&context.transform, line, context.scratch, count);
         if (context.state & key_becomes_alpha && !key_to_alpha(record.format, context.key, context.scratch, count))
             return 0;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// One frame being decoded: what the driver in decode.cpp and its default callouts share.
+// A frame that is being decoded: what the driver in decode.cpp and the default callouts share.
 #pragma once
 
 #include "convert/transform.h"
@@ -25,22 +25,22 @@ struct DecodeContext {
     uint8_t *scratch;               // owned: one line, followed by the palette
     uint8_t *palette;               // in the caller's format; null unless the transform expands
     img_dtransform_state transform; // from the codec's format to the caller's
-    uint8_t *next_line;             // where the next row goes, whatever its number; null if the number decides
+    uint8_t *next_line;             // where the next row goes, whatever its number; null if its number decides
     int32_t line_step;              // bytes from one row to the next
     uint32_t key;                   // key_becomes_alpha
 
-    uint32_t lines_left;      // rows that next_line may still take
+    uint32_t lines_left;      // rows that next_line still has room for
     uint32_t line_width;      // pixels that the scratch line holds
     uint32_t palette_entries; // entries that the palette holds
 };
 
-// The table of default callouts, with the optional ones where the caller has them.
+// The table of default callouts. scanline and set_value are there only if the caller has them.
 img_decode_callouts default_callouts(DecodeContext &context);
 
-// Makes the pixels of the key's colour transparent. False for depths that cannot be.
+// Makes pixels that are equal to the key transparent. False for depths other than 16 and 32.
 bool key_to_alpha(img_format format, uint32_t key, uint8_t *pixels, uint32_t count);
 
-// The access function of the codec's record: converts a run and puts it where the caller's record has it.
+// The access function of the codec's record: converts a run and stores it in the caller's image.
 int img_decode_access(void *context, uint32_t x, uint32_t y, uint32_t count, void *line);
 
 } // namespace img

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The default callouts of decoding: they turn what a codec reports into the caller's record, and call the caller's own
+// The default callouts of decoding. They fill the caller's record from what a codec reports, and call the caller's own
 // callouts with the caller's data and record.
 #include "codec/decode.h"
 
@@ -14,7 +14,8 @@ namespace {
 
 DecodeContext &context_of(void *data) { return *static_cast<DecodeContext *>(data); }
 
-// A caller whose size is only a hint gives it up for the codec's. Kept: a buffer of its own is not asked whether it holds it.
+// Drops the caller's size where it is only a hint and the codec has one.
+// Kept: With IMG_F_SIZE_HINT the file's size replaces the caller's even if the caller brought the buffer.
 void release_hinted_size(img_record &record, const img_record &image) {
     if (has(record, IMG_F_SIZE_HINT)) record.flags &= ~(image.flags & size_flags);
 }
@@ -42,15 +43,15 @@ uint32_t dflt_choose_format(void *data, img_record *image, const img_format *for
     return closest_format(target, formats, count, [&](img_format format) { return convertible(format, target); });
 }
 
-// Decides where rows go: one after the other into the caller's buffer, or through a line of scratch memory, whose size in
-// bytes is returned.
+// Decides where rows go: in order into the caller's buffer, or through a line of scratch memory, whose size in bytes is
+// returned.
 uint64_t place_rows(DecodeContext &context, const img_record &image, uint32_t setup_flags) {
     const img_record &record = *context.record;
     if (has(record, IMG_F_ACCESS)) {
         context.line_width = smaller(record.width, image.width);
         return stride_of(record.format, context.line_width);
     }
-    if (!has(record, IMG_F_DIRECT)) return 0; // no pixel will be stored
+    if (!has(record, IMG_F_DIRECT)) return 0; // the record takes no pixels
     if (setup_flags & IMG_SETUP_TOPDOWN) {
         context.next_line = static_cast<uint8_t *>(record.data);
         context.line_step = static_cast<int32_t>(record.stride);
@@ -63,7 +64,7 @@ uint64_t place_rows(DecodeContext &context, const img_record &image, uint32_t se
     return 0;
 }
 
-// Chooses the routine and makes the memory that it needs.
+// Chooses the routine and allocates the memory that it needs.
 img_status prepare_conversion(DecodeContext &context, img_record &image, uint32_t setup_flags) {
     const img_record &record = *context.record;
     const bool found = find_routine(image.format, record.format, context.transform);
@@ -71,7 +72,7 @@ img_status prepare_conversion(DecodeContext &context, img_record &image, uint32_
     const uint64_t line_bytes = place_rows(context, image, setup_flags);
     if (context.lines_left > 1 && record.stride > INT32_MAX) return IMG_ST_NOMEM;
 
-    // Indices beyond the codec's palette find entries of 0.
+    // The palette covers every index of the depth; entries beyond the codec's are 0.
     const bool has_palette = expands && found && image.ncolors;
     const uint64_t entries = has_palette ? full_palette(image.format, image.ncolors) : 0;
     const uint64_t bytes = line_bytes + run_bytes(record.format, entries);
@@ -99,7 +100,8 @@ img_status dflt_setup(void *data, img_record *image, uint32_t setup_flags) {
     imgcpy(record, *image, shape_flags);
     if (!has(record, IMG_F_WANT_ALPHA) && !(image->format & record.format & IMG_FMT_ALPHA))
         record.format &= ~img_format{IMG_FMT_ALPHA};
-    if (is_palette(record.format)) record.ncolors = image->ncolors; // Kept: also for a palette of its own
+    if (is_palette(record.format))
+        record.ncolors = image->ncolors; // Kept: A palette of the caller's own gets as many entries as the file has.
     const auto &caller = *context.caller;
     if (caller.setup)
         if (const img_status status = caller.setup(caller.data, &record, setup_flags)) return status;
@@ -134,12 +136,12 @@ img_status dflt_set_palette(void *data, img_record *image, const void *palette, 
         return IMG_ST_OK;
     }
     if (!is_palette(image->format)) return IMG_ST_OK;
-    if (!context.palette) return IMG_ST_BADARG; // before a setup, or after one that failed
+    if (!context.palette) return IMG_ST_BADARG; // there was no successful setup
     return img_convert_data(format, palette, record.format, context.palette,
                             smaller(image->ncolors, context.palette_entries));
 }
 
-// The caller's transparency becomes the key, in the form in which the record keeps it.
+// Stores the key in the caller's record, in the form in which the record keeps it.
 void store_key(const DecodeContext &context, img_format codec_format, uint32_t key) {
     img_record &record = *context.record;
     record.transparency = key;
@@ -156,7 +158,7 @@ void store_key(const DecodeContext &context, img_format codec_format, uint32_t k
     }
 }
 
-// Kept: the entry's top bits are cleared in either byte order.
+// Kept: In an expanded palette the top bits of the entry are cleared in either byte order.
 void make_entry_transparent(const DecodeContext &context, uint32_t index) {
     if (index >= context.palette_entries) return;
     if (bits_per_pixel(context.record->format) == 32) {
@@ -179,12 +181,12 @@ void dflt_set_transparency(void *data, img_record *image, uint32_t key) {
     img_record &record = *context.record;
     store_key(context, image->format, key);
     if (has(record, IMG_F_WANT_ALPHA) && !has(record, IMG_F_PAL_ALPHA) && (record.format & IMG_FMT_ALPHA)) {
-        // Kept: the caller's own flag is enough where an entry has no alpha bit to clear. Nothing happens there.
+        // Kept: With a palette of the caller's own, a colour key has no effect on FMT_A8.
         if (has(*image, IMG_F_PALETTE) && (context.palette || bits_per_pixel(record.format) < 16)) {
             make_entry_transparent(context, key);
         } else {
             context.state |= key_becomes_alpha;
-            context.key = key; // Kept: compared as the codec passed it, not converted.
+            context.key = key; // Kept: A colour key that becomes alpha is compared as the codec passed it.
         }
         return;
     }
@@ -228,10 +230,10 @@ void dflt_abort(void *data, img_record *) {
         if (has(context.image, IMG_F_DIRECT)) context.image.data = nullptr;
     }
     free_scratch(context);
-    context.state &= ~uint32_t{converts_rows}; // rows that still come are dropped
+    context.state &= ~uint32_t{converts_rows}; // further rows are dropped
 }
 
-// Replaces the pixels that equal match.
+// Replaces pixels that are equal to match.
 template <typename Pixel> void replace_pixels(uint8_t *pixels, uint32_t count, Pixel match, Pixel replacement) {
     for (size_t i = 0; i < count; i++) {
         Pixel pixel;
@@ -256,7 +258,7 @@ bool key_to_alpha(img_format format, uint32_t key, uint8_t *pixels, uint32_t cou
     case 16: {
         const auto low = static_cast<uint16_t>(key);
         const uint16_t match = swapped ? __builtin_bswap16(low) : low;
-        // Kept: here the alpha bit stays and the colour goes, unlike at 32 bits.
+        // Kept: At 16 bits a pixel that matches the colour key keeps its alpha and loses its colour.
         replace_pixels(pixels, count, match, static_cast<uint16_t>(match & (swapped ? 0x0080 : 0x8000)));
         return true;
     }

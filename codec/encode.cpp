@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The encode driver: runs a codec for one frame and gives it the caller's pixels.
+// The encode driver: runs a codec for one frame and supplies the caller's pixels.
 #include "codec/encode.h"
 
 #include "core/registry.h"
@@ -55,7 +55,7 @@ uint64_t bytes_from(const img_record &record, const uint8_t *at) {
     return bytes - static_cast<uint64_t>(at - begin);
 }
 
-// Cuts the run that starts at column x and at the address to what can be read. Returns where to read it.
+// Cuts the run from column x on, which starts at the address, to what can be read. Returns where to read it.
 const uint8_t *readable_run(const img_record &record, const uint8_t *at, uint32_t x, uint32_t &count, void *out) {
     const uint32_t bits = bits_per_pixel(record.format);
     const uint64_t there = bytes_from(record, at), end = uint64_t{x} + count;
@@ -63,29 +63,28 @@ const uint8_t *readable_run(const img_record &record, const uint8_t *at, uint32_
         if (there * 8 / bits < count) count = static_cast<uint32_t>(there * 8 / bits);
         return at;
     }
-    // What follows the row is read as long as the buffer holds it. The codec's pixels are larger than these, so there is room
-    // for the run.
+    // Reads on after the row, to the end of the buffer. The codec's pixels are larger, so out has room for the run.
     return padded_run(at, there, run_bytes(record.format, count), static_cast<uint8_t *>(out));
 }
 
 } // namespace
 
-// Kept: a run may be longer than a row, or begin behind its end, and is passed on as it is. A buffer ends it.
+// Kept: While encoding, a run may be longer than a row or start after its end. It is cut at the end of the buffer only.
 int img_encode_access(void *data, uint32_t x, uint32_t y, uint32_t count, void *out) {
     auto &context = *static_cast<EncodeContext *>(data);
     const img_record &record = *context.record;
     if (!context.transform || !has(record, storage_flags)) return 0;
     if (has(record, IMG_F_ACCESS)) {
-        count = smaller(count, record.width); // which the line holds
+        count = smaller(count, record.width); // which the line has room for
         record.access(record.access_arg, x, y, count, context.line);
         if (count) img_dtransform_apply(context.transform, context.line, out, count);
         return 0;
     }
-    // Kept: the row's offset is counted in 32 bits.
+    // Kept: The offset of a row wraps at 32 bits when pixels are fetched for encoding.
     const uint8_t *line = static_cast<const uint8_t *>(record.data) + uint32_t{y * record.stride};
     if (context.next_line) {
         if (!context.lines_left) return 0;
-        line = context.next_line;
+        line = context.next_line; // Kept: A run of 0 pixels takes a row while encoding.
         if (--context.lines_left) context.next_line += context.line_step;
     } else if (y >= record.height) {
         return 0;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// One frame being encoded: what the driver in encode.cpp and its default callouts share.
+// A frame that is being encoded: what the driver in encode.cpp and the default callouts share.
 #pragma once
 
 #include "convert/transform.h"
@@ -19,12 +19,12 @@ struct EncodeContext {
     img_record *record; // the caller's
     uint8_t *line;      // owned: one row in the caller's format, when its rows come from an access function
     img_dtransform_state *transform; // owned
-    const uint8_t *next_line;        // the row to deliver next, whatever is asked for; null if the number decides
-    int64_t line_step;               // bytes from one row to the next
-    uint32_t lines_left;             // rows that next_line still has
+    const uint8_t *next_line; // the next row to deliver, whatever number is asked for; null if the number decides
+    int64_t line_step;        // bytes from one row to the next
+    uint32_t lines_left;      // rows from next_line on
 };
 
-// The table of default callouts, with the optional one where the caller has it.
+// The table of default callouts. scanline is there only if the caller has it.
 img_encode_callouts default_callouts(EncodeContext &context);
 
 // The access function of the codec's record: fetches a run of the caller's pixels and converts it.

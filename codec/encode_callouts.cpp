@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The default callouts of encoding: they show a codec the caller's image in a format that it can write, and call the
+// The default callouts of encoding. They present the caller's image in a format that the codec can write, and call the
 // caller's own callouts with the caller's data and record.
 #include "codec/encode.h"
 
@@ -21,7 +21,7 @@ uint32_t dflt_choose_format(void *data, img_record *image, const img_format *for
     const auto &caller = *context.caller;
     if (caller.choose_format) {
         const uint32_t index = caller.choose_format(caller.data, context.record, formats, count);
-        if (index < count) return index; // Kept: no conversion follows, the codec takes the pixels as they are.
+        if (index < count) return index; // Kept: The caller's own choice of format for encoding sets up no conversion.
     }
     const uint32_t index = closest_format(image->format, formats, count,
                                           [&](img_format format) { return convertible(image->format, format); });
@@ -32,7 +32,7 @@ uint32_t dflt_choose_format(void *data, img_record *image, const img_format *for
     return index;
 }
 
-// Makes the transform into the chosen format, and says where rows come from.
+// Creates the transform into the chosen format, and decides where rows come from.
 img_status prepare_conversion(EncodeContext &context, img_record &image, uint32_t setup_flags) {
     const img_record &record = *context.record;
     image.format = context.chosen;
@@ -88,7 +88,7 @@ img_status dflt_get_transparency(void *data, img_record *image, void *dst) {
     if (caller.get_transparency) return caller.get_transparency(caller.data, context.record, dst);
     if (!has(*image, IMG_F_TRANSP)) return IMG_ST_BADARG;
     const img_record &record = *context.record;
-    if (bits_per_pixel(record.format) > 16) { // by way of the destination
+    if (bits_per_pixel(record.format) > 16) { // the record's pixel passes through dst
         if (const img_status status = img_convert_data(FMT_ARGB8888HE, &record.transparency, record.format, dst, 1))
             return status;
         if (context.transform) img_dtransform_apply(context.transform, dst, dst, 1);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Loading: which codecs are asked, and begin, frame and finish with the one that accepts.
+// Loading: asks the codecs in turn, then runs begin, frame and finish of the one that accepts the stream.
 #include "codec/stream_file.h"
 #include "core/owned.h"
 #include "core/record.h"
@@ -9,7 +9,7 @@ using namespace img;
 
 namespace {
 
-// Codecs in the order in which they are asked.
+// The codecs to ask, in order.
 class Candidates {
 public:
     explicit Candidates(uint32_t count) : list_(allocate<img_codec *>(count)) {}
@@ -49,7 +49,7 @@ img_status load_by_extension(img_lib_handle *handle, const char *path, io_handle
     const Candidates others{total - nmatching};
     if (!others) return status;
     const uint32_t nothers = img_codec_list(handle, others.list(), total - nmatching, matching.list(), nmatching);
-    // Kept: if the others refuse as well, the answer of the extension's codecs stands.
+    // Kept: When no codec accepts a file, the status is that of the codecs of its extension.
     if (others.validate(nothers, stream, codec) != IMG_ST_OK) return status;
     return decode(codec, stream, callouts, record);
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A named file with a stream over it.
+// A file, opened by name, with a stream over it.
 #pragma once
 
 #include "core/owned.h"
@@ -11,7 +11,7 @@
 
 namespace img {
 
-// A signal that arrives while the file is being opened, a pipe with a name for instance, is no failure.
+// Repeats the call while signals interrupt it, which can happen with a named pipe.
 inline int open_uninterrupted(const char *path, int flags) {
     int fd;
     do fd = open(path, flags | O_CLOEXEC, 0666);
@@ -19,8 +19,8 @@ inline int open_uninterrupted(const char *path, int flags) {
     return fd;
 }
 
-// Opens the file for reading, or creates it for writing. The stream closes before the descriptor, so what it still holds
-// is written.
+// Opens the file for reading, or creates it for writing. The stream is closed before the descriptor, so what its buffer
+// still holds is written.
 class FileStream {
 public:
     FileStream(const char *path, uint32_t mode)
@@ -31,7 +31,7 @@ public:
     FileStream &operator=(const FileStream &) = delete;
 
     bool opened() const { return bool{fd_}; }
-    io_handle *stream() const { return stream_; } // null when memory lacks or the file is too large
+    io_handle *stream() const { return stream_; } // null when out of memory or if the file is too large
 
 private:
     Descriptor fd_;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Writing: begin, frame and finish with one codec, to a stream or to a file that is removed if it is not complete.
+// Writing: runs begin, frame and finish of one codec, to a stream or to a file. An incomplete file is removed.
 #include "codec/stream_file.h"
 
 #include <unistd.h>
@@ -22,7 +22,7 @@ img_status img_write_file(img_lib_handle *handle, const char *path, const img_en
     img_codec *codec;
     if (!img_codec_list_byext(handle, path, &codec, 1)) return IMG_ST_NOCODEC;
     img_status status;
-    {
+    { // Kept: img_write_file does not notice a disk that is full at the final flush.
         const FileStream file{path, IO_WRITE};
         if (!file.opened()) return IMG_ST_FILE;
         status = file.stream() ? img_write(handle, file.stream(), callouts, image, &codec) : img_status{IMG_ST_NOMEM};

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Pixels that stay as they are: copied in a run, or with a stride of their own in the destination.
+// Copies of pixels: in one run, or with a step between the pixels of the destination.
 #include "convert/copy.h"
 
 #include <stddef.h>
@@ -19,7 +19,7 @@ template <size_t bytes> void copy_strided(const void *src, void *dst, int32_t st
     for (ptrdiff_t i = 0; i < ptrdiff_t{count}; i++) memcpy(to + i * step, from + i * ptrdiff_t{bytes}, bytes);
 }
 
-// Kept: A8, both XBGR8888 orders and ABGR8888OE have no strided copy; operations that need one refuse these formats.
+// Kept: FMT_A8, both FMT_XBGR8888 orders and FMT_ABGR8888OE have no strided copy.
 constexpr struct {
     img_format format;
     img_copy_func copy;

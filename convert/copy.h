@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The strided copies behind img_copy_getfunc, by pixel size in bits.
+// The strided copies that img_copy_getfunc returns, by bits per pixel.
 #pragma once
 
 #include "pictra/pictra.h"

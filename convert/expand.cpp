@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Palette expansion: which routine serves which depths. The routines go on to the active variant.
+// Palette expansion: chooses the routine for two depths. The routines call those of the active variant.
 #include "convert/expand.h"
 
 #include "convert/kernels.h"
@@ -26,7 +26,7 @@ img_expand_func img_expand_getfunc(img_format src, img_format dst) {
         {img_expand_4_8, img_expand_4_16, img_expand_4_24, img_expand_4_32},
         {img_expand_8_8, img_expand_8_16, img_expand_8_24, img_expand_8_32},
     };
-    // Kept: only the depths count; whether the formats hold indices and colours is the caller's to know.
+    // Kept: img_expand_getfunc looks at the depths alone.
     const uint32_t index_bits = img::bits_per_pixel(src), pixel_bits = img::bits_per_pixel(dst);
     if (pixel_bits % 8 || pixel_bits < 8 || pixel_bits > 32) return nullptr;
     const auto &row = index_bits == 1 ? routines[0] : index_bits == 4 ? routines[1] : routines[2];

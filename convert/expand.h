@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The palette expansions behind img_expand_getfunc: img_expand_<bits of an index>_<bits of a pixel>.
+// The routines that img_expand_getfunc returns: img_expand_<bits per index>_<bits per pixel>.
 #pragma once
 
 #include "pictra/pictra.h"

@@ -64,7 +64,7 @@ struct Weights {
 };
 
 static constexpr Weights weights(Rule rule) {
-    // Kept: of ABGR sources only green counts, so their white is 150. Callers rely on the values.
+    // Kept: Grey of ABGR sources is computed from green alone. White gives 150.
     return rule == Rule::green_luma ? Weights{0, 151, 0} : Weights{77, 151, 28};
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A record seen as rows, whether they lie in a buffer or pass through an access function.
+// The rows of a record, whether they are in a buffer or pass through an access function.
 #pragma once
 
 #include "core/record.h"
@@ -13,10 +13,10 @@ public:
 
     bool direct() const { return has(record_, IMG_F_DIRECT); }
 
-    // Where the row lies; buffers only.
+    // The first byte of a row; buffers only.
     uint8_t *at(uint32_t y) const { return row_at(record_, y); }
 
-    // Gets pixels from, or hands them to, the access function.
+    // Fetches pixels from the access function, or delivers them to it.
     void pass(uint32_t x, uint32_t y, uint32_t count, void *line) const {
         record_.access(record_.access_arg, x, y, count, line);
     }

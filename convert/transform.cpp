@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The data transform: a conversion between two records' formats, prepared once and applied to runs or to whole images.
+// The data transform: a conversion between the formats of two records, prepared once, applied to runs or whole images.
 #include "convert/transform.h"
 
 #include "convert/rows.h"
@@ -11,7 +11,7 @@ using namespace img;
 
 namespace {
 
-// A state with the routine and with room for more bytes after it.
+// Allocates a state with the routine, followed by room for more bytes.
 Transform make_state(const img_dtransform_state &routine, uint64_t bytes) {
     Transform state{static_cast<img_dtransform_state *>(calloc(1, sizeof(img_dtransform_state) + bytes))};
     if (state) *state.get() = routine;
@@ -22,7 +22,7 @@ img_status create_expansion(const img_record &src, const img_record &dst, const 
                             Transform &state) {
     const img_cvt_func convert = img_convert_getfunc(FMT_ARGB8888HE, dst.format);
     if (!convert) return IMG_ST_BADFMT;
-    // The record's own palette serves where it has the destination's format, whatever the record says of its length.
+    // Kept: img_dtransform uses an FMT_ARGB8888HE palette in place. Indices beyond its end are not caught.
     const bool own = dst.format == FMT_ARGB8888HE;
     state = make_state(routine, own ? 0 : run_bytes(dst.format, full_palette(src.format, src.ncolors)));
     if (!state) return IMG_ST_NOMEM;
@@ -35,21 +35,21 @@ img_status create_expansion(const img_record &src, const img_record &dst, const 
     return IMG_ST_OK;
 }
 
-// The bytes of a line that rows must be held in on the way. A row that is fetched goes straight into the destination's
-// row where it fits, to be converted there.
+// The size of the line that rows pass through. A row from an access function is fetched into the destination's row if
+// it fits there, and converted in place.
 uint64_t line_bytes(const img_record &src, const img_record &dst, uint32_t width) {
     const uint64_t src_bytes = run_bytes(src.format, width), dst_bytes = run_bytes(dst.format, width);
     if (has(dst, IMG_F_DIRECT)) return has(src, IMG_F_DIRECT) || src_bytes <= dst_bytes ? 0 : src_bytes;
     return larger(1, has(src, IMG_F_DIRECT) ? dst_bytes : larger(src_bytes, dst_bytes));
 }
 
-// Whether the rows of a buffer follow each other without gaps.
+// Whether the rows of a buffer are adjacent.
 bool rows_touch(const img_record &record, uint32_t width) {
     return has(record, IMG_F_DIRECT) && bits_per_pixel(record.format) >= 8 &&
            run_bytes(record.format, width) == record.stride;
 }
 
-// Whether all rows are one run in either buffer, and the buffers are apart. Long runs are written past the caches.
+// Whether all rows form one run in both buffers, and the buffers do not overlap. Long runs bypass the caches.
 bool one_run(const img_record &src, const img_record &dst, uint32_t width, uint32_t height) {
     if (!rows_touch(src, width) || !rows_touch(dst, width) || uint64_t{width} * height > UINT32_MAX) return false;
     return buffers_apart(src, dst);
@@ -70,7 +70,7 @@ img_status move_rows(const img_record &src_record, const img_record &dst_record,
     if (bytes && !line) return IMG_ST_NOMEM;
 
     const Rows src{src_record}, dst{dst_record};
-    // Kept: between two access functions the last row goes first.
+    // Kept: Between two access functions img_dtransform processes the rows from last to first.
     const bool last_first = !src.direct() && !dst.direct();
     for (uint32_t i = 0; i < height; i++) {
         const uint32_t src_y = last_first ? height - 1 - i : i;

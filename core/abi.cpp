@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The layouts that separately built programs and modules rely on. Assertions and nothing else.
+// Asserts the layouts that separately built programs and modules rely on.
 #include "core/registry.h"
 #include "pictra/backend.h"
 

@@ -15,7 +15,7 @@ constexpr size_t max_path = 255, max_extensions = 127, max_mime_types = 31;
 
 bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-// Cuts blanks off both ends, in place.
+// Strips white space from both ends, in place.
 char *strip(char *text) {
     while (is_blank(*text)) text++;
     size_t length = strlen(text);
@@ -24,7 +24,7 @@ char *strip(char *text) {
     return text;
 }
 
-// Text that keeps its first N characters.
+// A string that keeps at most its first N characters.
 template <size_t N> class Field {
 public:
     void operator=(const char *text) {
@@ -39,12 +39,12 @@ private:
     char text_[N + 1] = {};
 };
 
-// Reads the file entry by entry: section headers, which have no value, and keys with values.
+// Reads the file entry by entry. An entry is a section header, which has no value, or a key with its value.
 class Reader {
 public:
     explicit Reader(FILE *file) : file_(file) {}
 
-    // Advances to the next entry. 0, or -1 at the end.
+    // Advances to the next entry. Returns 0, or -1 at the end of the file.
     int next() {
         while (fgets(line_, sizeof line_, file_)) {
             char *text = strip(line_);
@@ -61,14 +61,14 @@ public:
                 value_ = strip(equals + 1);
                 return status_ = 0;
             }
-            skipped_++;
+            skipped_++; // Kept: There are no comments in the configuration file.
         }
         return status_ = -1;
     }
 
     const char *key() const { return key_; }
     const char *value() const { return value_; }
-    int status() const { return status_; } // of the last call of next
+    int status() const { return status_; } // the last result of next()
     int skipped() const { return skipped_; }
 
 private:
@@ -87,8 +87,8 @@ public:
             log_statistics();
             return IMG_ST_CONFIG;
         }
-        // Kept: only a section header is ever moved on from, so a file that begins with a key is never read to its end.
-        // Sleeping is what makes that a defined program, and spares the processor.
+        // Kept: A configuration file that begins with a key is never read to its end. Sleeping keeps the behaviour of
+        // this endless loop defined and costs no processor time.
         while (entries_.value()) pause();
 
         img_status status;
@@ -100,7 +100,7 @@ public:
     }
 
 private:
-    // Reads on to the next header or the end, and registers the module.
+    // Reads up to the next section header or the end of the file, and registers the module.
     img_status read_section() {
         Field<max_path> path;
         Field<max_extensions> extensions;

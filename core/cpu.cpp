@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Asks the CPU what it can do. The compiler's own __builtin_cpu_supports is not used: its data is filled by a
-// constructor, which would run when the library is loaded.
+// Asks the CPU which instruction sets it has. The compiler's __builtin_cpu_supports is not used because a constructor
+// fills its data, which would run when the library is loaded.
 #include "core/cpu.h"
 
 #include <stdint.h>
@@ -19,7 +19,7 @@ constinit Variant chosen = Variant::undecided;
 #if defined(__x86_64__)
 namespace {
 
-// A bit of CPUID leaf 7 by the name of the compiler's flag, with the register state it needs from the system.
+// A bit of CPUID leaf 7, named after the compiler's flag, with the register state that the operating system must save.
 enum Register { ebx, ecx };
 struct Feature {
     Register where;
@@ -27,7 +27,7 @@ struct Feature {
     uint32_t state;
 };
 
-constexpr uint32_t avx_state = 0x06, avx512_state = 0xe6; // of XCR0: which registers are saved between threads
+constexpr uint32_t avx_state = 0x06, avx512_state = 0xe6; // bits of XCR0: registers that the system saves
 
 [[maybe_unused]] constexpr Feature avx2{ebx, 5, avx_state}, bmi2{ebx, 8, 0}, avx512f{ebx, 16, avx512_state},
     avx512dq{ebx, 17, avx512_state}, avx512bw{ebx, 30, avx512_state}, avx512vl{ebx, 31, avx512_state},

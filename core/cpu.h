@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Which of the compiled variants of the kernels this CPU runs, and tables of functions of which each variant has one.
-// The variants are listed by the build (cmake/variants.cmake), from the least to the best.
+// Which of the compiled variants of the inner loops this CPU runs, and tables of functions with one entry per variant.
+// The build lists the variants (cmake/variants.cmake), from the slowest to the fastest.
 #pragma once
 
 #include "core/variants.h"
@@ -16,8 +16,7 @@ enum class Variant : int {
     undecided = count
 };
 
-// Accessed atomically, by built-in functions: <atomic> is a third of a second of compiling, for each kernel and
-// variant.
+// Accessed atomically with the compiler's builtins: <atomic> would be included in every kernel.
 extern Variant chosen;
 
 // Chooses the best variant that runs here.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The diagnostic log: one message at a time, to the system logger and on request to standard error.
+// The diagnostic log: every message goes to the system logger and, on request, to standard error.
 #include "core/log.h"
 
 #include <errno.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Codec modules: opened when first needed, at most once, and closed with their codec.
+// Codec modules. A module is opened when it is first needed, at most once, and closed with its codec.
 #include "core/log.h"
 #include "core/registry.h"
 
@@ -22,7 +22,7 @@ void close_module(img_codec &codec, const char *function, int32_t line) {
 } // namespace
 
 img_status codec_init(img_codec *codec) {
-    // Kept: a module that did not open is not tried again, and this succeeds from then on with an empty table.
+    // Kept: A module that did not open is not tried again. From then on this call succeeds and the table stays empty.
     if (codec->state & codec_initialised) return IMG_ST_OK;
     codec->state |= codec_initialised;
     if (!codec->path) return IMG_ST_OK;
@@ -34,7 +34,7 @@ img_status codec_init(img_codec *codec) {
         status = reinterpret_cast<img_getfuncs_func *>(entry)(&codec->funcs, sizeof codec->funcs);
         if (status == IMG_ST_OK) return IMG_ST_OK;
     }
-    codec->funcs = {}; // whatever it stored is gone with the module
+    codec->funcs = {}; // they point into the module
     close_module(*codec, "codec_init", 285);
     return status;
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Owning types: each releases what it holds when it goes out of scope. Memory is always malloc's, because some of it is
-// given to callers, who call free().
+// Owning types: each releases what it holds when it goes out of scope. Memory always comes from malloc, because some of
+// it is given to callers, who call free().
 #pragma once
 
 #include <stdint.h>
@@ -42,7 +42,7 @@ private:
     T *pointer_ = nullptr;
 };
 
-// Null when memory lacks. A count of 0 may give null as well.
+// Null when out of memory. A count of 0 may give null as well.
 template <typename T> Owned<T> allocate(uint64_t count) {
     return Owned<T>(count > SIZE_MAX / sizeof(T) ? nullptr : static_cast<T *>(malloc(count * sizeof(T))));
 }

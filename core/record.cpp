@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Storage of image records: allocation, its undoing, and the merge of fields between records.
+// Allocates and releases the storage of image records, and copies fields between them.
 #include "core/record.h"
 
 #include <stdlib.h>
@@ -14,7 +14,7 @@ img_status img_alloc(img_record *record, img_alloc_result *result) {
     uint64_t pixel_bytes = 0;
     uint32_t stride = 0;
     if (!has(*record, storage_flags)) {
-        // Kept: the row size wraps at 32 bits, as the fields that it goes into do; only the whole is tested.
+        // Kept: The size of a row wraps at 32 bits in img_alloc. Only the product with the height is checked.
         stride = (((bits_per_pixel(record->format) * record->width + 7) >> 3) + 3) & ~uint32_t{3};
         pixel_bytes = uint64_t{record->height} * stride;
     }
@@ -78,11 +78,11 @@ void copy_palette(img_record &dst, const img_record &src) {
     for (uint32_t i = count; i < dst.ncolors; i++) dst.palette[i] = 0;
 }
 
-const uint8_t *padded_run(const uint8_t *run, uint64_t there, uint64_t needed, uint8_t *room) {
+const uint8_t *padded_run(const uint8_t *run, uint64_t there, uint64_t needed, uint8_t *scratch) {
     if (needed <= there) return run;
-    memcpy(room, run, there);
-    memset(room + there, 0, needed - there);
-    return room;
+    memcpy(scratch, run, there);
+    memset(scratch + there, 0, needed - there);
+    return scratch;
 }
 
 uint32_t stored_key(const img_record &record) {

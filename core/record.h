@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What every operation needs to know of a record: sizes of rows, which fields are there, storage that is undone on
-// failure. No pixel is touched here.
+// What every operation needs to know about a record: sizes of rows, which fields are valid, storage that is released
+// again on failure. No pixel is touched here.
 #pragma once
 
 #include "pictra/pictra.h"
@@ -19,15 +19,16 @@ constexpr bool has_all(const img_record &record, img_flags flags) { return (reco
 
 constexpr uint64_t run_bits(img_format format, uint64_t n) { return bits_per_pixel(format) * n; }
 
-// Bytes that n pixels take, and where pixel n begins: pixels of 1 and 4 bits round up to a byte, also as an offset.
+// Bytes that n pixels take, and the offset of pixel n. Kept: An offset within a row of 1- or 4-bit indices rounds up to
+// a whole byte.
 constexpr uint64_t run_bytes(img_format format, uint64_t n) { return (run_bits(format, n) + 7) >> 3; }
 
 // A run of a row, from a byte with `there` bytes left to read. A run of 1- or 4-bit pixels that starts inside a byte is
-// read from the next byte on and may need a byte more than there is: that byte counts as 0. The run is then assembled in
-// room, which holds `needed` bytes.
-const uint8_t *padded_run(const uint8_t *run, uint64_t there, uint64_t needed, uint8_t *room);
+// read from the next byte on and may need a byte more than there is: that byte counts as 0. The run is then copied to
+// scratch, which has room for `needed` bytes.
+const uint8_t *padded_run(const uint8_t *run, uint64_t there, uint64_t needed, uint8_t *scratch);
 
-// Bytes of a row that the library allocates: the one stride rule.
+// The stride of rows that the library allocates: whole bytes, rounded up to a multiple of 4.
 constexpr uint64_t stride_of(img_format format, uint64_t n) { return (run_bytes(format, n) + 3) & ~uint64_t{3}; }
 
 constexpr uint32_t smaller(uint32_t a, uint32_t b) { return a < b ? a : b; }
@@ -38,37 +39,37 @@ inline uint8_t *row_at(const img_record &record, uint64_t y) {
     return static_cast<uint8_t *>(record.data) + y * record.stride;
 }
 
-// Whether the rows of two buffers share no byte.
+// Whether two buffers have no byte in common.
 inline bool buffers_apart(const img_record &a, const img_record &b) {
     const auto begin = [](const img_record &image) { return reinterpret_cast<uintptr_t>(image.data); };
     const auto end = [&](const img_record &image) { return begin(image) + uint64_t{image.stride} * image.height; };
     return end(a) <= begin(b) || end(b) <= begin(a);
 }
 
-// Takes what dst lacks, src has and mask names: width, height, format, the codec's mark, storage. Palette, colour count
-// and transparency stay. Nothing is allocated: storage is shared.
+// Copies the fields that mask names, src has and dst lacks: width, height, format, the codec's mark, storage. Palette,
+// number of colours and transparency are not copied. Nothing is allocated: the records then share their storage.
 void imgcpy(img_record &dst, const img_record &src, img_flags mask);
 
-// Gives dst the format that it lacks, and with a palette format the number of colours.
+// Copies the format if dst lacks it, along with the number of colours of a palette format.
 void take_format(img_record &dst, const img_record &src);
 
-// Fills dst's palette with the entries of src's, as far as they reach, and with 0.
+// Fills dst's palette with the entries of src's palette, and with 0 after the last of them.
 void copy_palette(img_record &dst, const img_record &src);
 
 // The colour key as the record keeps it for its depth: an index, a pixel, or an FMT_ARGB8888HE word.
 uint32_t stored_key(const img_record &record);
 
-// A colour key as a run of one pixel of the format, for the routines that convert runs. The key of a palette format is an
-// index; one of 1 or 4 bits goes to the top of its byte, where the first pixel of a run is.
+// A colour key as a run of one pixel of the format, for the routines that convert runs. The key of a palette format is
+// an index; one of 1 or 4 bits goes to the top of its byte, where the first pixel of a run is.
 struct KeyPixel {
     uint8_t bytes[4];
 };
 KeyPixel key_pixel(img_format format, uint32_t key);
 
-// img_alloc, refusing rows whose size would wrap: what is written into a row must fit it.
+// img_alloc, but refuses rows whose size would wrap, because whatever is written into a row must fit.
 img_status allocate_storage(img_record &record, img_alloc_result &made);
 
-// The storage that img_alloc gives a record, taken back again unless keep() is called.
+// The storage that img_alloc gives a record. It is released again unless keep() is called.
 class Storage {
 public:
     explicit Storage(img_record &record) : record_(record) {}
@@ -80,7 +81,7 @@ public:
     bool made_palette() const { return made_ & IMG_ALLOC_PALETTE; }
     void keep() { made_ = 0; }
 
-    // Frees what img_alloc made and clears its flags.
+    // Frees what img_alloc allocated and clears its flags.
     static void release(img_record &record, img_alloc_result made);
 
 private:

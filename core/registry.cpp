@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The codec registry: registration and look-ups. Opening and closing modules is in module.cpp.
+// The codec registry: registration and lookup. module.cpp opens and closes modules.
 #include "core/registry.h"
 
 #include "core/owned.h"
@@ -19,7 +19,7 @@ Owned<char> copy_text(const char *text) {
     return copy;
 }
 
-// Turns "a:b" into the strings "a" and "b" and an empty one. No text gives no list. False when memory lacks.
+// Turns "a:b" into the strings "a" and "b" and an empty one. No text gives no list. False when out of memory.
 bool make_list(const char *text, Owned<char> &list) {
     if (!text || !*text) return true;
     const size_t length = strlen(text);
@@ -54,7 +54,7 @@ bool holds(img_codec *const *codecs, uint32_t count, const img_codec *codec) {
     return false;
 }
 
-// Counts the codecs that match says, and stores as many of them as there is room for.
+// Counts the codecs for which match returns true, and stores as many of them as there is room for.
 template <typename Match> uint32_t list_matching(img_lib_handle &handle, img_codec **out, uint32_t max, Match match) {
     uint32_t count = 0;
     for (img_codec *codec = handle.head; codec; codec = codec->next) {

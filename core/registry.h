@@ -1,17 +1,18 @@
 // SPDX-License-Identifier: MIT
 //
-// The records behind a handle's codec registry.
+// The records of a handle's codec registry.
 #pragma once
 
 #include "pictra/pictra.h"
 
-// A codec: a module that is opened when first needed, or functions of the program. Lists and path are owned.
+// A codec: a module that is opened when it is first needed, or functions of the program. The record owns lists and
+// path.
 struct img_codec {
     uint32_t state;   // img::codec_initialised
-    char *extensions; // strings that an empty one ends, or null
+    char *extensions; // a sequence of strings, ended by an empty one; or null
     char *mime_types; // the same
-    char *path;       // of the module; null for functions of the program
-    void *module;     // what dlopen gave; null while not open
+    char *path;       // of the module; null if the functions are the program's
+    void *module;     // from dlopen; null while it is not open
     img_codec_funcs funcs;
     img_codec *next;
 };
@@ -22,7 +23,7 @@ struct img_lib_handle {
 
 namespace img {
 
-// Initialisation was attempted, whatever came of it.
+// Initialisation was attempted, successfully or not.
 inline constexpr uint32_t codec_initialised = 0x1;
 
 } // namespace img

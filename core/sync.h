@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Mutex, condition and thread over pthreads. Making one may fail, and then it says so.
+// Mutex, condition variable and thread over pthreads. Creating one may fail; it can be asked whether it did.
 #pragma once
 
 #include <pthread.h>
@@ -40,7 +40,7 @@ private:
     bool made_;
 };
 
-// Holds a mutex while it lives.
+// Holds a mutex for its lifetime.
 class Lock {
 public:
     explicit Lock(Mutex &mutex) : mutex_(mutex.mutex_), error_(pthread_mutex_lock(&mutex_)) {}

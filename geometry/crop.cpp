@@ -10,7 +10,7 @@ img_status img_crop(const img_record *src, img_record *dst, uint32_t x, uint32_t
     if (uint64_t{x} + dst->width > src->width || uint64_t{y} + dst->height > src->height) return IMG_ST_BADARG;
     RectCopier copier{*src, *dst};
     take_format(*dst, *src);
-    if (const img_status status = copier.prepare(0)) return status; // Kept: IMG_F_PAL_ALPHA is not copied.
-    // Kept: the byte offset of the first row wraps at 32 bits.
+    if (const img_status status = copier.prepare(0)) return status; // Kept: Crop does not copy IMG_F_PAL_ALPHA.
+    // Kept: Crop computes the offset of its first row in 32 bits.
     return copier.copy_rows({x, y, dst->width, dst->height, true}, {});
 }

@@ -73,7 +73,8 @@ img_status img_flip_vertical(img_record *image) {
     const Owned<uint8_t> row = allocate<uint8_t>(image->stride);
     if (!row) return IMG_ST_NOMEM;
     auto *top = static_cast<uint8_t *>(image->data);
-    uint8_t *bottom = top + uint32_t{(image->height - 1) * image->stride}; // Kept: the offset wraps at 32 bits.
+    uint8_t *bottom =
+        top + uint32_t{(image->height - 1) * image->stride}; // Kept: img_flip_vertical computes an offset in 32 bits.
     for (; top < bottom; top += image->stride, bottom -= image->stride) {
         memcpy(row.get(), top, image->stride);
         memcpy(top, bottom, image->stride);
@@ -87,7 +88,7 @@ img_status img_flip_horizontal(img_record *image) {
     if (!has(*image, IMG_F_DIRECT)) return IMG_ST_BADFMT;
     if (!image->height) return IMG_ST_OK;
     const uint32_t depth = bits_per_pixel(image->format);
-    if (!depth) return IMG_ST_NOCODEC; // Kept: a depth of 0 has a status of its own.
+    if (!depth) return IMG_ST_NOCODEC; // Kept: img_flip_horizontal answers a depth of 0 with IMG_ST_NOCODEC.
     Mirror *mirror = mirror_of(depth);
     if (!mirror) return IMG_ST_BADFMT;
     for (uint32_t y = 0; y < image->height; y++) mirror(row_at(*image, y), image->width);
@@ -97,13 +98,13 @@ img_status img_flip_horizontal(img_record *image) {
 img_status img_flip(const img_record *src, img_record *dst, uint32_t direction) {
     if (!has_all(*src, shape_flags)) return IMG_ST_BADARG;
     RectCopier copier{*src, *dst};
-    take_format(*dst, *src);
+    take_format(*dst, *src); // Kept: What a destination takes before a later step fails stays.
     if (direction > IMG_FLIP_VERTICAL) return IMG_ST_BADFMT;
     imgcpy(*dst, *src, size_flags);
     if (const img_status status = copier.prepare(IMG_F_PAL_ALPHA)) return status;
     // A smaller destination receives the right and bottom part.
     const uint32_t width = smaller(src->width, dst->width), height = smaller(src->height, dst->height);
     const bool vertical = direction == IMG_FLIP_VERTICAL;
-    // Kept: an access function receives the rows from the bottom up in either direction.
+    // Kept: img_flip calls an access function from the bottom row up in either direction.
     return copier.copy_rows({src->width - width, src->height - height, width, height}, {!vertical, vertical, true});
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What flip, crop and rotation share: they read a rectangle of the source row by row, convert each row to the destination's
-// format, and copy its pixels into place. The callers say where each row goes.
+// What flip, crop and rotation share: they read a rectangle of the source row by row, convert each row to the
+// destination's format, and copy its pixels into place. The callers say where each row goes.
 #pragma once
 
 #include "convert/rows.h"
@@ -35,8 +35,8 @@ class RectCopier {
 public:
     RectCopier(const img_record &src, img_record &dst) : src_(src), dst_(dst), storage_(dst) {}
 
-    // Finds the strided copy, prepares the conversion, and allocates what dst lacks of storage and palette. dst takes those
-    // of the flags in marks that src has along with a palette.
+    // Finds the strided copy, prepares the conversion, and allocates what dst lacks of storage and palette. dst takes
+    // those of the flags in marks that src has along with a palette.
     img_status prepare(img_flags marks);
 
     // Allocates the memory for reading rect, `lines` converted rows at a time, and `extra` bytes for the caller.
@@ -45,8 +45,8 @@ public:
     // Row i of the rectangle. It is valid until `lines` more rows have been read.
     const uint8_t *row(uint32_t i);
 
-    // Rows of the rectangle from row i on: all `count` of them if they can be used in place, otherwise as many as there are
-    // lines for.
+    // Rows of the rectangle from row i on: all `count` of them if they can be used in place, otherwise as many as there
+    // are lines for.
     Band rows(uint32_t i, uint32_t count);
 
     // Copies all rows of the rectangle into place.

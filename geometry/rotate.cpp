@@ -11,7 +11,8 @@ namespace {
 // Columns that an access function receives at a time.
 constexpr uint32_t block_columns = 8;
 
-// Rows that are converted before they are transposed together: enough to keep the kernels busy, few enough for the caches.
+// Rows that are converted before they are transposed together: enough to keep the kernels busy, few enough for the
+// caches.
 constexpr uint32_t band_rows = 64;
 
 // Into a buffer: straight from the source where rows can be used in place, otherwise in bands of converted rows.

@@ -22,7 +22,7 @@ bool have_buffer(io_stream &stream) {
     if (!stream.buffer_size) return false;
     stream.buffer = static_cast<uint8_t *>(malloc(stream.buffer_size));
     if (!stream.buffer) return false;
-    memset(stream.buffer, 0, stream.buffer_size); // A position that was set before can be gone back from.
+    memset(stream.buffer, 0, stream.buffer_size); // unread can go back into bytes that were never written
     stream.position = smaller(stream.position, stream.buffer_size);
     stream.count = 0;
     return true;
@@ -32,7 +32,7 @@ uint32_t transfer(io_stream &stream, void *bytes, uint32_t length) {
     uint32_t moved = 0;
     if (stream.mode & IO_WRITE)
         moved = stream.backend_write(stream.handle, bytes, length);
-    else if (stream.backend_read) // an area of memory has none
+    else if (stream.backend_read) // a memory stream has none
         moved = stream.backend_read(stream.handle, bytes, length);
     stream.limit -= moved;
     stream.transferred += moved;
@@ -41,9 +41,10 @@ uint32_t transfer(io_stream &stream, void *bytes, uint32_t length) {
 
 } // namespace img
 
+// Kept: io_ostream_flush works on reading streams, too. It then reads over the bytes that were consumed.
 int io_ostream_flush(io_stream *self) {
     if (!self->position) return 0;
-    if (!self->buffer) { // a skip counted bytes as consumed before there was one
+    if (!self->buffer) { // a skip counted bytes as consumed before the buffer was allocated
         errno = EFBIG;
         return -1;
     }

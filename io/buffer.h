@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// What the two directions of a stream share. The counters are unsigned and wrap; whatever they say, memory is reached
-// only through helpers here that know what the buffer really holds.
+// What both directions of a stream use: the buffer, and the calls of the backend. The counters are unsigned and wrap,
+// and callers can bring them into any state; the functions here check what the buffer really holds before they touch
+// it.
 #pragma once
 
 #include "core/record.h"
@@ -11,20 +12,21 @@
 
 namespace img {
 
-// The value of io_stream::limit that stands for none. Transfers count it down all the same.
+// The initial value of io_stream::limit. Kept: No limit is a limit of 4 GiB - 1. Transfers count it down like any
+// other.
 inline constexpr uint32_t no_limit = UINT32_MAX;
 
-// Sets errno for an operation that the stream's mode does not have.
+// Whether the stream has the mode; sets errno to EBADF if not.
 bool has_mode(const io_stream &stream, uint32_t mode);
 
-// Makes the buffer if it is missing. A new one holds nothing that is still to be read, whatever was counted before. False
-// when memory lacks or the stream is unbuffered.
+// Allocates the buffer if it is missing. A new one holds nothing to be read, whatever the counters said. False when out
+// of memory or if the stream is unbuffered.
 bool have_buffer(io_stream &stream);
 
-// One call of the backend's operation for the stream's direction; what passed is counted.
+// Calls the backend's operation for the stream's direction once, and updates the counters.
 uint32_t transfer(io_stream &stream, void *bytes, uint32_t length);
 
-// Counts bytes that the backend took back.
+// Updates the counters for bytes that the backend took back.
 inline void count_back(io_stream &stream, uint32_t count) {
     stream.transferred -= count;
     stream.limit += count;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Streams over a file descriptor, which stays the caller's.
+// Streams over a file descriptor, which belongs to the caller.
 #include "pictra/backend.h"
 
 #include <errno.h>
@@ -14,8 +14,8 @@ constexpr uint32_t default_buffer_size = 2048;
 
 int descriptor(intptr_t handle) { return static_cast<int>(handle); }
 
-// Calls the operation again while a signal interrupts it. Errors count as nothing moved and leave errno set; otherwise
-// errno stays as it was, because the stream tells the end of the data from an error by it.
+// Repeats the operation while signals interrupt it. Returns 0 on an error, with errno set; otherwise errno is left
+// alone, because the stream uses it to tell the end of the data from an error.
 template <typename Operation> uint32_t uninterrupted(Operation operation) {
     const int before = errno;
     for (;;) {
@@ -30,7 +30,7 @@ uint32_t io_fd_read(intptr_t handle, void *dst, uint32_t length) {
     return uninterrupted([=] { return read(descriptor(handle), dst, length); });
 }
 
-// A short write is no full disk: the rest is written until a call moves nothing.
+// A short write does not mean a full disk: writes the rest until a call writes nothing.
 uint32_t io_fd_write(intptr_t handle, const void *src, uint32_t length) {
     uint32_t written = 0;
     while (written < length) {
@@ -50,7 +50,7 @@ int io_fd_skip(intptr_t handle, uint32_t count) { return move(handle, off_t{coun
 
 int io_fd_unskip(intptr_t handle, uint32_t count) { return move(handle, -off_t{count}); }
 
-// The file still holds the bytes.
+// The bytes are ignored: they are still in the file.
 int io_fd_unread(intptr_t handle, const void *, uint32_t count) { return io_fd_unskip(handle, count); }
 
 } // namespace
@@ -67,7 +67,7 @@ int IO_FD(io_stream *stream, va_list *args) {
     }
     stream->backend_read = io_fd_read;
     const off_t offset = lseek(fd, 0, SEEK_CUR);
-    if (offset < 0) return 0; // a pipe or a terminal: without end, and only forward
+    if (offset < 0) return 0; // a pipe or a terminal: no known end, and no way back
     struct stat status;
     if (fstat(fd, &status) != 0) return -1;
     const int64_t remaining = status.st_size - offset;

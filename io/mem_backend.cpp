@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Streams over the caller's memory: one area, or a chain of blocks. The stream reads the memory in place, as its buffer.
+// Streams over the caller's memory: one area, or a chain of blocks. The memory serves as the stream's buffer.
 #include "core/owned.h"
 #include "pictra/backend.h"
 
@@ -11,7 +11,7 @@ using namespace img;
 namespace {
 
 struct io_mem_cursor {
-    io_mem_block *block; // null behind the last one
+    io_mem_block *block; // null after the last one
     io_stream *owner;
 };
 static_assert(sizeof(io_mem_cursor) == 16);
@@ -24,7 +24,7 @@ void show_block(io_stream &stream, io_mem_block &block) {
     stream.count = block.length;
 }
 
-// Moves on to the next block of the chain.
+// Advances to the next block of the chain.
 uint32_t io_mem_read(intptr_t handle, void *, uint32_t) {
     io_mem_cursor &cursor = *cursor_of(handle);
     if (cursor.block) cursor.block = cursor.block->next;
@@ -34,7 +34,7 @@ uint32_t io_mem_read(intptr_t handle, void *, uint32_t) {
     return cursor.block->length;
 }
 
-// Kept: buffer size and limit of memory cannot change, and asking for it succeeds.
+// Kept: A memory stream accepts a new buffer size and limit, and keeps the old ones.
 int io_mem_ctl(intptr_t, uint32_t code, void *) { return code == IO_CTL_SETBUF || code == IO_CTL_SETLIMIT ? 0 : -1; }
 
 void io_mem_close(io_stream *stream) {
@@ -63,7 +63,7 @@ int IO_MEM(io_stream *stream, va_list *args) {
         stream->backend_read = io_mem_read;
         stream->handle = reinterpret_cast<intptr_t>(cursor.release());
     }
-    stream->limit = 0; // what is shown is all there is
+    stream->limit = 0; // Kept: A chain of blocks delivers its first block only.
     stream->backend_ctl = io_mem_ctl;
     stream->backend_close = io_mem_close;
     return 0;

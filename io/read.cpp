@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Reading: bytes come from the pushback buffer first, then from the buffer, then from the backend.
+// Reading: bytes come from the pushback first, then from the buffer, then from the backend.
 #include "io/buffer.h"
 
 #include <stdlib.h>
@@ -32,7 +32,7 @@ uint32_t take_buffered(io_stream &stream, uint8_t *dst, uint32_t length) {
     return taken;
 }
 
-// Skips count bytes of a backend that cannot, by reading them.
+// Skips by reading, for backends without a skip operation.
 int skip_by_reading(io_stream &stream, uint32_t count) {
     if (!have_buffer(stream)) return -1;
     stream.count = 0;
@@ -42,20 +42,20 @@ int skip_by_reading(io_stream &stream, uint32_t count) {
         got = transfer(stream, stream.buffer, smaller(stream.buffer_size, stream.limit));
         if (!got) break;
         count -= got;
-        stream.count = got;
-        // Kept: what was read is compared with what is then left, not with what was wanted; a remainder below 0 wraps.
+        stream.count = got; // Kept: A skip by reading shows the backend a count that the buffer may not hold.
+        // Kept: A skip by reading compares each chunk with what is left after it. The remainder can wrap below 0.
     } while (got < count);
     if (got && count) {
         stream.position = count;
         stream.count = got - count;
-    } else { // The position is still the one before: behind it there may be less than was read.
+    } else { // the position is still the old one, and the buffer may hold fewer bytes after it than were read
         stream.count =
             stream.position < stream.buffer_size ? smaller(stream.count, stream.buffer_size - stream.position) : 0;
     }
     return got ? 0 : -1;
 }
 
-// Goes back over bytes that the buffer still holds.
+// Goes back over bytes in the buffer. Kept: Going back after a skip or a large read finds old bytes.
 bool rewind_buffer(io_stream &stream, uint32_t count) {
     if (count > stream.position || (count && !stream.buffer)) return false;
     stream.position -= count;
@@ -63,7 +63,7 @@ bool rewind_buffer(io_stream &stream, uint32_t count) {
     return true;
 }
 
-// Puts bytes behind those pushed back already.
+// Appends bytes to those that were pushed back before.
 int push_back(io_stream &stream, const void *bytes, uint32_t count) {
     const uint64_t need = uint64_t{stream.pushback_count} + count;
     if (need > UINT32_MAX) return -1;
@@ -75,7 +75,7 @@ int push_back(io_stream &stream, const void *bytes, uint32_t count) {
     }
     memcpy(stream.pushback + stream.pushback_count, bytes, count);
     stream.pushback_count = static_cast<uint32_t>(need);
-    // Kept: all of the buffer becomes readable again, also what followed the bytes given back.
+    // Kept: Unread may deliver bytes twice. The whole buffer becomes readable again, even what came after these bytes.
     stream.count = stream.buffer ? stream.count + stream.position : 0;
     stream.position = 0;
     return 0;
@@ -115,7 +115,7 @@ int io_stream_skip(io_stream *self, uint32_t count) {
     uint32_t rest = count - self->count;
     if (rest > self->limit) return -1;
     if (rest <= self->pushback_count) {
-        drop_pushback(*self, rest); // Kept: the buffer's bytes stay although they were counted as skipped.
+        drop_pushback(*self, rest); // Kept: Skip leaves the buffer's bytes when pushed-back bytes suffice.
         return 0;
     }
     rest -= self->pushback_count;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Opening, closing and controlling streams. The two directions are in read.cpp and write.cpp, what they share in
-// buffer.cpp.
+// Opening, closing and controlling streams. read.cpp and write.cpp hold the two directions, buffer.cpp what they share.
 #include "io/buffer.h"
 
 #include "core/owned.h"
@@ -19,9 +18,10 @@ int set_buffer_size(io_stream &stream, uint32_t &size) {
     if (wanted == stream.buffer_size) return 0;
     size = stream.buffer_size;
     if (stream.buffer) {
-        // Kept: a reading stream is flushed too, which reads over the bytes that were consumed.
+        // Kept: A reading stream is flushed when its buffer shrinks below the consumed bytes.
         if (wanted < stream.position && io_ostream_flush(&stream) != 0) return -1;
-        // Memory never shrinks below what position and count reach: bytes not read yet stay, and room that was promised.
+        // The allocation always covers position + count: unread bytes stay, and so does room that a writer was
+        // promised.
         const uint64_t reach = uint64_t{stream.position} + stream.count;
         if (!wanted && (!(stream.mode & IO_READ) || !stream.count)) {
             free(stream.buffer);
@@ -58,7 +58,7 @@ int lend_buffer(io_stream &stream, io_ctl_buf &lent) {
         return 0;
     }
     errno = 0;
-    // Kept: the buffer is not made here. A backend without one sees null and refuses it.
+    // Kept: IO_CTL_GETBUF does not allocate the buffer. The backend is given null and refuses it.
     const uint32_t moved = transfer(stream, stream.buffer, length);
     if (!moved) {
         if (errno) return -1;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Writing: small pieces wait in the buffer, large ones go straight to the backend.
+// Writing: small pieces are collected in the buffer, large ones go straight to the backend.
 #include "io/buffer.h"
 
 #include <errno.h>
@@ -14,7 +14,8 @@ uint32_t io_ostream_write(io_stream *self, const void *src, uint32_t length) {
     uint32_t accepted = 0;
     if (self->buffer && self->count) {
         accepted = smaller(self->count, length);
-        if (accepted) memmove(self->buffer + self->position, in, accepted); // src may be memory that the stream lent
+        if (accepted)
+            memmove(self->buffer + self->position, in, accepted); // src may be the buffer itself, from IO_CTL_GETBUF
         self->count -= accepted;
         self->position += accepted;
     }
@@ -29,7 +30,7 @@ uint32_t io_ostream_write(io_stream *self, const void *src, uint32_t length) {
         self->count = self->buffer_size - rest;
         return accepted + rest;
     }
-    // A backend's write operation only reads what it is given.
+    // A backend's write operation does not change the bytes.
     return accepted + transfer(*self, const_cast<uint8_t *>(in), smaller(self->limit, rest));
 }
 
@@ -44,7 +45,7 @@ int64_t io_ostream_seek(io_stream *self, int32_t offset, int whence) {
 
 uint32_t io_ostream_read(io_stream *self, void *dst, uint32_t length) {
     if (!has_mode(*self, IO_WRITE) || io_ostream_flush(self) != 0) return 0;
-    // Kept: this is the backend's write operation, and the limit is neither asked nor counted down.
+    // Kept: io_ostream_read calls the backend's write operation. The limit is neither checked nor counted down.
     const uint32_t moved = self->backend_write(self->handle, dst, length);
     self->transferred += moved;
     return moved;

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// Loading at another size: the calling thread decodes, a second one resizes, and they meet over rows. The resizer asks
-// for a row and waits; the decoder, when it has that row, copies it into the resizer's line and goes on. It never runs
-// ahead, and drops rows that nobody asked for. Where the resizer folds rows it asks for several at once: nothing that
-// anybody can see happens between them, and the threads need not take turns for each.
+// Loading at another size. The calling thread decodes (the producer), a second thread resizes (the consumer). The
+// consumer asks for a row and waits; the producer copies that row into the consumer's line when it has it, and goes on.
+// It never runs ahead, and drops rows that were not asked for. Where the consumer averages several rows it asks for all
+// of them at once: nothing visible to callers happens between them, and the threads need not switch for each row.
 #include "core/owned.h"
 #include "core/record.h"
 #include "core/sync.h"
@@ -18,50 +18,50 @@ namespace {
 enum State : uint32_t {
     producer_finished = 0x1,
     consumer_finished = 0x2,
-    row_wanted = 0x4,   // want_row at want_line
-    row_ready = 0x8,    // it is there
+    row_wanted = 0x4,   // want_count rows from want_row on, to want_line
+    row_ready = 0x8,    // they are there
     streaming = 0x10,   // the codec delivers rows in order
-    not_started = 0x20, // the consumer
-    stopped = 0x40,     // decoding was, because the resize failed
+    not_started = 0x20, // the consumer thread
+    stopped = 0x40,     // decoding was stopped because the resize failed
     top_down = 0x80,
     bottom_up = 0x100
 };
 
 struct Shared {
     Condition condition;
-    Mutex mutex;                  // guards what both threads change
-    uint8_t *want_line = nullptr; // for the rows from want_row on, one behind the other
+    Mutex mutex;                  // guards what both threads use
+    uint8_t *want_line = nullptr; // where the wanted rows go, one after the other
     uint32_t want_row = 0, want_count = 0;
-    uint32_t got_count = 0; // of those, how many are there
-    uint32_t next_row = 0;  // rows handed over or dropped so far
+    uint32_t got_count = 0; // how many of the wanted rows are there
+    uint32_t next_row = 0;  // rows delivered or dropped so far
     uint32_t state = not_started;
     img_status status = IMG_ST_OK; // of the resize
 
-    bool load_failed = false;  // with producer_finished
-    bool start_failed = false; // there is no consumer
+    bool load_failed = false;  // valid with producer_finished
+    bool start_failed = false; // there is no consumer thread
 
     img_record *source = nullptr; // the record of the load
-    img_record rows{};            // the same as the consumer sees it
-    bool rows_upward = false;     // they come from the bottom
+    img_record rows{};            // the same record as the consumer sees it
+    bool rows_upward = false;     // rows come from the bottom up
     img_record *dest = nullptr;
     const img_decode_callouts *caller = nullptr;
-    Owned<uint32_t> palette; // of the source, while the resize may need it
+    Owned<uint32_t> palette; // of the source, which the resize may need
     Thread thread;
 
-    // Of the consumer alone.
+    // Used by the consumer alone.
     Owned<uint8_t> batch; // room for batch_rows rows, or null
     uint32_t batch_rows = 0;
-    uint32_t batch_first = 0, batch_count = 0; // those that it holds
-    uint32_t expected_end = 0;                 // the row behind those that will be fetched next
+    uint32_t batch_first = 0, batch_count = 0; // the rows that it holds
+    uint32_t expected_end = 0;                 // the row after those that will be fetched next
 };
 
 constexpr uint64_t batch_bytes = 256 * 1024;
 
 Shared &shared_of(void *data) { return *static_cast<Shared *>(data); }
 
-// ---- The consumer's side ---------------------------------------------------------------------------------------------
+// ---- The consumer's side ----
 
-// Waits for the rows from the given one on. Returns how many came.
+// Waits for `count` rows from the given one on. Returns how many came.
 uint32_t wait_for_rows(Shared &shared, uint32_t row, uint32_t count, uint8_t *line, int &error) {
     Lock lock{shared.mutex};
     if ((error = lock.error())) return 0;
@@ -77,7 +77,7 @@ uint32_t wait_for_rows(Shared &shared, uint32_t row, uint32_t count, uint8_t *li
         shared.state &= ~uint32_t{row_ready};
         got = shared.got_count;
     }
-    // Rows that never came leave the line as it is; after a failed load that need not go on.
+    // Without rows the line stays as it is. After a failed load there is no point in going on.
     if (shared.load_failed) img_resize_set_abort(1);
     return got;
 }
@@ -124,9 +124,9 @@ void *consume(void *data) {
     return nullptr;
 }
 
-// ---- The producer's side: what the codec calls -----------------------------------------------------------------------
+// ---- The producer's side: what the codec calls ----
 
-// Starts the consumer with the first row. Without it, all goes on as if it had failed.
+// Starts the consumer with the first row. If that fails, everything goes on as if the resize had failed.
 void start_consumer(Shared &shared) {
     shared.state &= ~uint32_t{not_started};
     shared.rows = *shared.source;
@@ -155,7 +155,7 @@ int producer_put_scanline(void *data, uint32_t x, uint32_t, uint32_t count, void
         uint8_t *to = shared.want_line + shared.got_count * run_bytes(source.format, source.width);
         if (wanted) memcpy(to + run_bytes(source.format, x), line, run_bytes(source.format, count));
     }
-    if (uint64_t{x} + count < source.width) return 0; // more runs of this row will come
+    if (uint64_t{x} + count < source.width) return 0; // the row is not complete yet
     if (wanted && ++shared.got_count == shared.want_count) {
         shared.state = (shared.state & ~uint32_t{row_wanted}) | row_ready;
         shared.condition.signal();
@@ -164,7 +164,7 @@ int producer_put_scanline(void *data, uint32_t x, uint32_t, uint32_t count, void
     return 0;
 }
 
-// The size of D that is not given follows the picture's proportions.
+// Completes the destination's size in the picture's proportions.
 void complete_size(img_record &d, const img_record &picture) {
     const auto in_proportion = [](uint32_t side, uint32_t to, uint32_t from) -> uint32_t {
         if (!from) return 0;
@@ -204,7 +204,7 @@ uint32_t choose_format(void *data, img_record *record, const img_format *formats
         index = caller.choose_format(caller.data, &d, formats, count);
         if (index >= count && has(d, IMG_F_FORMAT)) take_format();
         complete_size(d, picture);
-        // The codec is asked to decode at the size wanted.
+        // Asks the codec to decode at the destination's size.
         record->width = d.width;
         record->height = d.height;
         record->flags |= size_flags;
@@ -238,7 +238,7 @@ img_status check_scanline_status(void *data, img_record *record, uintptr_t a, ui
         const Lock lock{shared.mutex};
         if ((shared.state & streaming) && (shared.state & consumer_finished) && shared.status) {
             shared.state |= stopped;
-            return IMG_ST_FILE; // nothing but a sign to stop
+            return IMG_ST_FILE; // only makes the codec stop; the caller gets the status of the resize
         }
     }
     const img_decode_callouts &caller = *shared.caller;
@@ -253,7 +253,7 @@ img_status set_value(void *data, img_record *, uintptr_t a, uintptr_t b, uintptr
     return shared.caller->set_value(shared.caller->data, shared.dest, a, b, c, d);
 }
 
-// Callouts that go to the caller unchanged but for its data.
+// Callouts that call the caller's with the caller's data.
 void forward_abort(void *data, img_record *record) {
     const img_decode_callouts &caller = *shared_of(data).caller;
     caller.abort(caller.data, record);
@@ -271,9 +271,9 @@ void forward_frame(void *data, img_record *record) {
     caller.frame(caller.data, record);
 }
 
-// ---- The call --------------------------------------------------------------------------------------------------------
+// ---- The call ----
 
-// Runs load(callouts, record) with the callouts above, and the resize beside it or behind it.
+// Runs load(callouts, record) with the callouts above, and the resize at the same time or afterwards.
 template <typename Load> img_status load_resize(const img_decode_callouts *caller, img_record &dest, Load load) {
     static constexpr img_decode_callouts none{};
     Shared shared;
@@ -300,8 +300,8 @@ template <typename Load> img_status load_resize(const img_decode_callouts *calle
         const Lock lock{shared.mutex};
         streamed = shared.state & streaming;
         shared.load_failed = status != IMG_ST_OK;
-        // A resize that waits for rows of a failed load is stopped before it is let go. Kept: asked for also when it has
-        // finished, and of all resizes in the process.
+        // Stops a consumer that waits for rows of a failed load, before it is woken.
+        // Kept: A load with resize that fails stops every resize of the process.
         if (status && !(shared.state & not_started)) img_resize_set_abort(1);
         shared.state |= producer_finished;
         shared.condition.signal();

@@ -60,7 +60,7 @@ enum FamilyIndex {
         family_count
 };
 
-// family_count for formats that cannot be scaled. Kept: both XBGR8888 orders and ABGR8888OE are among these.
+// family_count for formats that cannot be scaled. Kept: Both FMT_XBGR8888 orders and FMT_ABGR8888OE cannot be scaled.
 constexpr FamilyIndex family_of(img_format format) {
     switch (format) {
     case FMT_G8:

@@ -20,7 +20,7 @@ constexpr Family families[] = {
 uint32_t count_halvings(uint32_t &from, uint32_t to) {
     if (from <= to) return 0;
     uint32_t halvings = 0;
-    // Kept: the ratio is 16.16 fixed point in 32 bits, so sizes from 65536 up are halved less often than they could be.
+    // Kept: Sizes from 65536 up are halved less often than they could be. The ratio is 16.16 fixed point in 32 bits.
     for (uint32_t ratio = (from << 16) / to; ratio > 0x20000; ratio >>= 1) {
         from >>= 1;
         halvings++;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// A source that is reduced vertically before it is resized: each of its rows is the average of 2^k source rows, so a tall
-// reduction reads every row once and gives each the same weight. The last average is left to the caller, which computes it
-// while it scales the row: the two lines then pass through the CPU once.
+// A source that is reduced vertically before it is resized: each of its rows is the average of 2^k source rows, so a
+// tall reduction reads every row once and gives each the same weight. The last average is left to the caller, which
+// computes it while it scales the row: the two lines then pass through the CPU once.
 #pragma once
 
 #include "convert/transform.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Resizes whole images. Two working lines are kept whatever the size: the current row, and the next one, with which it may
-// be blended. Rows are scaled horizontally by kernels.cpp; reduce.cpp averages rows of tall sources first.
+// Resizes whole images. Two working lines are kept whatever the size: the current row, and the next one, with which it
+// may be blended. Rows are scaled horizontally by kernels.cpp; reduce.cpp averages rows of tall sources first.
 #include "scale/resize.h"
 
 #include "convert/rows.h"
@@ -18,6 +18,7 @@ using namespace img;
 
 namespace {
 
+// Kept: An aborted resize answers IMG_ST_NOMEM. The request stops every resize of the process.
 constinit std::atomic<uint32_t> abort_resize{0};
 
 // The working format: the deeper of the two, or the destination's; at 16 bits preferably one without alpha.
@@ -27,7 +28,7 @@ img_format choose_format(img_format dst, img_format src) {
     return dst_bits == 16 && (dst & IMG_FMT_ALPHA) && !(src & IMG_FMT_ALPHA) ? src : dst;
 }
 
-// Completes the destination's size in the source's proportions. Kept: the products wrap at 32 bits.
+// Completes the destination's size in the source's proportions. Kept: img_resize_fs computes a missing side in 32 bits.
 void complete_size(const img_record &src, img_record &dst) {
     const auto at_least_1 = [](uint32_t size) { return size ? size : 1; };
     const img_flags given = dst.flags & size_flags;
@@ -147,8 +148,8 @@ bool Resizer::blend(int64_t next, uint8_t *out) {
     return true;
 }
 
-// Kept: with an output conversion, a row that was neither produced nor blended now is written from the output line as it is,
-// so the row after a blended one can repeat it.
+// Kept: With an output conversion, the row after a blended one can repeat it. A row that was neither produced nor
+// blended just now is written from the output line as it is.
 void Resizer::write(int64_t row, bool convert) {
     if (output_ && convert) img_dtransform_apply(transform_.get(), current_, output_, dst_.width);
     uint8_t *line = output_ ? output_ : current_;
@@ -160,8 +161,8 @@ void Resizer::write(int64_t row, bool convert) {
         rows.pass(0, y, dst_.width, line);
 }
 
-// Whether rows can be produced in the destination's buffer: no row is produced twice, no row is read from where another one
-// was written, and none comes from an access function, which could request an abort before its row is written.
+// Whether rows can be produced in the destination's buffer: no row is produced twice, no row is read from where another
+// one was written, and none comes from an access function, which could request an abort before its row is written.
 bool Resizer::writes_in_place() const {
     const img_record &src = reduces_ ? full_ : src_;
     if (!has(src, IMG_F_DIRECT) || !has(dst_, IMG_F_DIRECT) || converts_output() || src_.height < dst_.height)
@@ -207,7 +208,8 @@ img_status Resizer::allocate_lines() {
     return IMG_ST_OK;
 }
 
-// Writes `count` rows, each the nearest source row or, in the second half of the way to the next one, the average of both.
+// Writes `count` rows, each the nearest source row or, in the second half of the way to the next one, the average of
+// both.
 img_status Resizer::step_rows(Walk &in, Walk &out, uint32_t count) {
     const uint32_t dh = dst_.height, quotient = src_.height / dh, remainder = src_.height % dh, half = dh >> 1;
     const bool in_place = writes_in_place();

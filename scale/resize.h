@@ -7,8 +7,8 @@
 
 namespace img {
 
-// A source whose rows can only be fetched from the first to the last. It is told which rows will be fetched next, before
-// anything else happens, so that it can prepare several of them at once.
+// A source whose rows can only be fetched from the first to the last. It is told which rows will be fetched next,
+// before anything else happens, so that it can prepare several of them at once.
 struct Sequence {
     void (*expect)(void *source, uint32_t first_row, uint32_t count);
     void *source;

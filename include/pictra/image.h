@@ -107,9 +107,9 @@ enum {
 };
 
 /*
- * Hands over, or fetches, count pixels of row y starting at column x, in the format of the record it belongs to. On
- * decoding the library delivers the pixels at scanline, on encoding it asks for them there. scanline is borrowed. The
- * result is not examined.
+ * Transfers count pixels of row y from column x on, in the format of the record that it belongs to: for a destination,
+ * scanline holds the pixels; for a source, the function stores them there. scanline is borrowed. The result is ignored.
+ * It runs on the thread that called the library, except for the destination of img_load_resize (see there).
  */
 typedef int (*img_access_func)(void *arg, uint32_t x, uint32_t y, uint32_t count, void *scanline);
 
@@ -155,9 +155,9 @@ enum {
 
 /*
  * Gives a record the pixel buffer and the palette that its flags and format say it lacks, in one block that becomes the
- * caller's: free(data), or free(palette) when only a palette was made. Rows are padded to a multiple of 4 bytes; pixels
- * and palette are not cleared. Reads width, height, format, ncolors and flags; sets data, stride, palette and their
- * flags. A record with storage keeps it; one without pixels (width or height 0) gets no buffer.
+ * caller's: free(data), or free(palette) if only a palette was allocated. Rows are padded to a multiple of 4 bytes;
+ * pixels and palette are not cleared. Reads width, height, format, ncolors and flags; sets data, stride, palette and
+ * their flags. A record with storage keeps it; one without pixels (width or height 0) gets no buffer.
  *
  * The row size wraps at 32 bits (deliberately: only its product with the height is tested).
  *

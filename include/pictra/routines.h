@@ -3,18 +3,26 @@
  * The conversion routines by name: img_cvt_<source>_<destination>, he for host and oe for the other byte order.
  * img_convert_getfunc chooses among them; a program that knows its formats may call one directly.
  *
- * Channels widen by repeating their top bits, narrow by dropping low bits. Alpha of one bit is that of eight bits by its
- * top bit. A source without alpha, the X routines' among them, gives opaque pixels, also in a destination that ignores
- * its alpha field.
+ * Channels widen by repeating their top bits, narrow by dropping low bits. Alpha of one bit is that of eight bits by
+ * its top bit. A source without alpha, the X routines' among them, gives opaque pixels, also in a destination that
+ * ignores its alpha field.
  */
 #ifndef PICTRA_ROUTINES_H
 #define PICTRA_ROUTINES_H
 
-#include "pictra.h"
+#include "image.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/*
+ * Converts count pixels. src and dst may be the same address: runs that grow are converted from the last pixel to the
+ * first. Other overlaps are not allowed. A count of 0 does nothing, but img_cvt_pal1_pal8 and img_cvt_pal4_pal8 must
+ * not be called with it. All routines of this section are pure functions of their arguments: any thread may call them.
+ */
+typedef void img_cvt_routine(const void *src, void *dst, uint32_t count);
+typedef img_cvt_routine *img_cvt_func;
 
 /* To FMT_G8: (77 R + 151 G + 28 B) >> 8, on the fields as they are for 16 bits; ABGR sources count green only. */
 IMG_API img_cvt_routine img_cvt_argb1555he_g8, img_cvt_argb1555oe_g8, img_cvt_rgb565he_g8, img_cvt_rgb565oe_g8,

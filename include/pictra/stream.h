@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /*
  * Streams: buffered bytes over interchangeable backends, handed to codecs. Included by pictra.h; backend.h adds the
- * stream record, for authors of backends.
+ * stream record, for authors of backends. A stream is used by one thread at a time. All lengths are in bytes.
  */
 #ifndef PICTRA_STREAM_H
 #define PICTRA_STREAM_H
@@ -25,8 +25,8 @@ enum { IO_READ = 1, IO_WRITE = 2 };
 /* Control codes of ctl and io_stream_ctl. */
 enum {
     IO_CTL_SETBUF = 1,   /* arg: uint32_t * with the new buffer size; receives the old one if they differ */
-    IO_CTL_SETLIMIT = 2, /* arg: the limit itself as a value: bytes that may still pass; once, before any did */
-    IO_CTL_GETBUF = 3 /* reading; arg: io_ctl_buf *, receives bytes lent in place until the next call; 0 at the end */
+    IO_CTL_SETLIMIT = 2, /* arg: the limit itself as a value: bytes that may still be moved; once, before any were */
+    IO_CTL_GETBUF = 3 /* reading; arg: io_ctl_buf *, receives bytes in place, valid until the next call; 0 at the end */
 };
 
 typedef struct io_ctl_buf {
@@ -35,9 +35,9 @@ typedef struct io_ctl_buf {
 } io_ctl_buf;
 
 /*
- * The face of a stream: what io_open returns and codecs receive. Every operation takes self as its first argument:
+ * A stream as io_open returns it and codecs receive it. Every operation takes self as its first argument:
  * h->read(h->self, buffer, 512). In each union the first name is for streams opened with IO_READ, the second for
- * IO_WRITE. The operations behind the slots are io_stream_* and io_ostream_* below.
+ * IO_WRITE. The slots hold the functions io_stream_* and io_ostream_* below.
  */
 typedef struct io_handle {
     io_stream *self;
@@ -58,8 +58,8 @@ typedef struct io_handle {
 } io_handle;
 
 /*
- * Prepares a new stream for one kind of source or sink, taking its own arguments from args. Returns 0, or -1 with errno
- * set; then io_open fails.
+ * Prepares a new stream for one kind of source or sink, and takes its own arguments from args. Returns 0, or -1 with
+ * errno set; io_open then fails.
  */
 typedef int io_backend_ctor(io_stream *stream, va_list *args);
 
@@ -72,7 +72,7 @@ IMG_API io_backend_ctor IO_FD;
 
 /*
  * A backend over memory, for reading only (IO_WRITE: ENOTSUP). Arguments: uint32_t length and the address of that many
- * bytes, or 0 and the address of an io_mem_block. The memory stays the caller's and must outlive the stream. A chain
+ * bytes, or 0 and the address of an io_mem_block. The memory is kept until io_close and stays the caller's. A chain
  * delivers its first block only, because a memory stream never asks its backend for more.
  */
 IMG_API io_backend_ctor IO_MEM;
@@ -91,58 +91,65 @@ typedef struct io_mem_block {
  */
 IMG_API io_handle *io_open(io_backend_ctor *ctor, uint32_t mode, ...);
 
-/* Writes what is waiting (the result is not inspected), lets the backend close, and frees the stream. Null is ignored. */
+/* Flushes (the result is not inspected), lets the backend close, and frees the stream. Null is ignored. */
 IMG_API void io_close(io_handle *handle);
 
 /*
- * Reads up to length bytes: those pushed back, those buffered, then what at most one call of the backend gives. A short
- * count means a short read, the limit or the end. EBADF and 0 for a stream opened for writing.
+ * Reads up to length bytes: those pushed back, those in the buffer, then what one call of the backend delivers. A short
+ * count means that the backend delivered less, the limit, or the end. EBADF and 0 for a stream opened for writing.
  */
 IMG_API uint32_t io_stream_read(io_stream *self, void *dst, uint32_t length);
 
-/* Skips count bytes. 0, or -1 when the limit or the data ends before. EBADF for a stream opened for writing. */
+/* Skips count bytes. 0, or -1 if the limit or the data ends before that. EBADF for a stream opened for writing. */
 IMG_API int io_stream_skip(io_stream *self, uint32_t count);
 
 /*
- * Gives back the count bytes that were read last. 0, or -1 when more than was read, when memory lacks, or when the
- * backend refuses. EBADF for a stream opened for writing.
+ * Gives back the count bytes that were read last. bytes is borrowed. 0, or -1 if that is more than was read, when out
+ * of memory, or if the backend refuses. EBADF for a stream opened for writing.
  *
- * Give back what one read below the buffer size delivered, before anything else is done: the stream then goes back in its
- * buffer. After a skip or a larger read it would go back over older bytes. A backend that cannot take bytes back has them
- * kept here; if only part of them is still in the buffer, the buffer's consumed bytes are delivered again after them.
+ * Give back what one read of less than the buffer size delivered, before anything else is done: the stream then goes
+ * back in its buffer. After a skip or a larger read it would go back over older bytes. If the backend cannot take bytes
+ * back, the stream keeps a copy; if only part of the bytes is still in the buffer, everything that was consumed from
+ * the buffer is then delivered again after them.
  */
 IMG_API int io_stream_unread(io_stream *self, const void *bytes, uint32_t count);
 
 /*
- * Goes back over count bytes without having them at hand, within the limits of io_stream_unread. Bytes pushed back are
- * forgotten unless the buffer suffices. 0, or -1 where unsupported.
+ * Goes back over count bytes without passing them, within the limits of io_stream_unread. Unless the buffer suffices,
+ * bytes that were pushed back are lost and the backend must support it. 0, or -1 if it does not or refuses. The mode of
+ * the stream is not checked: on a stream opened for writing it takes back bytes that wait in the buffer.
  */
 IMG_API int io_stream_unskip(io_stream *self, uint32_t count);
 
-/* Writes length bytes, through the buffer when they fit. Returns how many were accepted. EBADF on a reading stream. */
+/*
+ * Writes length bytes, through the buffer if they fit. Returns how many were accepted; fewer mean that the backend or
+ * the limit took no more. EBADF and 0 for a stream opened for reading.
+ */
 IMG_API uint32_t io_ostream_write(io_stream *self, const void *src, uint32_t length);
 
 /*
- * Writes what is waiting and moves the backend's position, offset and whence as for lseek. Returns the backend's answer,
- * -1 if the flush or the seek failed. EBADF on a reading stream, ESPIPE where the backend cannot seek.
+ * Flushes and moves the backend's position, offset and whence as for lseek. Returns the backend's result, or -1 if the
+ * flush or the seek failed. EBADF for a stream opened for reading, ESPIPE if the backend cannot seek.
  */
 IMG_API int64_t io_ostream_seek(io_stream *self, int32_t offset, int whence);
 
 /*
- * Writes what is waiting, then calls the backend's *write* operation with (dst, length): it does not read. Kept for
- * backends that give their write operation that meaning. EBADF on a reading stream.
+ * Flushes, then calls the backend's *write* operation with (dst, length): it does not read. It exists for backends that
+ * give their write operation that meaning. Returns the operation's result, or 0 if the flush failed. EBADF and 0 for a
+ * stream opened for reading.
  */
 IMG_API uint32_t io_ostream_read(io_stream *self, void *dst, uint32_t length);
 
 /*
- * Hands the bytes that wait in the buffer to the backend. Returns 0, or -1 with EFBIG when the backend or the limit did not
- * take all of them (the rest stays buffered) and when there is no buffer yet although bytes count as consumed.
+ * Hands the bytes that wait in the buffer to the backend. Returns 0, or -1 with EFBIG when the backend or the limit did
+ * not take all of them (the rest stays buffered) and when there is no buffer yet although bytes count as consumed.
  */
 IMG_API int io_ostream_flush(io_stream *self);
 
 /*
- * Runs a control code (IO_CTL_*). 0 or -1. EPERM for a second limit, EINVAL for an unknown code. Do not shrink the buffer of
- * a reading stream below what was consumed: it is then filled anew.
+ * Runs a control code (IO_CTL_*). 0 or -1: EPERM for a second limit, EINVAL for an unknown code, the backend's errno
+ * for a read that failed. Do not shrink the buffer of a reading stream below what was consumed: it is then filled
+ * again.
  */
 IMG_API int io_stream_ctl(io_stream *self, uint32_t code, void *arg);
 
