@@ -59,7 +59,7 @@ img_status img_decode_finish(img_codec *codec, io_handle *stream, void **state) 
 
 namespace img {
 
-int img_decode_access(void *data, uint32_t x, uint32_t y, uint32_t count, void *line) {
+int decode_access(void *data, uint32_t x, uint32_t y, uint32_t count, void *line) {
     auto &context = *static_cast<DecodeContext *>(data);
     const img_record &record = *context.record;
     const uint64_t end = uint64_t{x} + count;

@@ -41,6 +41,6 @@ img_decode_callouts default_callouts(DecodeContext &context);
 bool key_to_alpha(img_format format, uint32_t key, uint8_t *pixels, uint32_t count);
 
 // The access function of the codec's record: converts a run and stores it in the caller's image.
-int img_decode_access(void *context, uint32_t x, uint32_t y, uint32_t count, void *line);
+int decode_access(void *context, uint32_t x, uint32_t y, uint32_t count, void *line);
 
 } // namespace img

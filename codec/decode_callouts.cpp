@@ -116,7 +116,7 @@ img_status dflt_setup(void *data, img_record *image, uint32_t setup_flags) {
     }
     if (const img_status status = prepare_conversion(context, *image, setup_flags)) return status;
     image->flags = (image->flags & ~storage_flags) | IMG_F_ACCESS;
-    image->access = img_decode_access;
+    image->access = decode_access;
     image->access_arg = &context;
     return IMG_ST_OK;
 }

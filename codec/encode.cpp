@@ -70,7 +70,7 @@ const uint8_t *readable_run(const img_record &record, const uint8_t *at, uint32_
 } // namespace
 
 // Kept: While encoding, a run may be longer than a row or start after its end. It is cut at the end of the buffer only.
-int img_encode_access(void *data, uint32_t x, uint32_t y, uint32_t count, void *out) {
+int encode_access(void *data, uint32_t x, uint32_t y, uint32_t count, void *out) {
     auto &context = *static_cast<EncodeContext *>(data);
     const img_record &record = *context.record;
     if (!context.transform || !has(record, storage_flags)) return 0;

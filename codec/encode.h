@@ -28,6 +28,6 @@ struct EncodeContext {
 img_encode_callouts default_callouts(EncodeContext &context);
 
 // The access function of the codec's record: fetches a run of the caller's pixels and converts it.
-int img_encode_access(void *context, uint32_t x, uint32_t y, uint32_t count, void *out);
+int encode_access(void *context, uint32_t x, uint32_t y, uint32_t count, void *out);
 
 } // namespace img

@@ -51,7 +51,7 @@ img_status prepare_conversion(EncodeContext &context, img_record &image, uint32_
             context.line_step = -int64_t{record.stride};
         }
     }
-    image.access = img_encode_access;
+    image.access = encode_access;
     image.access_arg = &context;
     image.flags = (image.flags & ~storage_flags) | IMG_F_ACCESS;
     return IMG_ST_OK;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The buffer of a stream and the backend behind it, for both directions.
+// The buffer of a stream and the calls of its backend, for both directions.
 #include "io/buffer.h"
 
 #include <errno.h>

@@ -58,8 +58,3 @@ int img_scl_calc_parms(img_format format, uint32_t src_width, uint32_t dst_width
 }
 
 } // namespace img
-
-img_avg_func img_avg_getfunc(img_format format) {
-    const img::FamilyIndex index = img::family_of(format);
-    return index == img::family_count ? nullptr : img::scale_kernels.best().average[index];
-}

@@ -1,4 +1,5 @@
 target_sources(pictra_objects PRIVATE
+  scale/average.cpp
   scale/params.cpp
   scale/reduce.cpp
   scale/resize.cpp

@@ -22,7 +22,7 @@ inline img_record a_record(img_flags flags, img_format format = 0, uint32_t widt
     return record;
 }
 
-// Pixels written down as they lie on a little-endian machine, as they lie on this one.
+// The bytes of pixels on this machine, from their bytes on a little-endian one.
 inline std::vector<uint8_t> as_here(img_format format, std::vector<uint8_t> bytes) {
     const uint32_t pixel = img::bits_per_pixel(format) / 8;
     if (std::endian::native == std::endian::big && pixel % 2 == 0)

@@ -90,7 +90,7 @@ TEST_F(Decode, ValidateAsksInOrderAndRemembersTheLastAnswer) {
     EXPECT_EQ(validate({}), IMG_ST_NOCODEC);
     EXPECT_EQ(validate({bare, broken}), IMG_ST_MODULE);
     EXPECT_EQ(validate({bare, broken}), IMG_ST_NOTSUP) << "opened once";
-    script.validate = 4;
+    script.validate = IMG_ST_DAMAGED;
     EXPECT_EQ(validate({bare, codec}), IMG_ST_DAMAGED);
     EXPECT_EQ(index, 99u);
     script.validate = 0;
@@ -324,7 +324,7 @@ TEST_F(Decode, ColourKeyIsStoredInTheRecordsForm) {
         img_format codec, caller;
         uint32_t key, stored;
     };
-    const uint32_t red = word_of({0xff}); // 24 bits lie in memory, whatever their value
+    const uint32_t red = word_of({0xff}); // the bytes in memory, whatever their value as a word
     for (const auto &[from, to, key, stored] :
          {Case{FMT_G8, FMT_G8, 0x7f, 0x7f}, Case{FMT_G8, FMT_RGB888, 0x7f, 0xff7f7f7f},
           Case{FMT_RGB888, FMT_RGB565HE, red, 0xf800}, Case{FMT_RGB888, FMT_XBGR8888OE, red, 0xffff0000},
@@ -347,7 +347,7 @@ TEST_F(Decode, ColourKeyIsStoredInTheRecordsForm) {
 TEST_F(Decode, FailuresReleaseWhatWasMade) {
     picture(FMT_PAL8);
     script.palette = {1, 2};
-    script.frame = 4;
+    script.frame = IMG_ST_DAMAGED;
     for (const img_format format : {FMT_PAL8, FMT_RGB888}) {
         const memory::Watch watch;
         ask(format);

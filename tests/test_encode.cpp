@@ -112,7 +112,7 @@ TEST_F(Encode, CalloutsComeInOrderWithTheCallersData) {
     script.choice = 9;
     ASSERT_EQ(encode({FMT_RGB888}, &callouts), IMG_ST_OK);
     EXPECT_EQ(script.log, "frame choose(1) setup(2) palette(1520) key() palette=21 key=22 scanline(5,6,7,8) done");
-    script.frame = 4;
+    script.frame = IMG_ST_DAMAGED;
     EXPECT_EQ(encode({FMT_RGB888}, &callouts), IMG_ST_DAMAGED);
     EXPECT_TRUE(script.log.ends_with(" abort")) << script.log;
     script.setup_status = 33;
@@ -136,9 +136,9 @@ TEST_F(Encode, PaletteAndColourKey) {
     image.flags |= IMG_F_TRANSP;
     image.transparency = 0xff112233;
     // The last byte of the key as a word of the image, which comes by way of the destination.
-    constexpr uint8_t behind = std::endian::native == std::endian::little ? 0xff : 0x11;
+    constexpr uint8_t fourth = std::endian::native == std::endian::little ? 0xff : 0x11;
     const std::pair<img_format, uint32_t> forms[] = {
-        {FMT_XBGR8888HE, 0xff332211}, {FMT_RGB888, word_of({0x11, 0x22, 0x33, behind})}, {FMT_ARGB8888OE, 0x332211ff}};
+        {FMT_XBGR8888HE, 0xff332211}, {FMT_RGB888, word_of({0x11, 0x22, 0x33, fourth})}, {FMT_ARGB8888OE, 0x332211ff}};
     for (const auto &[format, key] : forms) {
         script.written_key = 0;
         ASSERT_EQ(encode({format}), IMG_ST_OK);

@@ -48,7 +48,7 @@ TEST_F(LoadWrite, CodecsOfTheExtensionAreAskedFirst) {
     img_codec_register(&handle, fake_codec, "fake", nullptr);
     EXPECT_EQ(load(file.path()), IMG_ST_OK) << "in the second pass";
     EXPECT_EQ(script.log, "validate begin frame finish");
-    script.validate = 1;
+    script.validate = IMG_ST_WRONGFORMAT;
     EXPECT_EQ(load(file.path()), IMG_ST_NOTSUP) << "the answer of the extension's codecs stands";
     EXPECT_EQ(script.log, "validate");
     EXPECT_EQ(load(TempFile{"x"}.path()), IMG_ST_NOCODEC);

@@ -26,8 +26,8 @@ uint32_t pixel_bytes(img_format f) { return img::bits_per_pixel(f) / 8; }
 // Where the value of a pixel begins in a word: that of 16 bits is the word's.
 template <typename Word> auto *value_in(Word &word, img_format f) {
     using Byte = std::conditional_t<std::is_const_v<Word>, const uint8_t, uint8_t>;
-    const bool behind = std::endian::native == std::endian::big && pixel_bytes(f) == 2;
-    return reinterpret_cast<Byte *>(&word) + (behind ? 2 : 0);
+    const bool last = std::endian::native == std::endian::big && pixel_bytes(f) == 2;
+    return reinterpret_cast<Byte *>(&word) + (last ? 2 : 0);
 }
 
 Line unpack(img_format f, const uint8_t *at, uint32_t n) {
@@ -79,7 +79,7 @@ uint32_t halvings(uint32_t from, uint32_t to) {
 Line scaled(img_format f, Line line, uint32_t width) {
     const bool one = line.size() == 1;
     auto src = static_cast<uint32_t>(line.size());
-    for (uint32_t n = halvings(src, width); n; n--) { // what is behind the halved line stays
+    for (uint32_t n = halvings(src, width); n; n--) { // what follows the halved line stays
         src /= 2;
         for (size_t i = 0; i < src; i++) line[i] = mean(f, line[2 * i], line[2 * i + 1]);
     }

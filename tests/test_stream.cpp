@@ -89,7 +89,7 @@ TEST(StreamUnread, PushesBackWhatTheBackendCannotTake) {
     s.goes("r10=abcdefghij[r10=10] r2=kl[r8=8] ughijkl=0");
     EXPECT_EQ((*s).pushback_capacity, 6u);
     s.goes("c=0,8,18,-19 r2=gh r9=ijklklmno"); // what was consumed comes again
-    s.goes("u0123456789=0 uAB=0");             // behind those before
+    s.goes("u0123456789=0 uAB=0");             // after those before
     s.goes("s9=0 r15=123456789ABklmn");        // the buffer's 8 are counted, one pushed back is dropped
     const memory::Watch watch(1);
     s.goes("u0123456789ABCDEF=-1");
@@ -148,7 +148,7 @@ TEST(StreamFlush, NeedsABuffer) {
 TEST(StreamCtl, ResizesTheBuffer) {
     FakeBackend b{.data = text}, longer{.data = text + text}, sink;
     const Stream s{b}, l{longer}, w{sink, IO_WRITE};
-    s.goes("n8=0,8 r3=abc[r8=8] n20=0,8 n7=0,20 c=3,5,8,-9"); // five bytes are unread behind three, and stay
+    s.goes("n8=0,8 r3=abc[r8=8] n20=0,8 n7=0,20 c=3,5,8,-9"); // the five unread bytes after the first three stay
     s.goes("r6=defghi[r7=7] r2=jk n2=0,7[r3=3] r7=pqrlmno");  // flushed first, which reads over what was consumed
     s.goes("n1=0,2[r7=7] r7=stuvwxy n0=-1,1[r7=1]");          // and finds less than that
     EXPECT_EQ(errno, EFBIG);

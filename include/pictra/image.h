@@ -114,7 +114,7 @@ enum {
 typedef int (*img_access_func)(void *arg, uint32_t x, uint32_t y, uint32_t count, void *scanline);
 
 /*
- * An image. The record owns nothing: whoever filled data and palette frees them. A buffer and a palette that the
+ * An image. The record owns nothing: the code that filled data and palette frees them. A buffer and a palette that the
  * library allocated together are one block, released by free(data); a palette allocated alone is released by
  * free(palette). The layout is an interface to separately built codec modules.
  */
