@@ -30,9 +30,9 @@
  * was exceeded: through set_value when reading, and like a question that needs no answer when writing. Warnings
  * (IMG_VALUE_WARNING) are reported in the same two ways, when writing as an img_bytes. When reading, modules also ask
  * for the one limit that the caller sets, IMG_VALUE_MAX_MEMORY: how many bytes the module may allocate for one picture
- * besides the pixels that the caller provides, such as coefficients, canvases, interlaced rows and whole files. A module
- * asks at most once per frame, through set_value like an option, before it allocates any of that. What it needs for the
- * pixels alone it checks after setup, so that callers who stop at setup learn what the picture is.
+ * besides the pixels that the caller provides, such as coefficients, canvases, interlaced rows and whole files. A
+ * module asks at most once per frame, through set_value like an option, before it allocates any of that. What it needs
+ * for the pixels alone it checks after setup, so that callers who stop at setup learn what the picture is.
  */
 #ifndef PICTRA_VALUES_H
 #define PICTRA_VALUES_H
