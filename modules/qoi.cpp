@@ -43,13 +43,6 @@ bool plausible(const uint8_t *header) {
     return memcmp(header, signature, sizeof signature) == 0 && (header[12] == 3 || header[12] == 4) && header[13] <= 1;
 }
 
-uint32_t big32(const uint8_t *at) {
-    return uint32_t{at[0]} << 24 | uint32_t{at[1]} << 16 | uint32_t{at[2]} << 8 | at[3];
-}
-void put_big32(uint8_t *at, uint32_t value) {
-    for (const int shift : {24, 16, 8, 0}) *at++ = static_cast<uint8_t>(value >> shift);
-}
-
 // ---- Decoding ----
 
 class Reader : public BaseReader {

@@ -165,10 +165,6 @@ private:
 constexpr uint8_t png_signature[] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
 constexpr size_t png_header_size = 26; // up to the type of its colours
 
-uint32_t big32(const uint8_t *at) {
-    return uint32_t{at[0]} << 24 | uint32_t{at[1]} << 16 | uint32_t{at[2]} << 8 | at[3];
-}
-
 // ---- The file ----
 
 class Reader : public BaseReader {

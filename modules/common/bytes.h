@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Bytes of a file: numbers in little-endian order, and a stream read in blocks.
+// Bytes of a file: numbers in both byte orders, and a stream read in blocks.
 #pragma once
 
 #include "modules/common/picture.h"
@@ -22,15 +22,20 @@ inline void put_little32(uint8_t *at, uint32_t value) {
     put_little16(at + 2, value >> 16);
 }
 
+inline uint32_t big32(const uint8_t *at) {
+    return uint32_t{at[0]} << 24 | uint32_t{at[1]} << 16 | uint32_t{at[2]} << 8 | at[3];
+}
+inline void put_big32(uint8_t *at, uint32_t value) {
+    for (const int shift : {24, 16, 8, 0}) *at++ = static_cast<uint8_t>(value >> shift);
+}
+
 // Reads a stream in blocks without reading beyond the picture: of data whose length shows only at its end, the caller
 // tells how many bytes are certain to follow.
 class Input {
 public:
     static constexpr size_t most = 4096; // that can be needed at a time
 
-    Input() = default;
-    explicit Input(io_handle &stream) : stream_(&stream) {}
-    void begin(io_handle &stream) { stream_ = &stream; }
+    explicit Input(io_handle &stream) : stream_(stream) {}
 
     // Whether the next length bytes are at data(). certain: so many bytes, these included, belong to the picture.
     bool need(size_t length, uint64_t certain) { return end_ - at_ >= length || refill(length, certain); }
@@ -47,7 +52,7 @@ public:
         memcpy(dst, data(), held);
         take(held);
         position_ += length - held;
-        return read_up_to(*stream_, static_cast<uint8_t *>(dst) + held, length - held) == length - held;
+        return read_up_to(stream_, static_cast<uint8_t *>(dst) + held, length - held) == length - held;
     }
 
     // Reads length bytes and forgets them.
@@ -66,11 +71,11 @@ private:
         end_ -= at_;
         at_ = 0;
         const auto wanted = static_cast<size_t>(std::clamp<uint64_t>(certain, length, most));
-        end_ += read_up_to(*stream_, block_ + end_, wanted - end_);
+        end_ += read_up_to(stream_, block_ + end_, wanted - end_);
         return end_ >= length;
     }
 
-    io_handle *stream_ = nullptr;
+    io_handle &stream_;
     size_t at_ = 0, end_ = 0;
     uint64_t position_ = 0;
     uint8_t block_[most];
