@@ -207,6 +207,7 @@ TEST_F(ModuleDamage, UnusedBitsOfRowsAreZero) {
             for (size_t y = 0; y < 5; y++)
                 EXPECT_EQ(memory[y * 8 + (format == FMT_PAL1 ? 1 : 6)] & (format == FMT_PAL1 ? 7 : 15), 0)
                     << module.extension << ' ' << y;
+            free(record.palette);
         }
 }
 

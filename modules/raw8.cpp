@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The module of raw8.c as it would look in the source tree, where modules/common does what all modules have in common.
+// An example, which only the tests build: the module of examples/codec-module/raw8.c as it looks in the source tree.
 #include "modules/common/bytes.h"
 #include "modules/common/entry.h"
 
