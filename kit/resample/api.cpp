@@ -32,7 +32,7 @@ img_status feed(Resampler &resampler, const img_record &source) {
     if (has(source, IMG_F_DIRECT)) {
         const auto *pixels = static_cast<const uint8_t *>(source.data);
         for (uint64_t y = 0; y < source.height; y++)
-            if (const img_status status = resampler.take_row(pixels + y * source.stride)) return status;
+            if (const img_status status = resampler.take_row(pixels + y * source.stride, source.stride)) return status;
         return resampler.end();
     }
     const Owned<uint8_t> line = allocate<uint8_t>((uint64_t{source.width} * bits_per_pixel(source.format) + 7) / 8);

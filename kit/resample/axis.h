@@ -18,9 +18,9 @@ struct Span {
     bool is_identity() const { return from == 0 && length == source && result == source; }
 };
 
-// Weights are whole numbers of 2^-fraction_bits that sum to exactly one, so that flat stays flat. Every result position has
-// as many, from source position first[i] on, a multiple of `step`, of which those up to last[i] count and the others are 0;
-// they may reach past the end of the source. PICTRA_FILTER_NEAREST has positions only, of any step.
+// Weights are whole numbers of 2^-fraction_bits that sum to exactly one, so that flat stays flat. Every result position
+// has as many, from source position first[i] on, a multiple of `step`, of which those up to last[i] count and the
+// others are 0; they may reach past the end of the source. PICTRA_FILTER_NEAREST has positions only, of any step.
 //
 // Weight is int16_t, or float for values of the same kind but of more bits.
 template <typename Weight> class Axis {

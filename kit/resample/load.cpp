@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Loading at another size in one pass: the resampler is where the codec's rows go. Codecs that do not deliver rows in order
-// load the whole picture, which is scaled afterwards.
+// Loading at another size in one pass: the resampler is where the codec's rows go. Codecs that do not deliver rows in
+// order load the whole picture, which is scaled afterwards.
 #include "kit/options.h"
 #include "kit/resample/resampler.h"
 #include "kit/resample/storage.h"
@@ -21,7 +21,8 @@ struct Load {
 
     const img_decode_callouts *caller = nullptr;
     pictra_resample_options options{};
-    uint32_t picture_width = 0, picture_height = 0; // which the options' part is of
+    uint32_t picture_width = 0,
+             picture_height = 0; // which the options' part is of
     img_record &target;
     Storage storage;
     img_record source{};

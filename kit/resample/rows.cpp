@@ -15,7 +15,7 @@ uint32_t to_work(uint32_t argb) { return is_little ? argb : __builtin_bswap32(ar
 
 } // namespace
 
-// ---- In --------------------------------------------------------------------------------------------------------------
+// ---- In -------------------------------------------------------------------------------------------------------------
 
 img_status SourceRows::make(const img_record &record, uint32_t begin, uint32_t end) {
     record_ = &record;
@@ -30,10 +30,7 @@ img_status SourceRows::make(const img_record &record, uint32_t begin, uint32_t e
     } else if (format != work_format) {
         convert_ = img_convert_getfunc(format, work_format);
     }
-    const bool direct = format == work_format; // which is not copied but for a key, and has none
-    if (!direct && !expand_ && !convert_) return IMG_ST_BADFMT;
-    if (!direct) line_ = allocate<uint32_t>(end);
-    return direct || line_ ? IMG_ST_OK : IMG_ST_NOMEM;
+    return format == work_format || expand_ || convert_ ? IMG_ST_OK : IMG_ST_BADFMT;
 }
 
 img_status SourceRows::read_colours() {
@@ -55,26 +52,34 @@ img_status SourceRows::read_colours() {
     return IMG_ST_OK;
 }
 
-void SourceRows::clear_key(uint32_t *pixels) const {
-    for (uint32_t i = 0; i < count_; i++)
-        if (!((pixels[i] ^ key_) & ~alpha_bits)) pixels[i] &= ~alpha_bits;
+void SourceRows::clear_key(uint8_t *pixels) const {
+    for (uint32_t i = 0; i < count_; i++, pixels += 4) {
+        uint32_t pixel;
+        memcpy(&pixel, pixels, sizeof pixel);
+        if ((pixel ^ key_) & ~alpha_bits) continue;
+        pixel &= ~alpha_bits;
+        memcpy(pixels, &pixel, sizeof pixel);
+    }
 }
 
-const uint8_t *SourceRows::convert(const void *pixels) {
+const uint8_t *SourceRows::convert(const void *pixels, bool stays, uint8_t *room) {
     if (!ready_ && read_colours()) return nullptr;
     ready_ = true;
-    if (!line_) return static_cast<const uint8_t *>(pixels);
-    const void *from = static_cast<const uint8_t *>(pixels) + uint64_t{begin_} * bits_per_pixel(record_->format) / 8;
-    uint32_t *to = line_.get() + begin_;
+    const auto *from = static_cast<const uint8_t *>(pixels);
+    if (stays && !convert_ && !expand_) return from;
+    from += uint64_t{begin_} * bits_per_pixel(record_->format) / 8;
+    uint8_t *to = room + begin_ * size_t{4};
     if (expand_)
         expand_(from, to, count_, palette_.get());
-    else
+    else if (convert_)
         convert_(from, to, count_);
+    else
+        memcpy(to, from, count_ * size_t{4});
     if (has_key_) clear_key(to);
-    return reinterpret_cast<const uint8_t *>(line_.get());
+    return room;
 }
 
-// ---- Out -------------------------------------------------------------------------------------------------------------
+// ---- Out ------------------------------------------------------------------------------------------------------------
 
 img_status ResultRows::make(const img_record &target, img_format source_format) {
     target_ = target;

@@ -27,22 +27,24 @@ constexpr img_format grey_for_alpha(img_format format) { return format == FMT_A8
 
 class SourceRows {
 public:
-    // The record is kept: its palette and its key are read with the first row. Columns outside begin to end are not converted.
+    // The record is kept: its palette and its key are read with the first row. Columns outside begin to end are not
+    // converted.
     img_status make(const img_record &record, uint32_t begin, uint32_t end);
 
-    // The row in the working format. Null if there is no palette. The result is valid until the next call.
-    const uint8_t *convert(const void *pixels);
+    // The row in the working format: in the room for it, or where it is if it stays there and is so already. Null if
+    // there is no palette.
+    const uint8_t *convert(const void *pixels, bool stays, uint8_t *room);
 
     bool may_be_transparent() const { return kit::may_be_transparent(*record_); }
 
 private:
     img_status read_colours();
-    void clear_key(uint32_t *pixels) const;
+    void clear_key(uint8_t *pixels) const;
 
     const img_record *record_ = nullptr;
     img_cvt_func convert_ = nullptr;   // null: the format is the working one
     img_expand_func expand_ = nullptr; // of palettes
-    Owned<uint32_t> palette_, line_;
+    Owned<uint32_t> palette_;
     uint32_t begin_ = 0, count_ = 0;
     uint32_t key_ = 0;
     bool ready_ = false, has_key_ = false;
