@@ -133,6 +133,132 @@ IMG_API img_status pictra_load_resampled_file(img_lib_handle *handle, const char
 IMG_API img_status pictra_load_resampled(img_lib_handle *handle, io_handle *stream, const img_decode_callouts *callouts,
                                          img_record *target, const pictra_resample_options *options);
 
+/* ---- Fitting --------------------------------------------------------------------------------------------------- */
+
+/* How a picture and a box become a size. */
+enum {
+    PICTRA_FIT_INSIDE = 0, /* the whole picture, as large as the box holds */
+    PICTRA_FIT_FILL = 1,   /* the whole box, showing as much of the picture's middle as there is room for */
+    PICTRA_FIT_STRETCH = 2 /* the whole picture in the whole box, whatever becomes of its proportions */
+};
+
+enum { PICTRA_FIT_ENLARGE = 0x1 }; /* flag: results may be larger than the picture, which they otherwise never are */
+
+typedef struct pictra_fit_options {
+    uint32_t size; /* of this struct */
+    uint32_t mode; /* PICTRA_FIT_* */
+    uint32_t flags;
+    uint32_t
+        orientation; /* 1 to 8 as in EXIF: how the picture will be turned; from 5 on its sides are exchanged. 0 is 1 */
+    uint32_t width, height; /* of the box, for the picture as it is seen; a 0 is no limit, for PICTRA_FIT_INSIDE only */
+} pictra_fit_options;
+
+/* What comes of it, for the picture as it is stored, that is, before it is turned. */
+typedef struct pictra_fitted {
+    uint32_t width, height;               /* to scale to */
+    double x, y, part_width, part_height; /* what to scale, for pictra_resample_options */
+} pictra_fitted;
+
+/*
+ * Fits a picture of width x height. Sides that follow the other are rounded to the nearest whole number, halves up, and are at
+ * least 1. PICTRA_FIT_FILL that may not enlarge keeps the proportions of the box and makes it smaller.
+ *
+ * IMG_ST_OK      *fitted is filled
+ * IMG_ST_BADARG  a side is 0 or would be too large, or options are unknown
+ */
+IMG_API img_status pictra_fit(uint32_t width, uint32_t height, const pictra_fit_options *options,
+                              pictra_fitted *fitted);
+
+/* ---- Colour ---------------------------------------------------------------------------------------------------- */
+
+/* How colours that sRGB does not have are brought into it. */
+enum {
+    PICTRA_INTENT_PERCEPTUAL = 0, /* as the maker of the profile thought best */
+    PICTRA_INTENT_RELATIVE = 1    /* those that sRGB has stay exact */
+};
+
+/* Flags of pictra_colour_options. */
+enum {
+    PICTRA_COLOUR_BLACK_POINT = 0x1, /* the darkest that the profile has becomes black */
+    PICTRA_COLOUR_FAST =
+        0x2 /* five times as fast for CMYK, profiles with tables and samples of 16 bits, and off by up to
+                                a dozen levels where sRGB does not have a colour */
+};
+
+typedef struct pictra_colour_options {
+    uint32_t size;   /* of this struct */
+    uint32_t intent; /* PICTRA_INTENT_* */
+    uint32_t flags;
+} pictra_colour_options;
+
+/* Samples as they are in a file, the channels of the profile's space in its order: grey; red, green, blue; CMYK. */
+typedef struct pictra_samples {
+    uint32_t size;  /* of this struct */
+    uint32_t bits;  /* of a sample: 8, or 16 in host byte order */
+    uint32_t extra; /* samples of a pixel after its colour, which are passed over; at most 7 */
+    uint32_t flags;
+} pictra_samples;
+
+enum { PICTRA_SAMPLES_INVERTED = 0x1 }; /* flag: the highest value is no ink, as CMYK is stored in JPEG */
+
+/*
+ * Conversion from the space of a colour profile to sRGB. It keeps what it has worked out, so keep it for pictures of the
+ * same profile; it serves one thread at a time.
+ */
+typedef struct pictra_colour pictra_colour;
+
+/*
+ * Makes a conversion from a profile (ISO 15076-1) of size bytes, which is borrowed and may be anything: one of up to 4 MiB
+ * takes some ten milliseconds and 64 MiB at most.
+ *
+ * IMG_ST_OK       *colour is given, to be released with pictra_colour_free
+ * IMG_ST_DAMAGED  it is no profile, or a damaged one
+ * IMG_ST_BADFMT   it is not for grey, RGB or CMYK pictures, or of a later major version than 4
+ * IMG_ST_NOMEM    no memory
+ * IMG_ST_LIMIT    it is larger than 4 MiB
+ * IMG_ST_BADARG   options are unknown
+ * IMG_ST_NOTSUP   the kit was built without colour
+ */
+IMG_API img_status pictra_colour_create(const void *icc, size_t size, const pictra_colour_options *options,
+                                        pictra_colour **colour);
+
+/* Releases a conversion. Null is ignored. */
+IMG_API void pictra_colour_free(pictra_colour *colour);
+
+/* The channels of the profile's space: 1 for grey, 3 for RGB, 4 for CMYK. */
+IMG_API uint32_t pictra_colour_channels(const pictra_colour *colour);
+
+/* 1 if the profile is sRGB, or so near that every colour stays within a level: converting changes nothing then. */
+IMG_API uint32_t pictra_colour_is_srgb(const pictra_colour *colour);
+
+/* What the profile calls itself, UTF-8 for people without control characters, cut to size bytes with the zero after it. */
+IMG_API void pictra_colour_name(const pictra_colour *colour, char *text, size_t size);
+
+/*
+ * Converts count pixels of a direct format with 8 bits a channel or fewer, of a grey or RGB profile. dst may be src. Alpha
+ * stays. Grey pixels of an RGB profile stay grey; colours of a grey profile are taken channel by channel.
+ *
+ * IMG_ST_OK       done
+ * IMG_ST_BADFMT   indices, alpha alone, or a CMYK profile
+ * IMG_ST_DAMAGED  the profile turns out to be of no use
+ * IMG_ST_NOMEM    no memory
+ */
+IMG_API img_status pictra_colour_convert(pictra_colour *colour, img_format format, const void *src, void *dst,
+                                         uint32_t count);
+
+/*
+ * Converts count pixels of samples into pixels of format, opaque where it has alpha. dst must not overlap src. Results as
+ * for pictra_colour_convert; IMG_ST_BADFMT for indices and alpha alone only, IMG_ST_BADARG for unknown samples.
+ */
+IMG_API img_status pictra_colour_convert_samples(pictra_colour *colour, const pictra_samples *samples, const void *src,
+                                                 img_format format, void *dst, uint32_t count);
+
+/*
+ * Converts an image in place: its pixel buffer and its colour key, or the palette alone where it has one. Results as for
+ * pictra_colour_convert, and IMG_ST_BADARG for a record without format, size, and buffer or palette.
+ */
+IMG_API img_status pictra_colour_convert_image(pictra_colour *colour, img_record *image);
+
 #ifdef __cplusplus
 }
 #endif

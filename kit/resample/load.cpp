@@ -2,6 +2,7 @@
 //
 // Loading at another size in one pass: the resampler is where the codec's rows go. Codecs that do not deliver rows in
 // order load the whole picture, which is scaled afterwards.
+#include "kit/fit/proportion.h"
 #include "kit/options.h"
 #include "kit/resample/resampler.h"
 #include "kit/resample/storage.h"
@@ -34,11 +35,7 @@ struct Load {
 
 Load &load_of(void *data) { return *static_cast<Load *>(data); }
 
-// The side of the target that is missing follows the other in the picture's proportions.
-uint32_t in_proportion(double side, double to, double from) {
-    return static_cast<uint32_t>(fmin(fmax(floor(side * to / from + 0.5), 1), UINT32_MAX));
-}
-
+// The side of the target that is missing follows the other in the proportions of the part.
 void complete_size(Load &load) {
     img_record &target = load.target;
     const double width = load.options.width > 0 ? load.options.width : load.picture_width - load.options.x;
