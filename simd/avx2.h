@@ -51,6 +51,8 @@ INLINE void write_part(uint8_t *dst, const uint8_t *buffer, size_t bytes) {
 
 // ---- Arithmetic --------------------------------------------------------------------------------------------------
 
+INLINE Words32 add_products(Words32 sum, Words16 a, Words16 b) { return sum + multiply_add(a, b); }
+
 INLINE Words32 sum_products(Bytes v, Bytes weights) {
     return multiply_add(multiply_add_bytes(v, weights), Words16{} + uint16_t{1});
 }

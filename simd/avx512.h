@@ -115,6 +115,13 @@ INLINE void stream(void *dst, WideBytes v) { _mm512_stream_si512(static_cast<__m
 
 INLINE WideBytes average_up(WideBytes a, WideBytes b) { return WideBytes(_mm512_avg_epu8(__m512i(a), __m512i(b))); }
 
+INLINE Words32 add_products(Words32 sum, Words16 a, Words16 b) {
+    return Words32(_mm256_dpwssd_epi32(__m256i(sum), __m256i(a), __m256i(b)));
+}
+INLINE WideWords32 add_products(WideWords32 sum, WideWords16 a, WideWords16 b) {
+    return WideWords32(_mm512_dpwssd_epi32(__m512i(sum), __m512i(a), __m512i(b)));
+}
+
 INLINE Words32 sum_products(Bytes v, Bytes weights) {
     return Words32(_mm256_dpbusd_epi32(__m256i{}, __m256i(v), __m256i(weights)));
 }

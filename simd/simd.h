@@ -23,6 +23,7 @@
 //     larger, equal, average_up          of bytes; equal ones give 0xff, others 0; averages are rounded up
 //     multiply_high                      the upper halves of products of 16-bit words
 //     multiply_add                       products of signed 16-bit words, added in pairs to 32-bit words
+//     add_products                       the same, added to sums
 //     multiply_add_bytes, sum_products   products of bytes with weights below 128, added in pairs, or in fours
 //     not_or, select_by_top_bit          ~v | bits; lanes of one register or another
 //     Window, store_lanes                pixels of a line picked into 32-bit lanes, and stored from there without gaps

@@ -26,6 +26,10 @@ INLINE Bytes repeat_half(const void *p) { return Bytes(_mm256_broadcastsi128_si2
 
 INLINE Words16 load_widened(const void *p) { return Words16(_mm256_cvtepu8_epi16(load_part(p))); }
 
+INLINE Words32 load_widened_twice(const void *p) {
+    return Words32(_mm256_cvtepu8_epi32(_mm_loadl_epi64(static_cast<const __m128i *>(p))));
+}
+
 INLINE void store_low_half(void *p, Bytes v) {
     _mm_storeu_si128(static_cast<__m128i *>(p), _mm256_castsi256_si128(__m256i(v)));
 }

@@ -232,7 +232,7 @@ IMG_API uint32_t pictra_colour_channels(const pictra_colour *colour);
 IMG_API uint32_t pictra_colour_is_srgb(const pictra_colour *colour);
 
 /* What the profile calls itself, UTF-8 for people without control characters, cut to size bytes with the zero after it. */
-IMG_API void pictra_colour_name(const pictra_colour *colour, char *text, size_t size);
+IMG_API void pictra_colour_name(pictra_colour *colour, char *text, size_t size);
 
 /*
  * Converts count pixels of a direct format with 8 bits a channel or fewer, of a grey or RGB profile. dst may be src. Alpha

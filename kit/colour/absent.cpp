@@ -10,7 +10,7 @@ img_status pictra_colour_create(const void *, size_t, const pictra_colour_option
 void pictra_colour_free(pictra_colour *) {}
 uint32_t pictra_colour_channels(const pictra_colour *) { return 0; }
 uint32_t pictra_colour_is_srgb(const pictra_colour *) { return 0; }
-void pictra_colour_name(const pictra_colour *, char *text, size_t size) {
+void pictra_colour_name(pictra_colour *, char *text, size_t size) {
     if (size) *text = 0;
 }
 img_status pictra_colour_convert(pictra_colour *, img_format, const void *, void *, uint32_t) { return IMG_ST_NOTSUP; }

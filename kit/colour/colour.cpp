@@ -208,7 +208,7 @@ uint32_t pictra_colour_channels(const pictra_colour *colour) { return colour->en
 
 uint32_t pictra_colour_is_srgb(const pictra_colour *colour) { return colour->keeps; }
 
-void pictra_colour_name(const pictra_colour *colour, char *text, size_t size) { colour->engine.name(text, size); }
+void pictra_colour_name(pictra_colour *colour, char *text, size_t size) { colour->engine.name(text, size); }
 
 img_status pictra_colour_convert(pictra_colour *colour, img_format format, const void *src, void *dst, uint32_t count) {
     return colour->convert(format, static_cast<const uint8_t *>(src), static_cast<uint8_t *>(dst), count);

@@ -54,13 +54,16 @@ void Engine::unlink(Block &block) {
     held_ -= block.size;
 }
 
+void *Engine::refuse(Engine *engine) {
+    if (engine && engine->is_running_) longjmp(engine->way_out_, 1);
+    return nullptr;
+}
+
 void *Engine::allocate(cmsContext context, cmsUInt32Number size) {
     auto *engine = static_cast<Engine *>(cmsGetContextUserData(context)); // null while the context is made
-    Block *block = nullptr;
-    if (size && !(engine && engine->held_ + size > max_held))
-        block = static_cast<Block *>(malloc(sizeof(Block) + size));
-    if (!block && engine) engine->out_of_memory_ = true;
-    if (!block) return nullptr;
+    if (!size || (engine && engine->held_ + size > max_held)) return refuse(engine);
+    auto *block = static_cast<Block *>(malloc(sizeof(Block) + size));
+    if (!block) return refuse(engine);
     *block = {engine, nullptr, nullptr, size};
     if (engine) engine->link(*block);
     return block + 1;
@@ -82,10 +85,23 @@ void *Engine::reallocate(cmsContext context, void *memory, cmsUInt32Number size)
     return moved;
 }
 
+template <typename Call> bool Engine::run(Call call) {
+    if (is_broken_) return false;
+    if (setjmp(way_out_)) {
+        is_running_ = false;
+        is_broken_ = true;
+        return false;
+    }
+    is_running_ = true;
+    call();
+    is_running_ = false;
+    return true;
+}
+
 Engine::~Engine() {
-    for (uint32_t i = 0; i < count_; i++) cmsDeleteTransform(made_[i].transform);
-    if (source_) cmsCloseProfile(source_);
-    if (target_) cmsCloseProfile(target_);
+    for (uint32_t i = 0; i < count_ && !is_broken_; i++) cmsDeleteTransform(made_[i].transform);
+    if (source_ && !is_broken_) cmsCloseProfile(source_);
+    if (target_ && !is_broken_) cmsCloseProfile(target_);
     if (context_) cmsDeleteContext(context_);
     while (blocks_) release(nullptr, blocks_ + 1);
 }
@@ -110,17 +126,19 @@ img_status Engine::make(Profile &&profile, const pictra_colour_options &options)
     context_ = cmsCreateContext(&memory, this);
     if (!context_) return IMG_ST_NOMEM;
     cmsSetLogErrorHandlerTHR(context_, say_nothing);
-    source_ = cmsOpenProfileFromMemTHR(context_, profile_.bytes.get(), profile_.size);
+    run([this] { source_ = cmsOpenProfileFromMemTHR(context_, profile_.bytes.get(), profile_.size); });
     if (!source_) return failure();
-    is_matrix_ = cmsIsMatrixShaper(source_) && !cmsIsCLUT(source_, intent_, LCMS_USED_AS_INPUT);
-    target_ = cmsCreate_sRGBProfileTHR(context_);
-    return target_ ? IMG_ST_OK : IMG_ST_NOMEM;
+    run([this] {
+        is_matrix_ = cmsIsMatrixShaper(source_) && !cmsIsCLUT(source_, intent_, LCMS_USED_AS_INPUT);
+        target_ = cmsCreate_sRGBProfileTHR(context_);
+    });
+    return target_ ? img_status{IMG_ST_OK} : failure();
 }
 
-void Engine::name(char *text, size_t size) const {
+void Engine::name(char *text, size_t size) {
     constexpr uint32_t max_characters = 256;
     wchar_t wide[max_characters] = {};
-    cmsGetProfileInfo(source_, cmsInfoDescription, "en", "US", wide, sizeof wide);
+    run([&] { cmsGetProfileInfo(source_, cmsInfoDescription, "en", "US", wide, sizeof wide); });
     size_t at = 0;
     for (uint32_t i = 0; i < max_characters - 1 && wide[i]; i++) {
         const size_t length = append(text, at, size, static_cast<uint32_t>(wide[i]));
@@ -138,9 +156,9 @@ cmsHTRANSFORM Engine::transform(uint32_t from, uint32_t to) {
     const bool exact = !is_fast_ && !(is_matrix_ && T_BYTES(from) == 1);
     const uint32_t flags = flags_ | cmsFLAGS_NOCACHE | (exact ? cmsFLAGS_NOOPTIMIZE : 0) |
                            (T_EXTRA(from) == T_EXTRA(to) ? cmsFLAGS_COPY_ALPHA : 0);
-    out_of_memory_ = false;
-    cmsHTRANSFORM made = cmsCreateTransformTHR(context_, source_, from, target_, to, intent_, flags);
-    if (!made) return nullptr;
+    cmsHTRANSFORM made = nullptr;
+    const auto make = [&] { made = cmsCreateTransformTHR(context_, source_, from, target_, to, intent_, flags); };
+    if (!run(make) || !made) return nullptr;
     if (count_ == max_made) {
         cmsDeleteTransform(made_[0].transform);
         made_[0] = made_[--count_];

@@ -164,24 +164,31 @@ img_status read_profile(const uint8_t *data, size_t size, Profile &profile) {
     const uint32_t tags = word_at(data + header_bytes);
     if (tags > max_tags || header_bytes + 4 + tags * entry_bytes > total) return IMG_ST_DAMAGED;
 
-    // Tags may share their content: together, those that are needed are as large as the profile may be, or it is refused.
-    profile.bytes = Owned<uint8_t>(static_cast<uint8_t *>(calloc(1, max_profile)));
+    // Tags may share their content: if those that are needed are larger together than a profile may be, it is refused.
+    const auto tag_at = [&](uint32_t i, uint32_t &signature, Content &tag) {
+        const uint8_t *entry = data + header_bytes + 4 + i * entry_bytes;
+        const uint32_t offset = word_at(entry + 4);
+        signature = word_at(entry);
+        tag.size = word_at(entry + 8);
+        if (offset > total || tag.size > total - offset || tag.size < 8) return Use::bad;
+        tag.data = data + offset;
+        return use_of(signature, tag, profile.channels);
+    };
+    uint64_t needed = header_bytes + 4 + tags * entry_bytes;
+    uint32_t signature;
+    Content tag{};
+    for (uint32_t i = 0; i < tags; i++) {
+        const Use use = tag_at(i, signature, tag);
+        if (use == Use::bad) return IMG_ST_DAMAGED;
+        if (use == Use::good) needed += uint64_t{tag.size} + 3;
+    }
+    if (needed > max_profile) return IMG_ST_LIMIT;
+    profile.bytes = Owned<uint8_t>(static_cast<uint8_t *>(calloc(1, needed)));
     if (!profile.bytes) return IMG_ST_NOMEM;
     memcpy(profile.bytes.get(), data, header_bytes);
     Writer writer(profile.bytes.get(), tags);
-    uint64_t needed = header_bytes + 4 + tags * entry_bytes;
-    for (uint32_t i = 0; i < tags; i++) {
-        const uint8_t *entry = data + header_bytes + 4 + i * entry_bytes;
-        const uint32_t offset = word_at(entry + 4), length = word_at(entry + 8);
-        if (offset > total || length > total - offset || length < 8) return IMG_ST_DAMAGED;
-        const Content tag{data + offset, length};
-        const Use use = use_of(word_at(entry), tag, profile.channels);
-        if (use == Use::bad) return IMG_ST_DAMAGED;
-        if (use == Use::not_needed) continue;
-        needed += uint64_t{length} + 3;
-        if (needed > max_profile) return IMG_ST_LIMIT;
-        writer.add(word_at(entry), tag);
-    }
+    for (uint32_t i = 0; i < tags; i++)
+        if (tag_at(i, signature, tag) == Use::good) writer.add(signature, tag);
     profile.size = writer.finish();
     return IMG_ST_OK;
 }
