@@ -215,7 +215,7 @@ TEST(Confine, IndicesBeyondThePaletteAreHarmlessInEveryStep) {
     const std::function<void(tool::Picture &)> steps[] = {
         [](tool::Picture &) {},
         [](tool::Picture &p) { tool::apply(tool::parse_rotate("90"), p, "x"); },
-        [](tool::Picture &p) { tool::turn_upright(p, 3, "x"); },
+        [](tool::Picture &p) { p.become(pictra::upright(p.view(), 3).value()); },
         [](tool::Picture &p) { tool::apply(tool::parse_flip("vertical"), p, "x"); },
         [](tool::Picture &p) { tool::apply(tool::parse_crop("9x7+3+2"), p, "x"); },
     };
@@ -236,7 +236,7 @@ TEST(Confine, IndicesBeyondThePaletteAreHarmlessInEveryStep) {
             EXPECT_EQ(colours.convert(FMT_ARGB8888HE), IMG_ST_OK);
             EXPECT_EQ(static_cast<uint32_t *>(colours.record().data)[0], 0u) << names[i];
             tool::apply(tool::parse_resize("17x80"), resized, "x");
-            resized.key_to_alpha();
+            EXPECT_EQ(resized.convert(FMT_ARGB8888HE), IMG_ST_OK);
             EXPECT_EQ(static_cast<uint32_t *>(resized.record().data)[0] & 0xffffff, 0u) << names[i];
         }
     }

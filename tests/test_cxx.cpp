@@ -6,6 +6,8 @@
 #include "tests/temp.h"
 
 #include <atomic>
+#include <cmath>
+#include <limits>
 #include <thread>
 
 namespace {
@@ -143,6 +145,40 @@ TEST(Cxx, ResizesEveryFormatAsTheColoursItShows) {
     EXPECT_EQ(pictra::within(100).of({3000, 1}), (extent{100, 1}));
     EXPECT_EQ(pictra::within(100).of({70, 80}), (extent{70, 80}));
     EXPECT_EQ((pictra::scale{.height = 3'000'000'000}.of({9, 3})), (extent{0, 3'000'000'000}));
+}
+
+TEST(Cxx, ValuesThatCannotBeAreNotTaken) {
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    pictra::values taken;
+    for (const img_resolution &told : {img_resolution{infinity, 1}, {1, std::nan("")}, {-1, 1}}) {
+        taken.resolution = {1, 2};
+        pictra::take_value(taken, IMG_VALUE_RESOLUTION, &told, sizeof told);
+        EXPECT_EQ(taken.resolution.x + taken.resolution.y, 0);
+    }
+    const uint32_t nine = 9, five = 5;
+    pictra::take_value(taken, IMG_VALUE_ORIENTATION, &nine, sizeof nine);
+    EXPECT_EQ(taken.orientation, 0u);
+    pictra::take_value(taken, IMG_VALUE_ORIENTATION, &five, sizeof five);
+    pictra::take_value(taken, IMG_VALUE_TEXT, "no zero", 7);
+    EXPECT_EQ(taken.texts.at(0), std::pair(std::string("no zero"), std::string()));
+    taken.resolution = {1, 2};
+    pictra::mark_upright(taken);
+    EXPECT_EQ(taken.orientation, 1u);
+    EXPECT_EQ(taken.resolution.x, 2) << "5 exchanges the sides";
+}
+
+TEST(Cxx, OptionsHaveTheValuesOfTheirTexts) {
+    img_option option{"name", "meaning", "slow:fast", IMG_OPTION_SWITCH, -3, 100, 0};
+    const auto value = [&](const char *text) { return pictra::option_value(option, text).value_or(-99); };
+    EXPECT_EQ(value("on") + value("yes") + value("true") + value("1"), 4);
+    EXPECT_EQ(value("off") + value("no") + value("false") + value("0"), 0);
+    EXPECT_EQ(value("2"), -99);
+    option.type = IMG_OPTION_CHOICE;
+    EXPECT_EQ(value("fast"), 1);
+    EXPECT_EQ(value("slo") + value("slow:fast") + value(""), 3 * -99);
+    option.type = IMG_OPTION_NUMBER;
+    EXPECT_EQ(value("-3"), -3);
+    for (const char *text : {"-4", "101", "1x", " 1", "", "4294967297"}) EXPECT_EQ(value(text), -99) << text;
 }
 
 TEST(Cxx, ImagesMoveAndTheirSizesAreTested) {

@@ -10,7 +10,8 @@
 
 namespace {
 
-// Length of the well-formed UTF-8 character at a place, or 0. Its first two bytes decide, by the table of the Unicode standard.
+// Length of the well-formed UTF-8 character at a place, or 0. Its first two bytes decide, by the table of the Unicode
+// standard.
 size_t character_at(const std::string &text, size_t at) {
     constexpr struct {
         uint8_t first, last, low, high;

@@ -23,11 +23,17 @@ expect 1 'dot.png png 1 x 1' "$pictra" info missing.png "$pictures/dot.png"
 expect 9 'missing.png: No such file' "$pictra" info missing.png
 expect 9 'directory' "$pictra" info "$pictures"
 : >empty.png
-expect 4 'empty' "$pictra" info empty.png
+for input in empty.png -; do # by its name, through a file, through a pipe
+    expect 4 "it is empty; get it again" "$pictra" info "$input" <empty.png
+    expect 4 "it is empty; get it again" "$pictra" convert "$input" x.png --sandbox off < <(:)
+done
+expect 4 'standard input: it is empty; get it again' "$pictra" info - < <(:)
 echo 'a letter' >letter.png
 expect 1 'no codec recognises' "$pictra" info letter.png
 head -c 1000 "$pictures/photo.png" >cut.png
-expect 4 'cut.png: the data is damaged' "$pictra" info cut.png
+expect 0 'cut.png png 241 x 161 rgb888' "$pictra" info cut.png
+expect 4 'cut.png: the data is damaged' "$pictra" info --verify cut.png
+expect 0 'colour key #ff00ff, whole' "$pictra" info --verify "$pictures/rgb-key.png"
 
 # ---- convert: there and back. Whatever can hold a picture gives back what PNG shows of it in colours and alpha.
 for picture in "$pictures"/*.p[nbg]*; do
@@ -97,6 +103,20 @@ for kind in png jpg webp tif; do
     expect 0 '"orientation":6' "$pictra" info --json "stored.$kind"
     expect 0 '' "$pictra" convert turned.jpg "bare.$kind" --orient off --keep none
     expect 0 '"orientation":6' "$pictra" info --json "bare.$kind" # it belongs to the pixels
+done
+# The eight orientations, by their pixels: a TIFF of two rows, abc and def.
+entry() { printf "\\$1\\1\\3\\0\\1\\0\\0\\0\\$2\\0\\0\\0"; } # a tag above 255, and its number
+orientation=0
+for upright in '3 2 255 abcdef' '3 2 255 cbafed' '3 2 255 fedcba' '3 2 255 defabc' \
+    '2 3 255 adbecf' '2 3 255 daebfc' '2 3 255 fcebda' '2 3 255 cfbead'; do
+    orientation=$((orientation + 1))
+    { printf 'II*\0\16\0\0\0abcdef\12\0' && entry 0 3 && entry 1 2 && entry 2 10 && entry 3 1 && entry 6 1 &&
+        entry 21 10 && entry 22 "$(printf %o $orientation)" && entry 25 1 && entry 26 2 && entry 27 6 && printf '\0\0\0\0'; } >turned.tif
+    expect 0 '' "$pictra" convert turned.tif stored.png --orient off
+    for turned in turned.tif stored.png; do
+        got=$("$pictra" convert $turned - --to pgm | tail -n +2 | tr '\n' ' ')
+        [ "$got" = "$upright" ] || fail "orientation $orientation of $turned: '$got' instead of '$upright'"
+    done
 done
 expect 0 '' "$pictra" convert cut.png kept.png --on-damage keep
 expect 0 'kept what arrived' "$pictra" convert cut.png kept.png --on-damage keep
@@ -170,7 +190,10 @@ expect 0 '120 x 80' bash -c "'$pictra' resize '$pictures/photo.png' r.png --size
 expect 0 '120 x 80' bash -c "'$pictra' resize '$pictures/photo.png' r.png --size x80 && '$pictra' info r.png"
 expect 0 '7 x 500' bash -c "'$pictra' resize '$pictures/palette-key.png' r.png --size 7x500 && '$pictra' info r.png"
 expect 0 '13 x 7 pal1' bash -c "'$pictra' crop '$pictures/bilevel.pbm' r.pbm --rect 13x7+3+5 && '$pictra' info r.pbm"
-expect 11 'reaches out of the picture, which is 241 x 161' "$pictra" crop "$pictures/photo.png" x.png --rect 200x100+42+0
+expect 11 'exceeds the picture, which is 241 x 161' "$pictra" crop "$pictures/photo.png" x.png --rect 200x100+42+0
+{ printf 'P5 4 4000 255\n' && head -c 16000 /dev/zero; } >narrow.pgm # proportions alone may not cost gigabytes
+expect 2 '600 x 600000, more than' "$pictra" resize narrow.pgm x.pgm --size 600x
+expect 2 '2000 x 2000000, more than' "$pictra" resize narrow.pgm x.pgm --size 2000x
 for wrong in 'resize --size x' 'resize --size 0x4' 'resize --size 4x4x' 'crop --rect 1x1+1' 'rotate --by 45' 'flip' \
     'flip --horizontal --vertical' 'convert --flip diagonal' 'thumbnail --size 0' 'convert -j 0' 'convert third.png'; do
     # shellcheck disable=SC2086
@@ -186,6 +209,11 @@ thumb '31 x 29 argb8888he' rgb-key.png
 thumb '64 x 43 g8' grey.png
 thumb '1 x 1 rgb888' dot.png
 thumb '64 x 43 rgb888' bilevel.png
+head -c -30 "$pictures/photo.png" >end.png # damaged at its end only
+for verb in convert 'thumbnail --size 64' 'thumbnail --size 64 --sandbox off'; do
+    # shellcheck disable=SC2086
+    expect 4 'end.png: the data is damaged or cut short; get the file again' "$pictra" $verb end.png x.png
+done
 
 # ---- several pictures
 mkdir many

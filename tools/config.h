@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The configuration file as the program sees it before the library reads it, and the library attached with it.
+// The configuration file, checked by the program before the library reads it, and the library attached with it.
 #pragma once
 
 #include "pictra/pictra.h"
@@ -18,23 +18,23 @@ struct Section {
 struct Config {
     std::string path;
     std::vector<Section> sections;
-    unsigned warnings = 0; // lines that the library will not take
+    unsigned warnings = 0; // lines that the library will ignore
 };
 
-// Finds the file by the library's rule or, where that gives none, beside the program (and has the library do so, too).
-// Lines that the library will not take are complained about.
+// Finds the file by the library's rule or, if that finds none, beside the program; the library is then made to use that
+// one, too. Warns about lines that the library will ignore.
 //
 // Fails for a file that cannot be read, has no section, or begins with a key: the library would never return from it.
 Config find_config();
 
-// The sections of the modules that come with the program, as text, in the order that suits them: those that recognise
-// their format only weakly stand first, because they are asked last. Paths are file names alone.
+// The sections of the modules that come with the program, as text. Modules that recognise their format only weakly come
+// first, because the library asks them last. Paths are file names alone.
 extern const char known_sections[];
 
-// Takes a configuration's lines in, one at a time, as the library's reader does. place is for messages.
+// Adds one line of a configuration, as the library's reader does. place is for messages.
 void parse(const std::string &line, const std::string &place, Config &config);
 
-// The directory that the program's own is in, or nothing.
+// The directory above the program's, or empty if unknown.
 std::string installation();
 
 struct Detach {
@@ -48,7 +48,8 @@ struct Library {
 
     std::vector<img_codec *> codecs() const;                            // newest first
     std::vector<img_codec *> codecs_for(const std::string &path) const; // of its extension
-    const Section *section_of(img_codec *codec) const;                  // null if the configuration was odd
+    const Section *
+    section_of(img_codec *codec) const; // null if the library and the program disagree about the configuration
 };
 Library attach();
 

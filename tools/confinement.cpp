@@ -3,6 +3,7 @@
 
 #include "tools/config.h"
 #include "tools/interrupt.h"
+#include "tools/limits.h"
 #include "tools/text.h"
 
 #include <mutex>
@@ -12,18 +13,6 @@
 namespace tool {
 
 namespace {
-
-std::string explain(const confine::Limit &limit) {
-    const auto [what, needed, allowed] = limit;
-    if (what == "memory")
-        return "it takes " + std::to_string(needed / 1'000'000) + " MB, more than --max-memory " +
-               std::to_string(allowed / 1'000'000) + "; raise that, or reduce the picture";
-    if (what == "pixels" && allowed < confine::max_pixels)
-        return "it has " + std::to_string(needed) + " pixels, more than --max-pixels " + std::to_string(allowed) +
-               "; raise that, or reduce the picture";
-    return "it exceeds the limit for " + what + " (" + std::to_string(needed) + ", allowed are " +
-           std::to_string(allowed) + "); reduce the picture with another program";
-}
 
 std::string late(uint32_t seconds) {
     return "it took longer than --timeout " + std::to_string(seconds) +
@@ -83,6 +72,7 @@ void fail(const confine::Worker &worker, confine::Worker::End end, const std::st
 void fail(const confine::Report &report, const std::string &name, const confine::Task &task) {
     const img_status status = report.status ? report.status : img_status{IMG_ST_DAMAGED};
     if (report.refusal == confine::Refusal::time) throw Failure(name + ": " + late(task.limits.seconds), IMG_ST_LIMIT);
+    if (report.refusal == confine::Refusal::empty) throw empty_failure(name);
     if (report.limit) throw Failure(name + ": " + explain(*report.limit), status);
     if (status == IMG_ST_NOCONV && task.format)
         throw Failure(name + ": the picture cannot become " + format_name(task.format) +

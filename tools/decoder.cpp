@@ -123,16 +123,17 @@ std::unique_ptr<Picture> Decoder::next() {
     exchange.take(report);
     exchange.check(input_.name());
     if (again && report.status == IMG_ST_WRONGFORMAT) return nullptr;
-    for (const std::string &warning : exchange.warnings) complain(input_.name() + ": warning: " + warning);
+    for (const std::string &warning : exchange.metadata.warnings) complain(input_.name() + ": warning: " + warning);
     if (report.status == IMG_ST_DAMAGED && picture && reading_.keep_damaged)
         complain(explain(input_.name(), report.status) + " (kept what arrived: " + std::to_string(exchange.rows_done) +
                  " of " + std::to_string(picture->record().height) + " rows)");
     else if (report.status != IMG_ST_OK || !picture)
         fail(report, input_.name(), task_);
     if (reading_.upright && !reading_.header_only) {
-        turn_upright(*picture, exchange.metadata.orientation, input_.name());
-        if (exchange.metadata.orientation > 4) exchange.metadata.swap_sides();
-        exchange.metadata.set_upright();
+        if (const uint32_t orientation = exchange.metadata.orientation; orientation > 1)
+            apply([=](const auto &stored, const auto &) { return pictra::upright(stored, orientation); }, *picture,
+                  input_.name());
+        pictra::mark_upright(exchange.metadata);
     }
     return std::move(picture);
 }

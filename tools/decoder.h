@@ -38,8 +38,8 @@ public:
     Decoder(const Decoder &) = delete;
     Decoder &operator=(const Decoder &) = delete;
 
-    // The next picture, or null when there is no further one; the first call fails rather. The pixels are gone when the one
-    // after is asked for. A picture that is its header only has neither pixels nor the colours of its palette.
+    // The next picture, or null when there is no further one; the first call fails rather. The pixels are gone when the
+    // one after is asked for. A picture that is its header only has neither pixels nor the colours of its palette.
     std::unique_ptr<Picture> next();
 
     const Input &input() const { return input_; }

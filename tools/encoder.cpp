@@ -2,6 +2,7 @@
 #include "tools/encoder.h"
 
 #include "tools/interrupt.h"
+#include "tools/metadata.h"
 #include "tools/text.h"
 
 #include <errno.h>
@@ -78,7 +79,7 @@ void encode(const Library &library, img_codec *codec, const Picture &picture, in
     task.confined = reading.confinement == Confinement::required;
     task.limits.seconds = reading.limits.seconds;
     task.options = exchange.options();
-    task.writing = {confine::shape_of(picture.record()), exchange.metadata.values(), exchange.asked()};
+    task.writing = {confine::shape_of(picture.record()), values_of(exchange.metadata), exchange.asked()};
     confine::Trouble trouble;
     std::unique_ptr<Worker> worker;
     if (reading.confinement != Confinement::off) worker = start(library, codec, picture, file, task, trouble);

@@ -16,12 +16,7 @@ GivenOption parse_option(const std::string &text) {
 
 void Exchange::take(const confine::Report &report) {
     metadata = {};
-    warnings.clear();
-    for (const auto &[key, bytes] : report.values)
-        if (key == IMG_VALUE_WARNING)
-            warnings.push_back(bytes);
-        else
-            metadata.hear(key, bytes.data(), bytes.size());
+    for (const auto &[key, bytes] : report.values) pictra::take_value(metadata, key, bytes.data(), bytes.size());
     rows_done = report.rows_done;
     full_width = report.full_width;
     full_height = report.full_height;

@@ -3,8 +3,8 @@
 // What codecs tell of a picture beside its pixels, from the one that reads it to the one that writes it.
 #pragma once
 
+#include "pictra/pictra.hpp"
 #include "tools/confine/report.h"
-#include "tools/metadata.h"
 
 #include <string>
 #include <utility>
@@ -32,8 +32,7 @@ public:
     const std::vector<GivenOption> &options() const { return options_; }
     std::vector<std::string> asked() const; // names of the options that codecs have asked for
 
-    Metadata metadata{};
-    std::vector<std::string> warnings{};
+    pictra::values metadata{};
     uint64_t rows_done = 0;
     uint32_t full_width = 0, full_height = 0; // of the picture that a thumbnail is of, as stored
 

@@ -64,7 +64,7 @@ void watch_for_signals() {
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction now {};
         sigaction(number, nullptr, &now);
-        if (now.sa_handler != SIG_IGN) handle(number, ask_to_stop); // nohup's wish counts
+        if (now.sa_handler != SIG_IGN) handle(number, ask_to_stop); // as nohup asks
     }
 }
 

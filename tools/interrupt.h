@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Ctrl-C and its kind: what runs is asked to stop, temporary files go, and the program ends with 128 + the signal's number.
+// Ctrl-C and similar signals: the work is asked to stop, temporary files are removed, and the program ends with 128
+// plus the number of the signal.
 #pragma once
 
 #include <stddef.h>
@@ -14,7 +15,7 @@ void watch_for_signals();
 // The signal that asked, or 0.
 int stop_signal();
 
-// Thrown where work was given up because of a signal.
+// Thrown to give up work because of a signal.
 class Interrupted {};
 inline void stop_if_asked() {
     if (stop_signal()) throw Interrupted();

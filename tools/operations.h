@@ -1,31 +1,26 @@
 // SPDX-License-Identifier: MIT
 //
-// What can be done to a picture on its way: resize, crop, quarter turns, flips.
+// Operations between reading and writing a picture: resize, crop, rotate, flip.
 #pragma once
 
 #include "tools/picture.h"
 
+#include <functional>
 #include <string>
 
 namespace tool {
 
-struct Operation {
-    enum Kind { resize, crop, rotate, flip } kind;
-    uint32_t width = 0, height = 0; // resize: 0 follows the other side; crop: of the rectangle
-    uint32_t x = 0, y = 0;          // crop: its top left pixel
-    uint32_t how = 0;               // rotate: IMG_ANGLE_*; flip: IMG_FLIP_*
-};
+// Makes a new picture from one, whose name is for messages.
+using Operation =
+    std::function<pictra::result<pictra::image>(const pictra::image_view &picture, const std::string &name)>;
 
-// From the words of the command line; fail for others.
+// Parse words of the command line; fail for anything else.
 Operation parse_resize(const std::string &size); // WxH, Wx or xH
 Operation parse_crop(const std::string &rect);   // WxH+X+Y
 Operation parse_rotate(const std::string &by);   // 90, 180, 270: degrees clockwise
 Operation parse_flip(const std::string &across); // horizontal, vertical
 
-// name is the picture's, for messages.
+// Replaces the picture by the result of the operation, or fails.
 void apply(const Operation &operation, Picture &picture, const std::string &name);
-
-// Turns and mirrors a picture that is stored in one of the eight orientations of EXIF.
-void turn_upright(Picture &picture, uint32_t orientation, const std::string &name);
 
 } // namespace tool

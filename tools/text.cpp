@@ -12,26 +12,20 @@ namespace tool {
 
 namespace {
 
-struct StatusText {
-    const char *reason, *remedy;
-};
-
-// In the order of the statuses.
-constexpr StatusText status_texts[] = {
-    {"done", "nothing to do"},
-    {"no codec recognises its content", "'pictra codecs' lists what can be read"},
-    {"no conversion leads to the pixel format", "choose another with --format"},
-    {"no codec recognises its content or its name", "'pictra codecs' lists what there is"},
-    {"the data is damaged or cut short", "get the file again"},
-    {"its codec does not support this variant of the format", "convert it with the program that made it"},
-    {"memory ran out, or the file has 4 GiB or more", "free memory, or reduce the picture"},
-    {"the configuration is missing or holds errors", "check the file that PICTRA_CFGFILE names"},
-    {"a codec module does not open", "'pictra codecs --check' tells why"},
-    {"it cannot be opened or written", "check name, rights and free space"},
-    {"it exceeds a limit (1000000 pixels a side, 268435456 in all)", "reduce the picture with another program"},
-    {"the picture's description contradicts itself", "convert it with --format first"},
-    {"its codec cannot do this, or its module does not open", "'pictra codecs --check' tells which"},
-};
+// By the status, from IMG_ST_OK on.
+constexpr const char *remedies[] = {"nothing to do",
+                                    "'pictra codecs' lists what can be read",
+                                    "choose another with --format",
+                                    "'pictra codecs' lists what there is",
+                                    "get the file again",
+                                    "convert it with the program that made it",
+                                    "free memory, or reduce the picture",
+                                    "check the file that PICTRA_CFGFILE names",
+                                    "'pictra codecs --check' tells why",
+                                    "check name, rights and free space",
+                                    "reduce the picture with another program",
+                                    "convert it with --format first",
+                                    "'pictra codecs --check' tells which"};
 
 struct FormatName {
     img_format format;
@@ -65,9 +59,8 @@ constexpr FormatName format_names[] = {
 } // namespace
 
 std::string explain(const std::string &name, img_status status) {
-    if (status >= std::size(status_texts)) return name + ": its codec reports status " + std::to_string(status);
-    const auto &[reason, remedy] = status_texts[status];
-    return name + ": " + reason + "; " + remedy;
+    if (status >= std::size(remedies)) return name + ": its codec reports status " + std::to_string(status);
+    return name + ": " + pictra::status_text(status) + "; " + remedies[status];
 }
 
 namespace {
@@ -114,7 +107,7 @@ struct Character {
     bool valid;
 };
 
-// Overlong forms, surrogates and what lies beyond U+10FFFF are not characters.
+// Overlong forms, surrogates and codes above U+10FFFF are not characters.
 Character character_at(const std::string &text, size_t at) {
     const auto byte = [&](size_t i) { return static_cast<uint8_t>(text[i]); };
     const uint32_t first = byte(at);
@@ -138,7 +131,7 @@ std::string hex(uint32_t value, int digits) {
     return text;
 }
 
-// Separators of lines, and marks that make a terminal show text in another order than it is in.
+// Line separators, and marks that make a terminal show text in another order than it is stored in.
 bool misleads(uint32_t code) {
     return code == 0x061c || code == 0x200e || code == 0x200f || (code >= 0x2028 && code <= 0x202e) ||
            (code >= 0x2066 && code <= 0x2069);

@@ -32,6 +32,7 @@ img_decode_callouts Listener::begin() {
     palette_ = {};
     img_decode_callouts callouts{};
     callouts.setup = set_up;
+    if (task_.header_only) callouts.abort = give_up;
     callouts.scanline = progress;
     callouts.set_value = hear;
     callouts.data = this;
@@ -39,7 +40,10 @@ img_decode_callouts Listener::begin() {
 }
 
 Report Listener::finish(img_status status, const img_record &record) {
-    if (header_done_ || (status == IMG_ST_OK && task_.header_only)) status = IMG_ST_OK;
+    if (header_done_ && report_.refusal == Refusal::none) {
+        status = IMG_ST_OK;
+        report_.limit.reset();
+    }
     constexpr img_flags shaped = IMG_F_FORMAT | IMG_F_WIDTH | IMG_F_HEIGHT;
     const bool seen = (record.flags & shaped) == shaped && (record.flags & (IMG_F_DIRECT | IMG_F_ACCESS));
     if (seen && !header_done_) report_.picture = shape_of(record);
@@ -156,12 +160,20 @@ img_status Listener::hear(void *data, img_record *, uintptr_t key, uintptr_t siz
 img_status Listener::progress(void *data, img_record *record, uintptr_t done, uintptr_t, uintptr_t, uintptr_t) {
     auto &self = *static_cast<Listener *>(data);
     self.report_.rows_done = static_cast<uint32_t>(done);
-    if (self.task_.header_only) {
-        self.report_.picture = shape_of(*record);
-        self.header_done_ = true;
-        return header_told;
-    }
-    return self.check_time();
+    if (!self.task_.header_only) return self.check_time();
+    self.take_header(*record);
+    return header_told;
+}
+
+// A picture that turns out to be damaged after its header is no concern of those who want the header.
+void Listener::give_up(void *data, img_record *record) {
+    auto &self = *static_cast<Listener *>(data);
+    if (!self.header_done_) self.take_header(*record);
+}
+
+void Listener::take_header(const img_record &record) {
+    report_.picture = shape_of(record);
+    header_done_ = true;
 }
 
 img_status Listener::check_time() {

@@ -39,7 +39,9 @@ private:
     static uint32_t note_formats(void *data, img_record *, const img_format *formats, uint32_t count);
     static img_status check_asked(void *data, img_record *, uint32_t);
     static img_status answer_writer(void *data, img_record *, uintptr_t, uintptr_t, uintptr_t key, uintptr_t value);
+    static void give_up(void *data, img_record *record);
     void begin_report();
+    void take_header(const img_record &record);
     img_status make_storage(img_record &record);
     img_status note(Value value);
     img_status exceed(const char *name, uint64_t needed, uint64_t allowed);

@@ -3,6 +3,8 @@
 
 #include "tools/confine/thumbnail.h"
 
+#include <utility>
+
 namespace confine {
 
 Report Pictures::next(const std::vector<img_codec *> &candidates, img_record &record) {
@@ -12,6 +14,7 @@ Report Pictures::next(const std::vector<img_codec *> &candidates, img_record &re
         record.flags = IMG_F_FORMAT | (record.format & IMG_FMT_ALPHA ? IMG_F_WANT_ALPHA : 0);
     }
     const img_decode_callouts callouts = listener_.begin();
+    if (!std::exchange(begun_, true) && source_.is_empty()) return {IMG_ST_DAMAGED, Refusal::empty};
     const img_status status = decode(candidates, callouts, record);
     return listener_.finish(status, record);
 }

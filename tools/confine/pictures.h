@@ -31,6 +31,7 @@ private:
     const Task &task_;
     Listener listener_;
     Source source_;
+    bool begun_ = false;
 };
 
 // Writes a picture to an open file as the task's writing says.

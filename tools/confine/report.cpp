@@ -71,8 +71,7 @@ std::optional<Report> report_in(std::string_view bytes, Trouble &trouble) {
     Report report;
     report.status = in.fixed<uint32_t>();
     const auto refusal = in.fixed<uint8_t>();
-    if (refusal > static_cast<uint8_t>(Refusal::unknown_option))
-        return std::nullopt; // stopped is not for a worker to say
+    if (refusal > static_cast<uint8_t>(Refusal::empty)) return std::nullopt; // stopped is not for a worker to say
     report.refusal = static_cast<Refusal>(refusal);
     if (in.flag()) {
         Limit &limit = report.limit.emplace();

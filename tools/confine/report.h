@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What came of a picture that was to be read or written. A worker's report is an enemy's word: report_in() and flaw_of() are all that stands between it
-// and the program.
+// What came of a picture that was to be read or written. A worker's report is an enemy's word: report_in() and flaw_of()
+// are all that stands between it and the program.
 #pragma once
 
 #include "pictra/values.h"
@@ -16,8 +16,9 @@
 
 namespace confine {
 
-// Which wish of the user's ended the work, but for limits that have numbers.
-enum class Refusal : uint8_t { none, time, option, unknown_option, stopped };
+// Why there is no picture, if the status does not say it: a wish of the user's other than a limit with a number, or a
+// file without a byte.
+enum class Refusal : uint8_t { none, time, option, unknown_option, empty, stopped };
 
 // The limit that ended it, as img_limit has it.
 struct Limit {

@@ -10,6 +10,11 @@ img_status Source::open(int descriptor) {
     return stream_ ? IMG_ST_OK : IMG_ST_NOMEM;
 }
 
+bool Source::is_empty() const {
+    uint8_t byte;
+    return !stream_->read(stream_->self, &byte, 1) || stream_->unread(stream_->self, &byte, 1) != 0;
+}
+
 img_status Source::accept(const std::vector<img_codec *> &candidates) {
     uint32_t index = 0;
     const auto count = static_cast<uint32_t>(candidates.size());

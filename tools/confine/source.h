@@ -24,6 +24,7 @@ public:
     Source &operator=(const Source &) = delete;
 
     img_status open(int descriptor);
+    bool is_empty() const;                                         // before anything was read; a pipe tells no sooner
     img_status accept(const std::vector<img_codec *> &candidates); // begins with the first that takes the stream
     img_status next(const img_decode_callouts &callouts,
                     img_record &record); // IMG_ST_WRONGFORMAT: there is no further one

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "tools/confine/thumbnail.h"
 
+#include "pictra/pictra.hpp"
+
 #include <algorithm>
 #include <stdlib.h>
 
@@ -8,19 +10,14 @@ namespace confine {
 
 namespace {
 
-uint32_t in_proportion(uint32_t side, uint32_t to, uint32_t from) {
-    return std::max(1u, static_cast<uint32_t>((uint64_t{side} * to + from / 2) / from));
-}
-
 // Gives the thumbnail its size and format. Pictures that may be transparent get alpha; palettes tell only later.
 uint32_t choose(void *data, img_record *thumbnail, const img_format *formats, uint32_t count) {
     auto &listener = *static_cast<Listener *>(data);
-    const uint32_t most = listener.task().thumbnail, width = thumbnail->width, height = thumbnail->height;
-    listener.set_full_size(width, height);
-    if (std::max(width, height) > most) {
-        thumbnail->width = width > height ? most : in_proportion(most, width, height);
-        thumbnail->height = width > height ? in_proportion(most, height, width) : most;
-    }
+    const pictra::extent full{thumbnail->width, thumbnail->height},
+        size = pictra::within(listener.task().thumbnail).of(full);
+    listener.set_full_size(full.width, full.height);
+    thumbnail->width = size.width;
+    thumbnail->height = size.height;
     const bool alpha =
         std::any_of(formats, formats + count, [](img_format f) { return f & (IMG_FMT_ALPHA | IMG_FMT_PAL); });
     thumbnail->format = alpha ? FMT_ARGB8888HE : count && formats[0] == FMT_G8 ? FMT_G8 : FMT_RGB888;

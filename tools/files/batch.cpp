@@ -41,7 +41,7 @@ std::vector<Pair> pair_up(const Files &files) {
     return pairs;
 }
 
-// A bar on the terminal, and nothing where standard error goes elsewhere.
+// A progress bar, if standard error is a terminal.
 class Progress {
 public:
     explicit Progress(size_t all) : all_(all), shown_(all > 1 && isatty(STDERR_FILENO)) { draw(); }
@@ -65,9 +65,10 @@ private:
     bool shown_;
 };
 
-// The registry may not change while threads load: every module is opened before.
+// The registry must not change while threads load, so every module is opened before. A module that does not open fails
+// the pictures that need it.
 void open_all_codecs(const Library &library) {
-    for (img_codec *codec : library.codecs()) codec_init(codec); // one that does not open fails who needs it
+    for (img_codec *codec : library.codecs()) codec_init(codec);
 }
 
 using Work = std::function<void(const std::string &in, const std::string &out)>;
@@ -103,7 +104,7 @@ int run(const std::vector<Pair> &pairs, unsigned jobs, const Work &work) {
             try {
                 threads.emplace_back(worker);
             } catch (const std::system_error &) {
-                break; // those that there are do it
+                break; // the others do the work
             }
         }
         worker();
@@ -141,8 +142,9 @@ std::string fill_in(const std::string &component, const std::string &pattern,
 
 } // namespace
 
-// Fills in the placeholders. Each component of the path that holds one has to name something in the folder that the pattern
-// puts it in: nothing, "." and ".." are names of other places ("...png" has the stem ".."), and "-" alone is not a file.
+// Fills in the placeholders. A component of the path that holds one must name something in the folder that the pattern
+// puts it in, so it must not become empty, "." or ".." ("...png" has the stem ".."). "-" alone would be standard
+// output.
 std::string name_by(const std::string &pattern, const std::string &in, const std::map<std::string, std::string> &more) {
     const std::string name = in.substr(in.rfind('/') + 1);
     const size_t dot = name.rfind('.') == 0 ? std::string::npos : name.rfind('.');

@@ -3,7 +3,6 @@
 
 #include "tools/encoder.h"
 #include "tools/files/target.h"
-#include "tools/interrupt.h"
 #include "tools/text.h"
 
 #include <strings.h>
@@ -39,12 +38,13 @@ bool is_black_and_white(const img_record &record) {
     return (first == 0 && second == 0xffffff) || (first == 0xffffff && second == 0);
 }
 
-// Makes the picture what the extension promises. Transparency is dropped only if a format without it was asked for.
+// Converts the picture to what the extension promises. Transparency is dropped only if the user asked for a format
+// without it.
 void keep_promise(Picture &picture, const Output &output, const std::string &extension) {
     for (const auto &[name, format, text, without_transparency] : promises) {
         if (strcasecmp(extension.c_str(), name) != 0) continue;
         if (output.drops_key) picture.drop_key();
-        if (picture.has_transparency())
+        if (picture.view().may_be_transparent())
             throw Failure(output.path + ": ." + name + " holds no transparency; write a .pam or .png" +
                               without_transparency,
                           IMG_ST_NOCONV);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Writing a picture with the codec that its target's name asks for, complete or not at all.
+// Writing a picture with the codec that the name of its target chooses, completely or not at all.
 #pragma once
 
 #include "tools/decoder.h"

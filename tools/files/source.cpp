@@ -13,8 +13,8 @@ namespace tool {
 
 namespace {
 
-// What can be written to as well, as the shell's <> gives it, is opened anew, because its reader may be taken over by what
-// it reads. Where that is impossible, as with sockets, it stays as it is.
+// What can be written to as well, as the shell's <> gives it, is opened anew, because its reader may be taken over by
+// what it reads. Where that is impossible, as with sockets, it stays as it is.
 int for_reading_only(int descriptor) {
     const int flags = fcntl(descriptor, F_GETFL);
     if (flags < 0 || (flags & O_ACCMODE) == O_RDONLY) return descriptor;
@@ -41,7 +41,7 @@ Input::Input(const std::string &path)
     if (!is_directory && !is_empty) return;
     if (descriptor_ != STDIN_FILENO) close(descriptor_);
     if (is_directory) throw Failure(name_ + ": it is a directory; name a picture in it", IMG_ST_FILE);
-    throw Failure(name_ + ": the file is empty; get it again", IMG_ST_DAMAGED);
+    throw empty_failure(name_);
 }
 
 Input::~Input() {

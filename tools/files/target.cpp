@@ -25,7 +25,7 @@ namespace {
     throw Failure(path + ": it changed while it was opened; try again", IMG_ST_FILE);
 }
 
-// Nobody can know the name before the file has it.
+// A name that cannot be guessed before the file has it.
 std::string fresh_name() {
     uint64_t random = 0;
     if (getrandom(&random, sizeof random, 0) != sizeof random) random = static_cast<uint64_t>(getpid());
@@ -39,7 +39,8 @@ std::string own_path(int descriptor) { return "/proc/self/fd/" + std::to_string(
 // A pipe or a terminal has nothing to sync.
 bool reaches_disk(int descriptor) { return fsync(descriptor) == 0 || errno == EINVAL || errno == ENOTSUP; }
 
-// Some file systems report at close what went wrong before, at the close of any descriptor of the file.
+// Some file systems report failed writes only at close. Closing a duplicate asks them while the file can still be given
+// up.
 bool all_arrived(int descriptor) { return Descriptor(fcntl(descriptor, F_DUPFD_CLOEXEC, 0)).close(); }
 
 } // namespace
@@ -72,7 +73,7 @@ void Target::remove_temporary() {
     if (!temporary_.empty()) unlinkat(folder_.number(), temporary_.c_str(), 0);
 }
 
-// Opens the folder, by way of the links to a file that is there.
+// Opens the folder of the target; if the target exists, the folder that its links lead to.
 void Target::find(bool exists) {
     constexpr int most_links = 40; // as in the kernel
     std::string path = path_;
@@ -92,7 +93,7 @@ void Target::find(bool exists) {
     fail_changed(path_);
 }
 
-// about is what the path led to before its folder was opened.
+// about: what the path led to before its folder was opened.
 void Target::replace(const struct stat &about) {
     struct stat found;
     if (fstatat(folder_.number(), name_.c_str(), &found, AT_SYMLINK_NOFOLLOW) != 0 || found.st_dev != about.st_dev ||
@@ -114,14 +115,14 @@ void Target::open_new(unsigned mode, bool exactly) {
     if (!open_unnamed(exactly ? 0600 : mode)) open_temporary(exactly ? 0600 : mode);
     if (!exactly || fchmod(file_.number(), mode) == 0) return;
     const int error = errno;
-    remove_temporary(); // this object will not come to be, so nobody else would
+    remove_temporary(); // no destructor runs after a failed constructor
     errno = error;
     fail(path_, "write to another file");
 }
 
 bool Target::open_unnamed(unsigned mode) {
     file_ = Descriptor(openat(folder_.number(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, mode));
-    return file_ && access(own_path(file_.number()).c_str(), F_OK) == 0; // by which it will get its name
+    return file_ && access(own_path(file_.number()).c_str(), F_OK) == 0; // through which give_name() links it
 }
 
 void Target::open_temporary(unsigned mode) {
@@ -135,7 +136,7 @@ void Target::open_temporary(unsigned mode) {
 
 int Target::descriptor() const { return path_ == "-" ? STDOUT_FILENO : file_.number(); }
 
-// A link cannot replace a file, but a rename can.
+// linkat() cannot replace a file, so an existing one is replaced by a rename.
 bool Target::give_name() {
     const int folder = folder_.number();
     if (temporary_.empty()) {

@@ -19,10 +19,10 @@ struct TargetOptions {
     bool sync = false;           // commit() returns when file and name have reached the disk
 };
 
-// "-" is standard output. Devices and pipes are written to as they are. A file is written without a name where the file
-// system can do that, else under a temporary one, in the folder of its final name; that folder is opened once, so nothing that
-// happens to the path meanwhile can lead the file elsewhere. A symbolic link to a file stays, and the file is replaced.
-// A new file gets the permissions of the file that it replaces, or the usual ones.
+// "-" is standard output. Devices and pipes are written to as they are. A file is written without a name if the file
+// system supports that, else under a temporary one, in the folder of its final name. That folder is opened once, so
+// that nothing done to the path meanwhile can lead the file elsewhere. A symbolic link to a file stays, and the file is
+// replaced. A new file gets the permissions of the file that it replaces, or the usual ones.
 class Target {
 public:
     explicit Target(const std::string &path, const TargetOptions &options = {});
@@ -37,7 +37,7 @@ private:
     void find(bool exists);
     void replace(const struct stat &about);
     void open_special();
-    void open_new(unsigned mode, bool exactly); // exactly: the umask does not count
+    void open_new(unsigned mode, bool exactly); // exactly: regardless of the umask
     bool open_unnamed(unsigned mode);
     void open_temporary(unsigned mode);
     bool give_name();

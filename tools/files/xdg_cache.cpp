@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: MIT
 //
 // pictra thumbnail --xdg: the thumbnails that programs of a desktop share, as the Thumbnail Managing Standard of
-// freedesktop.org (0.9) keeps them. $XDG_CACHE_HOME/thumbnails/SIZE/NAME.png, the name being the MD5 sum of the picture's
-// URI, tells in texts which picture it shows, and how old that was. Each program marks for itself, in fail/, which pictures
-// are broken.
-#include "tools/decoder.h"
+// freedesktop.org (0.9) keeps them. $XDG_CACHE_HOME/thumbnails/SIZE/NAME.png, the name being the MD5 sum of the
+// picture's URI, tells in texts which picture it shows, and how old that was. Each program marks for itself, in fail/,
+// which pictures are broken.
+#include "tools/files/xdg_cache.h"
+
 #include "tools/files/output.h"
 #include "tools/text.h"
-#include "tools/verbs/verbs.h"
 
+#include <algorithm>
 #include <errno.h>
 #include <filesystem>
 #include <iostream>
@@ -97,15 +98,18 @@ public:
         modified_ = std::to_string(about.st_mtime);
         size_ = std::to_string(about.st_size);
     }
-    Metadata metadata() const {
-        Metadata metadata;
+    pictra::values metadata() const {
+        pictra::values metadata;
         for (const auto &[key, text] : {std::pair(uri_key, uri_), {time_key, modified_}, {"Thumb::Size", size_}})
-            metadata.add_text(key, text);
-        metadata.add_text("Software", program);
+            metadata.texts.emplace_back(key, text);
+        metadata.texts.emplace_back("Software", program);
         return metadata;
     }
-    bool is_told_by(const Metadata &thumbnail) const {
-        return thumbnail.has_text(uri_key, uri_) && thumbnail.has_text(time_key, modified_);
+    bool is_told_by(const pictra::values &thumbnail) const {
+        const auto tells = [&](const std::pair<std::string, std::string> &text) {
+            return std::find(thumbnail.texts.begin(), thumbnail.texts.end(), text) != thumbnail.texts.end();
+        };
+        return tells({uri_key, uri_}) && tells({time_key, modified_});
     }
 
 private:
@@ -114,8 +118,8 @@ private:
 
 class Maker {
 public:
-    Maker(const Library &library, const Reading &reading, const Store &store)
-        : library_(library), reading_(reading), store_(store) {}
+    Maker(const Library &library, const Reading &reading, const Store &store, bool sync)
+        : library_(library), reading_(reading), store_(store), sync_(sync) {}
 
     void make(const std::string &in, const std::string &out) const {
         const Original original(in);
@@ -125,9 +129,9 @@ public:
         try {
             Decoder decoder(library_, in, reading_);
             const std::unique_ptr<Picture> picture = decoder.next();
-            Metadata metadata = original.metadata();
-            metadata.add_text("Thumb::Image::Width", std::to_string(decoder.exchange.full_width));
-            metadata.add_text("Thumb::Image::Height", std::to_string(decoder.exchange.full_height));
+            pictra::values metadata = original.metadata();
+            metadata.texts.emplace_back("Thumb::Image::Width", std::to_string(decoder.exchange.full_width));
+            metadata.texts.emplace_back("Thumb::Image::Height", std::to_string(decoder.exchange.full_height));
             save(*picture, metadata, out);
             unlink(failure.c_str());
         } catch (const Failure &failed) {
@@ -149,10 +153,10 @@ private:
     }
 
     // The standard wants eight bits with alpha.
-    void save(Picture &picture, const Metadata &metadata, const std::string &path) const {
+    void save(Picture &picture, const pictra::values &metadata, const std::string &path) const {
         make_directories(path.substr(0, path.rfind('/')));
         if (const img_status status = picture.convert(FMT_ARGB8888HE)) throw failure_of(path, status);
-        const Output output{path, "png", false, true};
+        const Output output{path, "png", false, true, sync_};
         Exchange exchange;
         exchange.metadata = metadata;
         write(library_, picture, output, reading_, exchange);
@@ -173,21 +177,22 @@ private:
     const Library &library_;
     const Reading &reading_;
     const Store &store_;
+    bool sync_;
 };
 
 } // namespace
 
-int store_thumbnails(const ConvertOptions &options) {
+int store_thumbnails(const Files &pictures, const Reading &reading, bool sync) {
     const Library library = attach();
-    const Store store(options.reading.thumbnail);
-    const Maker maker(library, options.reading, store);
-    Files files = options.files;
+    const Store store(reading.thumbnail);
+    const Maker maker(library, reading, store, sync);
+    Files files = pictures;
     files.place = [&](const std::string &in) { return store.path_of(in); };
     std::mutex mutex;
     return for_each_pair(library, files, [&](const std::string &in, const std::string &out) {
         maker.make(in, out);
         const std::lock_guard lock(mutex);
-        std::cout << out << '\n';
+        std::cout << visible(out) << '\n';
     });
 }
 

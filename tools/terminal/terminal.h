@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What the terminal is able to show, and pictures as it takes them.
+// What the terminal can show, and pictures in the form that it takes.
 #pragma once
 
 #include "pictra/pictra.h"
@@ -21,7 +21,7 @@ struct Screen {
     uint32_t columns, lines, cell_width, cell_height;
 };
 
-// Asks environment and terminal. NO_COLOR and output that goes elsewhere give text.
+// Asks the environment and the terminal. The way is text if NO_COLOR is set or the output is not a terminal.
 Screen find_screen();
 Screen::Way way_of(const std::string &name); // kitty, sixel, blocks, 256 or text
 

@@ -1,24 +1,26 @@
 // SPDX-License-Identifier: MIT
 //
-// pictra compare: how much two pictures differ, in colours and alpha as they are seen.
+// pictra compare: how much two pictures differ in colours and alpha, whatever formats they are stored in.
 #include "tools/decoder.h"
 #include "tools/text.h"
-#include "tools/verbs/verbs.h"
+#include "tools/verbs/options.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iomanip>
 #include <iostream>
 #include <math.h>
+#include <memory>
 #include <stdlib.h>
 
 namespace tool {
 
 namespace {
 
-std::unique_ptr<Picture> load_colours(const Library &library, const std::string &path, Reading reading) {
+std::unique_ptr<Picture> load_colours(const Library &library, const std::string &path, const Reading &reading) {
     Decoder decoder(library, path, reading);
     std::unique_ptr<Picture> picture = decoder.next();
-    picture->key_to_alpha();
+    if (const img_status status = picture->convert(FMT_ARGB8888HE)) throw failure_of(path, status);
     return picture;
 }
 
@@ -46,12 +48,10 @@ Difference difference_of(const img_record &a, const img_record &b) {
     return difference;
 }
 
-} // namespace
-
-int compare(const CompareOptions &options) {
+int compare(const std::vector<std::string> &files, const Reading &reading) {
     const Library library = attach();
-    const std::unique_ptr<Picture> first = load_colours(library, options.files[0], options.reading),
-                                   second = load_colours(library, options.files[1], options.reading);
+    const std::unique_ptr<Picture> first = load_colours(library, files[0], reading),
+                                   second = load_colours(library, files[1], reading);
     const img_record &a = first->record(), &b = second->record();
     if (a.width != b.width || a.height != b.height) {
         std::cout << "sizes differ: " << a.width << " x " << a.height << " and " << b.width << " x " << b.height
@@ -68,6 +68,20 @@ int compare(const CompareOptions &options) {
               << difference.largest << ", PSNR " << std::fixed << std::setprecision(2) << 10 * log10(255 * 255 / mean)
               << " dB\n";
     return failed;
+}
+
+} // namespace
+
+Verb add_compare(CLI::App &app) {
+    struct Options {
+        std::vector<std::string> files;
+        ReadingOptions reading;
+    };
+    CLI::App *verb = app.add_subcommand("compare", "Tell how much two pictures differ");
+    const auto options = std::make_shared<Options>();
+    verb->add_option("FILE", options->files, "The two pictures")->required()->expected(2);
+    options->reading.add_to(*verb);
+    return {verb, [options] { return compare(options->files, options->reading.reading()); }};
 }
 
 } // namespace tool

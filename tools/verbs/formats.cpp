@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
-// pictra formats: the pixel formats, with what is where.
+// pictra formats: the pixel formats and their layouts.
 #include "tools/text.h"
 #include "tools/verbs/verbs.h"
 
+#include <CLI/CLI.hpp>
 #include <iomanip>
 #include <iostream>
 
@@ -11,7 +12,7 @@ namespace tool {
 
 namespace {
 
-// Fields of a word from the top bit down, or bytes in the order of memory.
+// The fields of a word from the top bit down, or bytes in memory order.
 const char *layout_of(img_format format) {
     const bool alternative = format & IMG_FMT_ALT, alpha = format & IMG_FMT_ALPHA;
     switch (format & IMG_FMT_BPP_MASK) {
@@ -37,8 +38,6 @@ const char *order_of(img_format format) {
     return format & IMG_FMT_HE ? ", word in host order" : format & IMG_FMT_OE ? ", word in the other byte order" : "";
 }
 
-} // namespace
-
 int formats() {
     for (const img_format format : all_formats())
         std::cout << std::left << std::setw(11) << format_name(format) << std::right << " 0x" << std::hex
@@ -46,5 +45,9 @@ int formats() {
                   << (format & IMG_FMT_BPP_MASK) << " bits  " << layout_of(format) << order_of(format) << '\n';
     return done;
 }
+
+} // namespace
+
+Verb add_formats(CLI::App &app) { return {app.add_subcommand("formats", "List the pixel formats"), formats}; }
 
 } // namespace tool

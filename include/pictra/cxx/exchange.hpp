@@ -10,7 +10,9 @@
 #include <errno.h>
 #include <string.h>
 
+#include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <functional>
 #include <string_view>
 #include <vector>
@@ -18,8 +20,8 @@
 namespace pictra {
 inline namespace PICTRA_CXX_ABI {
 
-/// What a file says about a picture beside its pixels. A load fills it; what is empty was not there. A save writes what the
-/// file can hold of orientation, resolution, icc, exif, xmp, delay and loops.
+/// What a file says about a picture beside its pixels. A load fills it; what is empty was not there. A save writes what
+/// the file can hold of orientation, resolution, icc, exif, xmp, delay and loops.
 struct values {
     std::uint32_t orientation = 0; ///< 1 to 8, as in EXIF; 0 is unknown. upright() turns a picture by it
     img_resolution resolution{};   ///< pixels per metre; 0 is unknown
@@ -33,13 +35,139 @@ struct values {
     std::vector<std::string> warnings{};  ///< what the codec found odd
 };
 
+/// Says that a picture was turned upright by the orientation of its values: the orientation is 1 then, and the
+/// resolution of the sides is exchanged where the sides were. Writing codecs put the orientation into the EXIF block,
+/// too.
+inline void mark_upright(values &changed) noexcept {
+    if (changed.orientation > 4) std::swap(changed.resolution.x, changed.resolution.y);
+    changed.orientation = 1;
+}
+
+/// Takes in a value that a codec reports through set_value of img_decode_callouts. Keys that are not known, and values
+/// that cannot be, are passed over.
+inline void take_value(values &to, std::uintptr_t key, const void *at, std::size_t size) {
+    const auto *bytes = static_cast<const std::uint8_t *>(at);
+    const std::string_view text(static_cast<const char *>(at), size);
+    std::uint32_t number = 0;
+    if (size == sizeof number) memcpy(&number, at, sizeof number);
+    switch (key) {
+    case IMG_VALUE_ORIENTATION:
+        to.orientation = number <= 8 ? number : 0;
+        break;
+    case IMG_VALUE_RESOLUTION: {
+        img_resolution told{};
+        if (size == sizeof told) memcpy(&told, at, size);
+        const bool possible = std::isfinite(told.x) && std::isfinite(told.y) && told.x >= 0 && told.y >= 0;
+        to.resolution = possible ? told : img_resolution{};
+        break;
+    }
+    case IMG_VALUE_ICC:
+        to.icc.assign(bytes, bytes + size);
+        break;
+    case IMG_VALUE_EXIF:
+        to.exif.assign(bytes, bytes + size);
+        break;
+    case IMG_VALUE_XMP:
+        to.xmp = text;
+        break;
+    case IMG_VALUE_TEXT: {
+        const std::size_t end = std::min(text.find('\0'), size);
+        to.texts.emplace_back(text.substr(0, end), text.substr(std::min(end + 1, size)));
+        break;
+    }
+    case IMG_VALUE_FRAMES:
+        to.frames = number;
+        break;
+    case IMG_VALUE_DELAY:
+        to.delay = number;
+        break;
+    case IMG_VALUE_LOOPS:
+        to.loops = number;
+        break;
+    case IMG_VALUE_DEPTH:
+        to.depth = number;
+        break;
+    case IMG_VALUE_WARNING:
+        to.warnings.emplace_back(text);
+        break;
+    }
+}
+
+/// Answers the questions of a codec that writes, which come through scanline of img_encode_callouts. What an answer
+/// points at belongs to the values or to this object.
+class value_answers {
+public:
+    void answer(const values &from, std::uintptr_t key, void *at) {
+        const auto number = [&](std::uint32_t value) { memcpy(at, &value, sizeof value); };
+        const auto bytes = [&](const void *data, std::size_t size) {
+            if (size) *static_cast<img_bytes *>(at) = {data, size};
+        };
+        switch (key) {
+        case IMG_VALUE_ORIENTATION:
+            if (from.orientation) number(from.orientation);
+            break;
+        case IMG_VALUE_RESOLUTION:
+            if (from.resolution.x > 0 || from.resolution.y > 0) memcpy(at, &from.resolution, sizeof from.resolution);
+            break;
+        case IMG_VALUE_ICC:
+            bytes(from.icc.data(), from.icc.size());
+            break;
+        case IMG_VALUE_EXIF:
+            bytes(from.exif.data(), from.exif.size());
+            break;
+        case IMG_VALUE_XMP:
+            bytes(from.xmp.data(), from.xmp.size());
+            break;
+        case IMG_VALUE_TEXT:
+            texts_.clear();
+            for (const auto &[keyword, text] : from.texts) (texts_ += keyword + '\0' + text) += '\0';
+            bytes(texts_.data(), texts_.size());
+            break;
+        case IMG_VALUE_DELAY:
+            if (from.delay) number(from.delay);
+            break;
+        case IMG_VALUE_LOOPS:
+            if (from.loops) number(*from.loops);
+            break;
+        }
+    }
+
+private:
+    std::string texts_{};
+};
+
+/// The value that a text stands for: a number in the option's range, on or off (also yes and no, true and false, 1 and
+/// 0), or the name of a choice. Nothing for other texts.
+inline std::optional<std::int32_t> option_value(const img_option &option, std::string_view text) {
+    if (option.type == IMG_OPTION_SWITCH) {
+        for (const std::string_view word : {"on", "yes", "true", "1"})
+            if (text == word) return 1;
+        for (const std::string_view word : {"off", "no", "false", "0"})
+            if (text == word) return 0;
+        return std::nullopt;
+    }
+    if (option.type == IMG_OPTION_CHOICE) {
+        std::string_view rest = option.choices ? option.choices : "";
+        for (std::int32_t index = 0; !rest.empty(); index++) {
+            const std::size_t end = std::min(rest.find(':'), rest.size());
+            if (rest.substr(0, end) == text) return index;
+            rest.remove_prefix(std::min(end + 1, rest.size()));
+        }
+        return std::nullopt;
+    }
+    std::int32_t value = 0;
+    const auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), value);
+    const bool whole = problem == std::errc() && end == text.data() + text.size();
+    return whole && value >= option.lowest && value <= option.highest ? std::optional(value) : std::nullopt;
+}
+
 /// An option of a codec by name, with its value as text: a number, on or off, or one of its choices.
 struct setting {
     std::string name, value;
 };
 
-/// Called with the rows done and the rows in all, again and again; false stops the work, with the status stopped. A load that
-/// another thread disturbed begins anew. What is thrown out of it ends the program.
+/// Called with the rows done and the rows in all, again and again; false stops the work, with the status stopped. A
+/// load that another thread disturbed begins anew. What is thrown out of it ends the program.
 using progress = std::function<bool(std::uint32_t done, std::uint32_t all)>;
 
 namespace detail {
@@ -88,122 +216,25 @@ private:
                                uintptr_t) noexcept {
         exchange &self = of(data);
         if (key == IMG_VALUE_OPTION) return self.answer(*reinterpret_cast<img_option *>(at));
-        if (self.heard) hear(*self.heard, key, reinterpret_cast<const void *>(at), size);
+        if (self.heard) take_value(*self.heard, key, reinterpret_cast<const void *>(at), size);
         return IMG_ST_OK;
     }
     static img_status on_progress(void *data, img_record *, uintptr_t done, uintptr_t all, uintptr_t key,
                                   uintptr_t at) noexcept {
         exchange &self = of(data);
         if (key == IMG_VALUE_OPTION) return self.answer(*reinterpret_cast<img_option *>(at));
-        if (key && self.told) self.tell(*self.told, key, reinterpret_cast<void *>(at));
+        if (key && self.told) self.answers_.answer(*self.told, key, reinterpret_cast<void *>(at));
         if (key || !self.show_) return IMG_ST_OK;
         const bool go_on = self.show_(static_cast<std::uint32_t>(done), static_cast<std::uint32_t>(all));
         return go_on ? img_status{IMG_ST_OK} : stopped;
     }
 
-    static void hear(values &to, uintptr_t key, const void *at, std::size_t size) {
-        const auto *bytes = static_cast<const std::uint8_t *>(at);
-        const std::string_view text(static_cast<const char *>(at), size);
-        std::uint32_t number = 0;
-        if (size == sizeof number) memcpy(&number, at, sizeof number);
-        switch (key) {
-        case IMG_VALUE_ORIENTATION:
-            to.orientation = number <= 8 ? number : 0;
-            break;
-        case IMG_VALUE_RESOLUTION:
-            if (size == sizeof to.resolution) memcpy(&to.resolution, at, size);
-            break;
-        case IMG_VALUE_ICC:
-            to.icc.assign(bytes, bytes + size);
-            break;
-        case IMG_VALUE_EXIF:
-            to.exif.assign(bytes, bytes + size);
-            break;
-        case IMG_VALUE_XMP:
-            to.xmp = text;
-            break;
-        case IMG_VALUE_TEXT: {
-            const std::size_t end = std::min(text.find('\0'), size);
-            to.texts.emplace_back(text.substr(0, end), text.substr(std::min(end + 1, size)));
-            break;
-        }
-        case IMG_VALUE_FRAMES:
-            to.frames = number;
-            break;
-        case IMG_VALUE_DELAY:
-            to.delay = number;
-            break;
-        case IMG_VALUE_LOOPS:
-            to.loops = number;
-            break;
-        case IMG_VALUE_DEPTH:
-            to.depth = number;
-            break;
-        case IMG_VALUE_WARNING:
-            to.warnings.emplace_back(text);
-            break;
-        }
-    }
-    void tell(const values &from, uintptr_t key, void *at) {
-        const auto number = [&](std::uint32_t value) { memcpy(at, &value, sizeof value); };
-        const auto bytes = [&](const void *data, std::size_t size) {
-            if (size) *static_cast<img_bytes *>(at) = {data, size};
-        };
-        switch (key) {
-        case IMG_VALUE_ORIENTATION:
-            if (from.orientation) number(from.orientation);
-            break;
-        case IMG_VALUE_RESOLUTION:
-            if (from.resolution.x > 0 || from.resolution.y > 0) memcpy(at, &from.resolution, sizeof from.resolution);
-            break;
-        case IMG_VALUE_ICC:
-            bytes(from.icc.data(), from.icc.size());
-            break;
-        case IMG_VALUE_EXIF:
-            bytes(from.exif.data(), from.exif.size());
-            break;
-        case IMG_VALUE_XMP:
-            bytes(from.xmp.data(), from.xmp.size());
-            break;
-        case IMG_VALUE_TEXT:
-            texts_.clear();
-            for (const auto &[keyword, text] : from.texts) (texts_ += keyword + '\0' + text) += '\0';
-            bytes(texts_.data(), texts_.size());
-            break;
-        case IMG_VALUE_DELAY:
-            if (from.delay) number(from.delay);
-            break;
-        case IMG_VALUE_LOOPS:
-            if (from.loops) number(*from.loops);
-            break;
-        }
-    }
-
-    static std::optional<std::int32_t> parse(const img_option &option, std::string_view text) {
-        if (option.type == IMG_OPTION_SWITCH) {
-            if (text == "on" || text == "1") return 1;
-            return text == "off" || text == "0" ? std::optional<std::int32_t>(0) : std::nullopt;
-        }
-        if (option.type == IMG_OPTION_CHOICE) {
-            std::string_view rest = option.choices ? option.choices : "";
-            for (std::int32_t index = 0; !rest.empty(); index++) {
-                const std::size_t end = std::min(rest.find(':'), rest.size());
-                if (rest.substr(0, end) == text) return index;
-                rest.remove_prefix(std::min(end + 1, rest.size()));
-            }
-            return std::nullopt;
-        }
-        std::int32_t value = 0;
-        const auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), value);
-        const bool whole = problem == std::errc() && end == text.data() + text.size();
-        return whole && value >= option.lowest && value <= option.highest ? std::optional(value) : std::nullopt;
-    }
     img_status answer(img_option &option) {
         asked_.resize(settings_.size());
         for (std::size_t i = 0; i < settings_.size(); i++) {
             if (settings_[i].name != option.name) continue;
             asked_[i] = true;
-            const std::optional<std::int32_t> value = parse(option, settings_[i].value);
+            const std::optional<std::int32_t> value = option_value(option, settings_[i].value);
             if (!value) {
                 wrong_ = "the option " + settings_[i].name + " cannot be " + settings_[i].value;
                 return IMG_ST_BADARG;
@@ -216,7 +247,8 @@ private:
     const std::vector<setting> &settings_;
     const progress &show_;
     std::vector<bool> asked_{};
-    std::string wrong_{}, texts_{};
+    std::string wrong_{};
+    value_answers answers_{};
 };
 
 } // namespace detail

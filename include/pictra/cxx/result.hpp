@@ -45,24 +45,25 @@ inline const char *status_text(img_status status) {
     switch (status) {
     case IMG_ST_OK:
         return "done";
-    case IMG_ST_RESERVED1:
+    case IMG_ST_WRONGFORMAT:
+        return "no codec recognises its content";
     case IMG_ST_NOCODEC:
-        return "no codec knows its content or its name";
+        return "no codec recognises its content or its name";
     case IMG_ST_NOCONV:
         return "no conversion leads to the pixel format";
-    case IMG_ST_RESERVED4:
+    case IMG_ST_DAMAGED:
         return "the data is damaged or cut short";
     case IMG_ST_BADFMT:
         return "the pixel format, or this variant of the file format, is not supported";
     case IMG_ST_NOMEM:
-        return "memory ran out, or 4 GiB are exceeded";
+        return "memory ran out, or something exceeds 4 GiB";
     case IMG_ST_CONFIG:
         return "the configuration is missing or holds errors";
     case IMG_ST_MODULE:
         return "a codec module does not open";
     case IMG_ST_FILE:
         return "it cannot be opened, or not all could be written";
-    case IMG_ST_RESERVED10:
+    case IMG_ST_LIMIT:
         return "it exceeds a limit of its codec";
     case IMG_ST_BADARG:
         return "an argument is out of range, or something is missing";

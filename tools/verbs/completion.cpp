@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "tools/completion.h"
-
+//
+// pictra completion: scripts for shells, made from the same description that the command line is parsed by.
 #include "tools/text.h"
+#include "tools/verbs/verbs.h"
 
 #include <CLI/CLI.hpp>
+#include <iostream>
+#include <memory>
 
 namespace tool {
 
@@ -34,7 +37,7 @@ std::vector<const CLI::App *> verbs_of(const CLI::App &app) {
     return app.get_subcommands([](const CLI::App *verb) { return !verb->get_name().empty(); });
 }
 
-// The text within single quotes of a shell; zsh takes brackets and colons for its own.
+// The text, fit for single quotes in a shell; brackets and colons have a meaning of their own in zsh.
 std::string bare(std::string text) {
     std::erase_if(text, [](char c) { return c == '\'' || c == '[' || c == ']' || c == ':'; });
     return text;
@@ -98,13 +101,23 @@ std::string for_fish(const CLI::App &app) {
     return script;
 }
 
-} // namespace
-
-std::string completion(const CLI::App &app, const std::string &shell) {
+std::string script_for(const std::string &shell, const CLI::App &app) {
     if (shell == "bash") return for_bash(app);
     if (shell == "zsh") return for_zsh(app);
     if (shell == "fish") return for_fish(app);
     throw Failure("completion " + shell + ": there are scripts for bash, zsh and fish", usage);
+}
+
+} // namespace
+
+Verb add_completion(CLI::App &app) {
+    CLI::App *verb = app.add_subcommand("completion", "Print a script that completes this command line in a shell");
+    const auto shell = std::make_shared<std::string>();
+    verb->add_option("SHELL", *shell, "bash, zsh or fish")->required();
+    return {verb, [&app, shell] {
+                std::cout << script_for(*shell, app);
+                return int{done};
+            }};
 }
 
 } // namespace tool
