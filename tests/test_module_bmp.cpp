@@ -259,6 +259,19 @@ TEST_F(ModuleBmp, IconsComeLargestFirstWithTheirMask) {
     EXPECT_EQ(stream->read(stream->self, rest, 4), 4u);
     EXPECT_STREQ(rest, "rest");
 
+    // What an interlaced picture holds is given back before the next one.
+    const std::string interlaced = picture("interlaced.png"), twice = icon(1, {interlaced, interlaced});
+    FakeBackend pair{.data = twice};
+    const Stream icons(io_open(FakeBackend::make, IO_READ, &pair), io_close);
+    modules::Values limited;
+    limited.max_memory = twice.size() + 97 * 61 * 3;
+    ASSERT_EQ(img_decode_begin(ico, icons.get(), &state), IMG_ST_OK);
+    for (int i = 0; i < 2; i++) {
+        Rows rows(FMT_RGB888);
+        EXPECT_EQ(img_decode_frame(ico, icons.get(), &limited.callouts, &rows.record, &state), IMG_ST_OK) << i;
+    }
+    img_decode_finish(ico, icons.get(), &state);
+
     EXPECT_EQ(load(icon(1, {wide_png.substr(0, wide_png.size() - 1)}), none), 4u);
     std::string cut = icon(1, {indices_png});
     EXPECT_EQ(load(cut.substr(0, cut.size() - 20), none), 4u);

@@ -38,7 +38,10 @@ public:
     static bool recognises(const Signature &start);
 
     using BaseReader::BaseReader;
-    ~Reader() { png_destroy_read_struct(&png_, &info_, nullptr); }
+    ~Reader() {
+        png_destroy_read_struct(&png_, &info_, nullptr);
+        picture_.release(whole_size_); // an icon has more pictures
+    }
     img_status frame();
     img_status read(bool strict); // the same; strict: the answer to ask_strict
 
@@ -67,7 +70,8 @@ private:
     img_status report_exif_once();
     img_status report_texts();
 
-    Bytes whole_;                                 // an interlaced image that cannot be decoded in place
+    Bytes whole_; // an interlaced image that cannot be decoded in place
+    uint64_t whole_size_ = 0;
     bool held_ = false;                           // rows are handed over when all passes are done
     int texts_ = 0;                               // that have been reported
     bool exif_reported_ = false, warned_ = false; // and these

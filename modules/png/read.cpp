@@ -159,6 +159,7 @@ img_status Reader::read_passes(uint32_t passes) {
     if (!(record.flags & IMG_F_DIRECT)) {
         const size_t bytes = row_bytes(record.format, record.width) * record.height;
         if (const img_status status = picture_.hold(bytes)) return status;
+        whole_size_ = bytes;
         if (!(whole_ = make_bytes(bytes))) return no_memory;
     }
     held_ = true;
