@@ -23,7 +23,7 @@ extern "C" {
 /*
  * Scaling by separable convolution. A filter is as wide as a pixel of the result when the picture becomes smaller, so that
  * nothing finer than the result can hold remains (antialiasing), and as wide as a pixel of the source when it becomes larger.
- * Beyond the edges of the source its outermost pixels are repeated.
+ * At the edges of the source it is cut, and what is left of it counts for all.
  *
  * Colours are weighted by their alpha: what is transparent leaves no rim. Palettes and colour keys are turned into colours
  * with alpha first. A flat picture stays flat, and one at its own size stays as it is. Results are the same on every CPU.

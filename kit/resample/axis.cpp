@@ -68,9 +68,6 @@ public:
         begin = static_cast<uint32_t>(fmin(fmax(low, 0), end));
         count = static_cast<uint32_t>(fmin(fmax(high, 0), end)) - begin + 1;
         for (uint32_t k = 0; k < count; k++) room_[k] = at(static_cast<double>(begin) + k);
-        // What lies outside counts for the edge.
-        for (double x = low; x < 0; x++) room_[0] += at(x);
-        for (double x = high; x > end; x--) room_[count - 1] += at(x);
     }
 
     // Whether a weight is one at all: where filters cross zero they are not quite 0.

@@ -39,7 +39,8 @@ std::vector<double> weights(uint32_t source, double from, double length, uint32_
         const double low = centre - ratio / 2, high = centre + ratio / 2;
         const double value = kind == PICTRA_FILTER_AREA ? std::max(std::min(x + 1, high) - std::max(x, low), 0.0)
                                                         : filter(kind, (x + 0.5 - centre) / wide);
-        w[static_cast<size_t>(std::clamp(x, 0.0, source - 1.0))] += value;
+        if (x < 0 || x >= source) continue; // the filter is cut at the edges
+        w[static_cast<size_t>(x)] = value;
         sum += value;
     }
     for (double &value : w) value /= sum;
