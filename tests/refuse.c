@@ -11,7 +11,8 @@ static int refuse(scmp_filter_ctx filter, const char *name) {
     enum { set_seccomp = 22 }; /* of prctl */
     if (seccomp_rule_add(filter, SCMP_ACT_ERRNO(EPERM), seccomp_syscall_resolve_name(name), 0) != 0) return -1;
     if (strcmp(name, "seccomp") != 0) return 0;
-    return seccomp_rule_add(filter, SCMP_ACT_ERRNO(EPERM), SCMP_SYS(prctl), 1, SCMP_A0(SCMP_CMP_EQ, set_seccomp));
+    const struct scmp_arg_cmp is_set = {0, SCMP_CMP_EQ, set_seccomp, 0};
+    return seccomp_rule_add_array(filter, SCMP_ACT_ERRNO(EPERM), SCMP_SYS(prctl), 1, &is_set);
 }
 
 int main(int count, char **arguments) {

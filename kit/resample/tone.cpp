@@ -28,8 +28,9 @@ void fill_levels(uint8_t *level) {
 img_status Tones::make(bool linear, const uint8_t *background) {
     light_ = allocate<float>(256);
     if (!light_) return IMG_ST_NOMEM;
-    for (int l = 0; l < 256; l++) light_[l] = static_cast<float>(linear ? 255 * light_of(l / 255.0) : l);
-    tone_.light = light_.get();
+    float *light = light_.get();
+    for (int l = 0; l < 256; l++) light[l] = static_cast<float>(linear ? 255 * light_of(l / 255.0) : l);
+    tone_.light = light;
     if (linear) {
         level_ = allocate<uint8_t>(fine_levels);
         if (!level_) return IMG_ST_NOMEM;

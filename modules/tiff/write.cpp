@@ -137,7 +137,8 @@ bool Writer::fields_were_kept(const Metadata &m) const {
         if (!TIFFGetField(tif, TIFFTAG_COLORMAP, &words[0], &words[1], &words[2]) || !words[0] || !words[1] ||
             !words[2])
             return false;
-    for (const auto &[tag, wanted] : {std::pair{TIFFTAG_ICCPROFILE, &m.icc}, std::pair{TIFFTAG_XMLPACKET, &m.xmp}})
+    for (const auto &[tag, wanted] :
+         {std::pair<uint32_t, const img_bytes *>{TIFFTAG_ICCPROFILE, &m.icc}, {TIFFTAG_XMLPACKET, &m.xmp}})
         if (wanted->size && (!TIFFGetField(tif, tag, &size, &bytes) || !bytes)) return false;
     for (Texts texts(m.texts); texts.next();)
         for (const auto &[tag, keyword] : text_fields)

@@ -62,7 +62,8 @@ Reading reading_of(const Options &options) {
 } // namespace
 
 int convert(const Conversion &conversion) {
-    const auto &[writing, reading, operations] = conversion;
+    const auto &writing = conversion.writing;
+    const auto &reading = conversion.reading;
     const Library library = attach();
     const Keep keep(writing.keep);
     return for_each_pair(library, writing.files, [&](const std::string &in, const std::string &out) {
@@ -70,7 +71,7 @@ int convert(const Conversion &conversion) {
         codec_for(*library.handle, output); // before any work is done
         Decoder decoder(library, in, reading);
         const std::unique_ptr<Picture> picture = decoder.next();
-        for (const Operation &operation : operations) apply(operation, *picture, in);
+        for (const Operation &operation : conversion.operations) apply(operation, *picture, in);
         decoder.exchange.metadata = keep.of(decoder.exchange.metadata);
         write(library, *picture, output, reading, decoder.exchange);
     });
