@@ -130,7 +130,7 @@ TEST(Confine, EveryFieldOfAReportIsComparedWithWhatIsAllowed) {
         forge(forged);
         Task allowed = task();
         allowed.limits.memory = 30'000;
-        const Forger forger(framed(packed(forged, {})), allowed);
+        const Forger forger(framed(packed(forged)), allowed);
         ASSERT_EQ(forger.end, Worker::End::forged) << flaw;
         EXPECT_STREQ(forger.worker->flaw(), flaw) << "number " << &forge - &forgeries[0].forge;
     }
@@ -140,12 +140,12 @@ TEST(Confine, EveryFieldOfAReportIsComparedWithWhatIsAllowed) {
     Task small = task();
     small.thumbnail = 32;
     EXPECT_STREQ(flaw_of(report(), small), "its size");
-    EXPECT_EQ(Forger(framed(packed(report(), {})), task()).end, Worker::End::reported);
+    EXPECT_EQ(Forger(framed(packed(report())), task()).end, Worker::End::reported);
 }
 
 // Bytes that are no report, and none at all.
 TEST(Confine, WhatIsNoReportCostsNeitherMemoryNorTime) {
-    const std::string whole = packed(report(), {}), counts(300, '\xff');
+    const std::string whole = packed(report()), counts(300, '\xff');
     for (const std::string &sent : {framed(whole + 'x'), framed(whole.substr(1)), framed(""), framed(counts),
                                     bytes_of(static_cast<uint32_t>(most_report + 1)), bytes_of(~0u) + whole})
         EXPECT_EQ(Forger(sent, task()).end, Worker::End::forged);
@@ -162,7 +162,7 @@ TEST(Confine, WhatIsNoReportCostsNeitherMemoryNorTime) {
 // Answers with some of their bytes changed are refused, or as sound as an honest one.
 TEST(Confine, MutatedReportsAreRefusedOrSound) {
     std::mt19937 random(1);
-    const std::string honest = packed(report(), {});
+    const std::string honest = packed(report());
     const Task allowed = task();
     constexpr uint8_t extremes[] = {0, 1, 2, 0x7f, 0x80, 0xff};
     size_t refused = 0, sound = 0;
@@ -187,8 +187,7 @@ TEST(Confine, MutatedReportsAreRefusedOrSound) {
                 bytes.insert(place, bytes.substr(at, length));
             }
         }
-        Trouble trouble;
-        const std::optional<Report> told = report_in(bytes, trouble);
+        const std::optional<Report> told = report_in(bytes);
         if (!told || flaw_of(*told, allowed)) {
             refused++;
             continue;
@@ -222,7 +221,7 @@ TEST(Confine, IndicesBeyondThePaletteAreHarmlessInEveryStep) {
     for (const img_format format : {FMT_PAL8, FMT_PAL4, FMT_PAL1}) {
         Report forged = report();
         forged.picture->format = format;
-        Forger forger(framed(packed(forged, {})), task());
+        Forger forger(framed(packed(forged)), task());
         ASSERT_EQ(forger.end, Worker::End::reported);
         Shape &shape = *forger.got.picture;
         const std::shared_ptr<Mapping> pixels = forger.worker->pixels(shape);

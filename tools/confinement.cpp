@@ -46,6 +46,7 @@ void tell(const confine::Trouble &trouble, const std::string &name, Confinement 
 void fail(const confine::Worker &worker, confine::Worker::End end, const std::string &name, const char *work,
           uint32_t seconds) {
     stop_if_asked();
+    if (end == confine::Worker::End::unconfined) tell(worker.trouble(), name, Confinement::required);
     const int how = worker.how(), code = WIFEXITED(how) ? WEXITSTATUS(how) : 0;
     const bool killed = WIFSIGNALED(how);
     if (end == confine::Worker::End::late) throw Failure(name + ": " + late(seconds), IMG_ST_LIMIT);

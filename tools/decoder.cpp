@@ -138,4 +138,10 @@ std::unique_ptr<Picture> Decoder::next() {
     return std::move(picture);
 }
 
+Loaded load(const Library &library, const std::string &path, const Reading &reading) {
+    Decoder decoder(library, path, reading);
+    std::unique_ptr<Picture> picture = decoder.next();
+    return {std::move(picture), std::move(decoder.exchange)};
+}
+
 } // namespace tool

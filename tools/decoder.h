@@ -73,4 +73,11 @@ private:
     std::string unconfined_{};
 };
 
+// The first picture of a file, with what its codec told. Whatever decoded it has ended, so its pixels stay as they are.
+struct Loaded {
+    std::unique_ptr<Picture> picture;
+    Exchange exchange;
+};
+Loaded load(const Library &library, const std::string &path, const Reading &reading);
+
 } // namespace tool

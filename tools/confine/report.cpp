@@ -32,13 +32,26 @@ const char *flaw_of(const Shape &shape, const Task &task) {
 
 std::string Trouble::text() const { return call + ": " + strerror(error); }
 
-std::string packed(const Report &report, const Trouble &trouble) {
+std::string packed(const Trouble &trouble) {
     Writer out;
     uint8_t step = 0;
     for (uint8_t i = 0; i < std::size(confining_calls); i++)
         if (trouble.call == confining_calls[i]) step = i;
     out.fixed(step);
     out.fixed(int32_t{trouble.error});
+    return out.bytes();
+}
+
+std::optional<Trouble> trouble_in(std::string_view bytes) {
+    Reader in(bytes);
+    const auto step = in.fixed<uint8_t>();
+    const auto error = in.fixed<int32_t>();
+    if (!in.complete() || step >= std::size(confining_calls)) return std::nullopt;
+    return Trouble{confining_calls[step], error};
+}
+
+std::string packed(const Report &report) {
+    Writer out;
     out.fixed(report.status);
     out.fixed(static_cast<uint8_t>(report.refusal));
     out.fixed(uint8_t{report.limit.has_value()});
@@ -63,11 +76,8 @@ std::string packed(const Report &report, const Trouble &trouble) {
     return out.bytes();
 }
 
-std::optional<Report> report_in(std::string_view bytes, Trouble &trouble) {
+std::optional<Report> report_in(std::string_view bytes) {
     Reader in(bytes);
-    const auto step = in.fixed<uint8_t>();
-    if (step >= std::size(confining_calls)) return std::nullopt;
-    trouble = {confining_calls[step], in.fixed<int32_t>()};
     Report report;
     report.status = in.fixed<uint32_t>();
     const auto refusal = in.fixed<uint8_t>();

@@ -54,9 +54,14 @@ struct Trouble {
 };
 inline constexpr const char *confining_calls[] = {"", "close_range", "prctl", "open", "setrlimit", "seccomp"};
 
-std::string packed(const Report &report, const Trouble &trouble);
+// What a worker says once, before it sees the first byte of a stranger's, in so many bytes.
+std::string packed(const Trouble &trouble);
+inline constexpr size_t trouble_size = 1 + sizeof(int32_t);
+std::optional<Trouble> trouble_in(std::string_view bytes);
+
+std::string packed(const Report &report);
 // Nothing if the bytes are not a report.
-std::optional<Report> report_in(std::string_view bytes, Trouble &trouble);
+std::optional<Report> report_in(std::string_view bytes);
 
 // What of the report goes beyond what the task allows, or null. It may be believed only if it is null.
 const char *flaw_of(const Report &report, const Task &task);

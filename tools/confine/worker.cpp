@@ -151,6 +151,17 @@ Worker::End Worker::next(Report &report, bool (*stopped)()) {
     return end;
 }
 
+Worker::End Worker::greet(bool (*stopped)()) {
+    char bytes[trouble_size];
+    if (const End end = transfer(POLLIN, bytes, sizeof bytes, deadline(), stopped); end != End::reported) return end;
+    const std::optional<Trouble> told = trouble_in({bytes, sizeof bytes});
+    flaw_ = "its confinement";
+    if (!told) return End::forged;
+    trouble_ = *told;
+    greeted_ = true;
+    return trouble_ && task_.confined ? End::unconfined : End::reported;
+}
+
 Worker::End Worker::exchange(Report &report, bool (*stopped)()) {
     if (!asked_)
         if (const End end = request(stopped); end != End::reported) return end;
@@ -158,6 +169,8 @@ Worker::End Worker::exchange(Report &report, bool (*stopped)()) {
     // An answer that waits already came in time, however late it is fetched.
     pollfd waiting{channel_.number(), POLLIN, 0};
     if (poll(&waiting, 1, 0) > 0) began_ = now_ms();
+    if (!greeted_)
+        if (const End end = greet(stopped); end != End::reported) return end;
     uint32_t size = 0;
     char head[sizeof size];
     if (const End end = transfer(POLLIN, head, sizeof head, deadline(), stopped); end != End::reported) return end;
@@ -166,7 +179,7 @@ Worker::End Worker::exchange(Report &report, bool (*stopped)()) {
     if (size > most_report) return End::forged;
     std::string bytes(size, '\0');
     if (const End end = transfer(POLLIN, bytes.data(), size, deadline(), stopped); end != End::reported) return end;
-    std::optional<Report> told = report_in(bytes, trouble_);
+    std::optional<Report> told = report_in(bytes);
     flaw_ = told ? flaw_of(*told, task_) : "its form";
     if (flaw_) return End::forged;
     report = std::move(*told);

@@ -26,10 +26,11 @@ public:
 
     enum class End {
         reported,
-        late,    // it took longer than the task allows
-        stopped, // by the user
-        died,    // how() tells
-        forged   // flaw() tells what of its report cannot be
+        unconfined, // which the task does not allow; trouble() tells why
+        late,       // it took longer than the task allows
+        stopped,    // by the user
+        died,       // how() tells
+        forged      // flaw() tells what of its report cannot be
     };
     // Waits for the next picture, or the one to be written. stopped is asked every now and then.
     End next(Report &report, bool (*stopped)());
@@ -37,7 +38,7 @@ public:
     // The reported picture's pixels; they stay until the next one is asked for. Null if the system refuses.
     std::shared_ptr<Mapping> pixels(const Shape &shape) const { return Mapping::make(memory_, shape.bytes()); }
 
-    const Trouble &trouble() const { return trouble_; } // on the way into the cage; known from the first report on
+    const Trouble &trouble() const { return trouble_; } // on its way into the cage; known once it was waited for
     const char *flaw() const { return flaw_; }
     int how() const { return how_; } // as waitpid tells it
 
@@ -45,6 +46,7 @@ private:
     Worker(const Task &task, std::shared_ptr<const Descriptor> memory, Descriptor channel, pid_t process)
         : task_(task), memory_(std::move(memory)), channel_(std::move(channel)), process_(process) {}
     End request(bool (*stopped)());
+    End greet(bool (*stopped)());
     End exchange(Report &report, bool (*stopped)());
     int64_t deadline() const;
     End transfer(short direction, char *bytes, size_t size, int64_t deadline, bool (*stopped)());
@@ -55,6 +57,7 @@ private:
     Descriptor channel_;
     pid_t process_;
     bool told_ = false, asked_ = false; // what to do; for a picture
+    bool greeted_ = false;              // it has said how far it is confined
     int64_t began_ = 0;                 // when a picture was asked for
     Trouble trouble_{};
     const char *flaw_ = nullptr;

@@ -127,11 +127,10 @@ public:
         if (is_current(original, out)) return;
         const std::string failure = store_.failure_path_of(in);
         try {
-            Decoder decoder(library_, in, reading_);
-            const std::unique_ptr<Picture> picture = decoder.next();
+            const auto [picture, exchange] = load(library_, in, reading_);
             pictra::values metadata = original.metadata();
-            metadata.texts.emplace_back("Thumb::Image::Width", std::to_string(decoder.exchange.full_width));
-            metadata.texts.emplace_back("Thumb::Image::Height", std::to_string(decoder.exchange.full_height));
+            metadata.texts.emplace_back("Thumb::Image::Width", std::to_string(exchange.full_width));
+            metadata.texts.emplace_back("Thumb::Image::Height", std::to_string(exchange.full_height));
             save(*picture, metadata, out);
             unlink(failure.c_str());
         } catch (const Failure &failed) {
@@ -145,9 +144,7 @@ private:
         if (access(thumbnail.c_str(), R_OK) != 0) return false;
         Reading whole = reading_;
         whole.thumbnail = 0;
-        Decoder decoder(library_, thumbnail, whole);
-        decoder.next();
-        return original.is_told_by(decoder.exchange.metadata);
+        return original.is_told_by(load(library_, thumbnail, whole).exchange.metadata);
     } catch (const Failure &) {
         return false;
     }

@@ -18,8 +18,7 @@ namespace tool {
 namespace {
 
 std::unique_ptr<Picture> load_colours(const Library &library, const std::string &path, const Reading &reading) {
-    Decoder decoder(library, path, reading);
-    std::unique_ptr<Picture> picture = decoder.next();
+    std::unique_ptr<Picture> picture = load(library, path, reading).picture;
     if (const img_status status = picture->convert(FMT_ARGB8888HE)) throw failure_of(path, status);
     return picture;
 }

@@ -69,11 +69,10 @@ int convert(const Conversion &conversion) {
     return for_each_pair(library, writing.files, [&](const std::string &in, const std::string &out) {
         const Output output{out, writing.to, reading.format.has_value(), false, writing.sync};
         codec_for(*library.handle, output); // before any work is done
-        Decoder decoder(library, in, reading);
-        const std::unique_ptr<Picture> picture = decoder.next();
+        auto [picture, exchange] = load(library, in, reading);
         for (const Operation &operation : conversion.operations) apply(operation, *picture, in);
-        decoder.exchange.metadata = keep.of(decoder.exchange.metadata);
-        write(library, *picture, output, reading, decoder.exchange);
+        exchange.metadata = keep.of(exchange.metadata);
+        write(library, *picture, output, reading, exchange);
     });
 }
 

@@ -134,15 +134,12 @@ Report next(Pictures &pictures, const Codecs &codecs, Canvas &canvas, const Task
     return report;
 }
 
-// Answers each request with a report of what work does.
+// Says how far this process is confined, then answers each request with a report of what work does.
 template <typename Work> int answer(int channel, const Task &task, const Trouble &trouble, const Work &work) {
+    const std::string greeting = packed(trouble);
+    if (!send_fully(channel, greeting.data(), greeting.size()) || (trouble && task.confined)) return EXIT_SUCCESS;
     for (char request; receive(channel, &request, 1);) {
-        Report report;
-        if (task.confined && trouble)
-            report.status = IMG_ST_NOTSUP;
-        else
-            report = work();
-        const std::string bytes = packed(report, trouble);
+        const std::string bytes = packed(work());
         const auto size = static_cast<uint32_t>(bytes.size());
         if (!send_fully(channel, &size, sizeof size) || !send_fully(channel, bytes.data(), size)) break;
     }
