@@ -207,7 +207,7 @@ TEST(KitColour, DamagedProfilesAreRefused) {
         uint32_t status;
         std::function<void(Bytes &)> change;
     } damages[] = {
-        {"cut", IMG_ST_DAMAGED, [](Bytes &p) { p.resize(p.size() - 20); }},
+        {"cut", IMG_ST_DAMAGED, [](Bytes &p) { p.erase(p.end() - 20, p.end()); }},
         {"no mark", IMG_ST_DAMAGED, [](Bytes &p) { p[36] = 'x'; }},
         {"version", IMG_ST_BADFMT, [](Bytes &p) { p[8] = 5; }},
         {"space", IMG_ST_BADFMT, [](Bytes &p) { memcpy(&p[16], "LUV ", 4); }},
