@@ -70,9 +70,14 @@ img_status Resampler::make(const img_record &source, const img_record &target, c
 template <typename Weight> void Resampler::use(const Axis<Weight> &across, const Axis<Weight> &down) {
     first_row_ = down.first.get();
     last_row_ = down.last.get();
+    // Weights of 0 at either end are left out, so neither begins nor ends of neighbours need to be in order.
     begin_ = across.first[0];
-    end_ = across.last[across.result - 1] + 1;
-    row_pixels_ = across.first[across.result - 1] + across.taps;
+    end_ = row_pixels_ = 0;
+    for (uint32_t i = 0; i < across.result; i++) {
+        if (begin_ > across.first[i]) begin_ = across.first[i];
+        if (end_ < across.last[i] + 1) end_ = across.last[i] + 1;
+        if (row_pixels_ < across.first[i] + across.taps) row_pixels_ = across.first[i] + across.taps;
+    }
     if (row_pixels_ < end_) row_pixels_ = end_;
     ring_pairs_ = (down.rows + 1) / 2;
 }
