@@ -160,6 +160,7 @@ TEST(KitLoadThreads, DamagedFilesInOtherThreadsDoNotMatter) {
         return IMG_ST_OK;
     };
     img_codec *codec = img_codec_register(&handle, functions, nullptr, nullptr);
+    ASSERT_EQ(codec_init(codec), IMG_ST_OK); // before threads share it
     std::vector<std::thread> threads;
     for (int t = 0; t < 8; t++)
         threads.emplace_back([&handle, t] {
